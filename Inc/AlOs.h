@@ -1,0 +1,70 @@
+/*
+ * AlOs.h - the OS abstraction layer ("Al"): the only system services the
+ * portable layer uses. Implemented by the Windows and the POSIX layer alike.
+ */
+#ifndef VEK_ALOS_H
+#define VEK_ALOS_H
+
+#include "VekType.h"
+
+VEK_BEGIN_DECLS
+
+/* Start / stop the layer. Counted: only the first start and the matching
+ * last stop act; a stop below zero is an assertion failure. Both return the
+ * counter after the change. */
+VEK_API vek_s32 AlOs_init(void);
+VEK_API vek_s32 AlOs_exit(void);
+
+/* ---- atomic 32-bit counters in caller memory ---- */
+typedef vek_s32 AlAtom;
+VEK_API vek_s32 AlAtom_inc(AlAtom* p);               /* returns the new value */
+VEK_API vek_s32 AlAtom_dec(AlAtom* p);               /* returns the new value */
+VEK_API vek_s32 AlAtom_add(AlAtom* p, vek_s32 n);    /* returns the new value */
+VEK_API vek_s32 AlAtom_sget(AlAtom* p, vek_s32 v);   /* stores v, returns the previous value */
+VEK_API vek_s32 AlAtom_get(const AlAtom* p);         /* a plain (untorn) read */
+VEK_API void AlAtom_set(AlAtom* p, vek_s32 v);       /* a plain (untorn) write */
+
+/* ---- recursive in-process lock in caller memory ---- */
+typedef struct AlMutex {
+    void* opaque[8]; /* large enough for a CRITICAL_SECTION or a pthread mutex */
+} AlMutex;
+VEK_API AlMutex* AlMutex_new(AlMutex* mem);   /* initialises mem, returns it */
+VEK_API void AlMutex_delete(AlMutex* mem);
+VEK_API void AlMutex_lock(AlMutex* mem);      /* recursive within one thread */
+VEK_API vek_s32 AlMutex_unlock(AlMutex* mem); /* returns 0 */
+VEK_API vek_s32 AlMutex_trylock(AlMutex* mem);/* non-zero when entered */
+
+/* ---- files: UTF-8 paths, C mode texts ("r", "rb", "wb", "ab", "r+b") ---- */
+typedef struct AlFile AlFile;
+/* Opens a file; returns the handle or null. */
+VEK_API AlFile* AlFile_open(const char* path, const char* mode);
+/* Closes the file and frees the handle; 0 or a negative error. */
+VEK_API vek_s32 AlFile_close(AlFile* file);
+/* Reads up to len bytes; the count (0 at the end) or a negative error. */
+VEK_API vek_s32 AlFile_read(AlFile* file, void* buf, vek_s32 len);
+/* Writes len bytes; the count written or a negative error. */
+VEK_API vek_s32 AlFile_write(AlFile* file, const void* data, vek_s32 len);
+/* origin 0 start, 1 current, 2 end; 0 or a negative error. */
+VEK_API vek_s32 AlFile_seek(AlFile* file, vek_s64 offset, vek_s32 origin);
+VEK_API vek_s64 AlFile_tell(AlFile* file);   /* position or a negative error */
+VEK_API vek_s64 AlFile_size(AlFile* file);   /* length or a negative error */
+VEK_API vek_s32 AlFile_flush(AlFile* file);  /* 0 or a negative error */
+
+/* ---- memory, threads, clock ---- */
+VEK_API void* al_malloc(size_t size);  /* plain, untracked allocation */
+VEK_API void al_free(void* block);
+VEK_API vek_u32 al_thrd_id(void);      /* the calling thread's system id */
+VEK_API vek_u32 al_clock(void);        /* monotonic clock, 1000 ticks per second */
+VEK_API void al_sleep(vek_u32 ticks);  /* sleeps that many clock ticks */
+
+/* ---- ANSI code page <-> UTF-16 ----
+ * Convert srcLen units (negative: up to the terminator) into dst of dstSize
+ * units (always terminated when dstSize > 0). Characters the target cannot
+ * represent become "?". Return the number of units written, terminator not
+ * counted. On POSIX the "ANSI code page" is the current locale's codeset. */
+VEK_API vek_s32 al_ansi_to_wcs(const char* src, vek_s32 srcLen, vek_wchar* dst, vek_s32 dstSize);
+VEK_API vek_s32 al_wcs_to_ansi(const vek_wchar* src, vek_s32 srcLen, char* dst, vek_s32 dstSize);
+
+VEK_END_DECLS
+
+#endif /* VEK_ALOS_H */

@@ -1,0 +1,19 @@
+/*
+ * BaseLib.h - the umbrella header: includes every public header of the
+ * library.
+ */
+#ifndef VEK_BASELIB_H
+#define VEK_BASELIB_H
+
+#include "VekType.h"
+#include "AlOs.h"
+#include "VekVos.h"
+#include "VekVosx.h"
+#include "VekTrc.h"
+#include "MemUtil.h"
+#include "BaseItf.h"
+#include "TinyStr.h"
+#include "StrUtil.h"
+#include "VekUni.h"
+
+#endif /* VEK_BASELIB_H */

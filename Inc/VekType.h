@@ -1,0 +1,101 @@
+/*
+ * VekType.h - base types, result codes and the export macro of BaseLib.
+ *
+ * Every public header includes this one. It is plain C99 and also valid C++.
+ *
+ * Conventions of the whole library:
+ *  - negative 32-bit results are errors; 0 or a non-negative count is success;
+ *  - 8-bit text is UTF-8, 16-bit text is UTF-16 in host byte order (vek_wchar);
+ *  - objects made by a _new(NULL, ...) call are freed by _delete; objects built
+ *    in caller storage are only cleaned;
+ *  - programming errors (null arguments, broken invariants) go to the assertion
+ *    facility (VekVos.h) and the function then carries on safely.
+ */
+#ifndef VEK_TYPE_H
+#define VEK_TYPE_H
+
+#include <stddef.h>
+#include <stdarg.h>
+
+/* ---- fixed-width types ---- */
+typedef unsigned char vek_u8;
+typedef signed char vek_s8;
+typedef unsigned short vek_u16;
+typedef signed short vek_s16;
+typedef unsigned int vek_u32;
+typedef signed int vek_s32;
+typedef unsigned long long vek_u64;
+typedef signed long long vek_s64;
+
+/* One UTF-16 code unit (host byte order). */
+typedef vek_u16 vek_wchar;
+
+/* 32-bit boolean: 0 false, anything else true. */
+typedef vek_s32 vek_bool;
+
+/* Object types that several headers name; each is defined by its family's header. */
+typedef struct IStrm IStrm;      /* byte stream interface (BaseItf.h) */
+typedef struct TinyStr TinyStr;  /* tiny string builder (TinyStr.h) */
+typedef struct VekStr VekStr;    /* growable UTF-8 string (VekStr.h) */
+typedef struct VekWcs VekWcs;    /* growable UTF-16 string (VekWcs.h) */
+
+/* Opaque handle of a waitable object (event, mutex): a HANDLE on Windows,
+ * a library-owned object on POSIX. Null means none. */
+typedef void* vek_handle;
+
+/* ---- export macro ---- */
+#if defined(VEK_STATIC)
+#  define VEK_API
+#elif defined(_WIN32)
+#  if defined(VEK_BUILDING_BASELIB)
+#    define VEK_API __declspec(dllexport)
+#  else
+#    define VEK_API __declspec(dllimport)
+#  endif
+#elif defined(__GNUC__)
+#  define VEK_API __attribute__((visibility("default")))
+#else
+#  define VEK_API
+#endif
+
+#ifdef __cplusplus
+#  define VEK_BEGIN_DECLS extern "C" {
+#  define VEK_END_DECLS }
+#else
+#  define VEK_BEGIN_DECLS
+#  define VEK_END_DECLS
+#endif
+
+#if defined(__GNUC__)
+#  define VEK_PRINTF(fmtIdx, argIdx) __attribute__((format(printf, fmtIdx, argIdx)))
+#  define VEK_NORETURN __attribute__((noreturn))
+#else
+#  define VEK_PRINTF(fmtIdx, argIdx)
+#  define VEK_NORETURN
+#endif
+
+/* ---- result codes (the values are the contract) ---- */
+#define VEK_OK                   0
+#define VEK_ERR_NO_STRING       (-1)   /* string-object stream without a string */
+#define VEK_ERR_ABORTED         (-5)   /* the wait was ended by an abort event */
+#define VEK_ERR_RANGE           (-9)   /* seek target out of range (string streams) */
+#define VEK_ERR_TIMEOUT         (-12)  /* timed out */
+#define VEK_ERR_NOT_OPEN        (-23)  /* nothing open, or nothing to step back over */
+#define VEK_ERR_NOT_FOUND       (-25)  /* not found */
+#define VEK_ERR_NO_EMPTY_SLOT   (-36)  /* no empty slot */
+#define VEK_ERR_NO_FREE_SLOT    (-51)  /* no free slot */
+#define VEK_ERR_WAIT_FAILED     (-51)  /* the system wait failed */
+#define VEK_ERR_FILE_OPEN       (-64)  /* a file could not be opened */
+#define VEK_ERR_BAD_ARG         (-81)  /* bad argument (origin, offset, length, range) */
+#define VEK_ERR_READ_ONLY       (-94)  /* writing to a read-only object */
+#define VEK_ERR_NOT_SUPPORTED   (-95)  /* operation or interface not supported */
+#define VEK_ERR_WRITE_NOTHING   (-103) /* a one-byte file write wrote nothing */
+#define VEK_ERR_NAME_EXISTS     (-111) /* a name is already present */
+#define VEK_ERR_NAME_MISSING    (-112) /* a name is not present */
+#define VEK_ERR_QUEUE_EMPTY     (-125) /* queue empty */
+#define VEK_ERR_FULL            (-201) /* full, or growth failed / count out of range */
+#define VEK_ERR_EOF             (-202) /* end of the stream */
+#define VEK_ERR_INI_LINE_LONG   (-251) /* an INI line is longer than 1024 bytes */
+#define VEK_ERR_NEG_TIME_DIFF   (-602) /* negative time difference */
+
+#endif /* VEK_TYPE_H */

@@ -1,0 +1,155 @@
+/*
+ * AlOs.cpp - the parts of the OS layer that standard C already gives on
+ * every platform: the start counter, plain allocation and files over the C
+ * runtime's streams (buffered, which keeps byte-at-a-time stream reading
+ * cheap). Opening with a UTF-8 path and 64-bit positioning are the
+ * platform's (AlPlat.h).
+ */
+#include <cerrno>
+#include <cstdlib>
+#include "AlPlat.h"
+#include "AlOs.h"
+
+struct AlFile {
+    std::FILE* fp;
+    vek_s32 lastOp;  // 0 none, 1 read, 2 write
+};
+
+namespace {
+
+AlAtom g_osCnt;
+
+vek_s32 os_error(void) {
+    return errno > 0 ? -errno : -5;
+}
+
+// C streams need a positioning call between a write and a read (either
+// way); callers of AlFile may alternate freely.
+void switch_op(AlFile* f, vek_s32 op) {
+    if (f->lastOp != 0 && f->lastOp != op) {
+        plat::file_seek(f->fp, 0, SEEK_CUR);
+    }
+    f->lastOp = op;
+}
+
+bool file_ok(AlFile* f) {
+    if (!f || !f->fp) {
+        VEK_ASSERT(f && f->fp);
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+extern "C" {
+
+VEK_API vek_s32 AlOs_init(void) {
+    return AlAtom_inc(&g_osCnt);
+}
+
+VEK_API vek_s32 AlOs_exit(void) {
+    vek_s32 ret = AlAtom_dec(&g_osCnt);
+    if (ret < 0) {
+        low_assert__("ret >= 0", __FILE__, __LINE__);
+        AlAtom_inc(&g_osCnt);
+        return 0;
+    }
+    return ret;
+}
+
+VEK_API void* al_malloc(size_t size) {
+    return std::malloc(size ? size : 1);
+}
+
+VEK_API void al_free(void* block) {
+    std::free(block);
+}
+
+VEK_API AlFile* AlFile_open(const char* path, const char* mode) {
+    if (!path || !*path || !mode || !*mode) {
+        return nullptr;
+    }
+    std::FILE* fp = plat::file_open(path, mode);
+    if (!fp) {
+        return nullptr;
+    }
+    AlFile* f = (AlFile*)al_malloc(sizeof(AlFile));
+    if (!f) {
+        std::fclose(fp);
+        return nullptr;
+    }
+    f->fp = fp;
+    f->lastOp = 0;
+    return f;
+}
+
+VEK_API vek_s32 AlFile_close(AlFile* f) {
+    if (!file_ok(f)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    vek_s32 r = std::fclose(f->fp) == 0 ? 0 : os_error();
+    f->fp = nullptr;
+    al_free(f);
+    return r;
+}
+
+VEK_API vek_s32 AlFile_read(AlFile* f, void* buf, vek_s32 len) {
+    if (!file_ok(f) || !buf || len < 0) {
+        return VEK_ERR_BAD_ARG;
+    }
+    switch_op(f, 1);
+    errno = 0;
+    size_t n = std::fread(buf, 1, (size_t)len, f->fp);
+    if (n == 0 && std::ferror(f->fp)) {
+        std::clearerr(f->fp);
+        return os_error();
+    }
+    return (vek_s32)n;
+}
+
+VEK_API vek_s32 AlFile_write(AlFile* f, const void* data, vek_s32 len) {
+    if (!file_ok(f) || !data || len < 0) {
+        return VEK_ERR_BAD_ARG;
+    }
+    switch_op(f, 2);
+    errno = 0;
+    size_t n = std::fwrite(data, 1, (size_t)len, f->fp);
+    if (n < (size_t)len && std::ferror(f->fp)) {
+        std::clearerr(f->fp);
+        return n > 0 ? (vek_s32)n : os_error();
+    }
+    return (vek_s32)n;
+}
+
+VEK_API vek_s32 AlFile_seek(AlFile* f, vek_s64 offset, vek_s32 origin) {
+    if (!file_ok(f)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    if (origin < 0 || origin > 2) {
+        return VEK_ERR_BAD_ARG;
+    }
+    f->lastOp = 0;
+    return plat::file_seek(f->fp, offset, origin == 0 ? SEEK_SET : origin == 1 ? SEEK_CUR : SEEK_END);
+}
+
+VEK_API vek_s64 AlFile_tell(AlFile* f) {
+    return file_ok(f) ? plat::file_tell(f->fp) : VEK_ERR_BAD_ARG;
+}
+
+VEK_API vek_s64 AlFile_size(AlFile* f) {
+    if (!file_ok(f)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    std::fflush(f->fp);  // buffered writes count toward the length
+    return plat::file_size(f->fp);
+}
+
+VEK_API vek_s32 AlFile_flush(AlFile* f) {
+    if (!file_ok(f)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    return std::fflush(f->fp) == 0 ? 0 : os_error();
+}
+
+} // extern "C"

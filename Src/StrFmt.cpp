@@ -1,0 +1,482 @@
+/*
+ * StrFmt.cpp - the one printf engine of the library (8-bit and 16-bit
+ * output) and the bounded formatters built on it.
+ *
+ * Literal text and expanded directives go through a 256-unit staging buffer
+ * that is handed to the caller's sink whenever more than 254 units are
+ * pending, so a sink sees few, large pieces. Numbers are rendered item by
+ * item by the C runtime's snprintf; strings and characters are padded here,
+ * because the 8-bit engine must convert UTF-16 arguments and the 16-bit
+ * engine must convert UTF-8 ones.
+ */
+#include <cstdio>
+#include <cstring>
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include "StrUtil.h"
+#include "VekUni.h"
+#include "VekVos.h"
+
+namespace {
+
+constexpr vek_s32 kStage = 256;
+constexpr vek_s32 kStageFlushAt = 254;  // hand on once more than this is pending
+constexpr vek_s32 kByteBuf = 512;       // room for one rendered number
+
+template <class Ch>
+struct Out {
+    using Sink = vek_s32 (*)(void*, const Ch*, vek_s32);
+    void* obj;
+    Sink sink;
+    Ch stage[kStage];
+    vek_s32 pending = 0;
+    vek_s32 total = 0;
+    vek_s32 err = 0;
+
+    void flush() {
+        if (pending > 0 && err == 0) {
+            vek_s32 r = sink(obj, stage, pending);
+            if (r < 0) {
+                err = r;
+            }
+        }
+        pending = 0;
+    }
+    void put(const Ch* p, vek_s32 n) {
+        total += n;
+        while (n > 0) {
+            vek_s32 k = kStage - 1 - pending;
+            if (k > n) {
+                k = n;
+            }
+            std::memcpy(stage + pending, p, sizeof(Ch) * (size_t)k);
+            pending += k;
+            p += k;
+            n -= k;
+            if (pending > kStageFlushAt) {
+                flush();
+            }
+        }
+    }
+    void put1(Ch c) { put(&c, 1); }
+    void fill(Ch c, vek_s32 n) {
+        while (n-- > 0) {
+            put1(c);
+        }
+    }
+    // Puts ASCII bytes, widened for the 16-bit engine.
+    void put_ascii(const char* p, vek_s32 n) {
+        if constexpr (sizeof(Ch) == 1) {
+            put((const Ch*)p, n);
+        } else {
+            for (vek_s32 i = 0; i < n; i++) {
+                put1((Ch)(vek_u8)p[i]);
+            }
+        }
+    }
+};
+
+struct Spec {
+    bool left = false;
+    vek_s32 width = 0;
+    vek_s32 prec = -1;
+    char flags[8] = {0};
+    char len[4] = {0};  // "", "hh", "h", "l", "ll", "L", "z", "j", "t"
+};
+
+template <class Ch>
+bool is_digit(Ch c) {
+    return c >= '0' && c <= '9';
+}
+
+/* Reads the flags, width, precision and length of a directive; p points
+ * behind the "%" and is left on the conversion character. */
+template <class Ch>
+const Ch* parse_spec(const Ch* p, Spec& sp, va_list* ap) {
+    vek_s32 nf = 0;
+    for (;; p++) {
+        Ch c = *p;
+        if (c == '-' || c == '+' || c == ' ' || c == '#' || c == '0') {
+            if (c == '-') {
+                sp.left = true;
+            }
+            if (nf < 6 && !std::strchr(sp.flags, (char)c)) {
+                sp.flags[nf++] = (char)c;
+            }
+        } else {
+            break;
+        }
+    }
+    if (*p == '*') {
+        sp.width = va_arg(*ap, int);
+        if (sp.width < 0) {
+            sp.left = true;
+            sp.width = -sp.width;
+        }
+        p++;
+    } else {
+        while (is_digit(*p)) {
+            sp.width = sp.width * 10 + (*p++ - '0');
+        }
+    }
+    if (*p == '.') {
+        p++;
+        sp.prec = 0;
+        if (*p == '*') {
+            sp.prec = va_arg(*ap, int);
+            p++;
+        } else {
+            while (is_digit(*p)) {
+                sp.prec = sp.prec * 10 + (*p++ - '0');
+            }
+        }
+    }
+    if (*p == 'h') {
+        p++;
+        std::strcpy(sp.len, *p == 'h' ? (p++, "hh") : "h");
+    } else if (*p == 'l') {
+        p++;
+        std::strcpy(sp.len, *p == 'l' ? (p++, "ll") : "l");
+    } else if (*p == 'q') {
+        p++;
+        std::strcpy(sp.len, "ll");
+    } else if (*p == 'L' || *p == 'z' || *p == 'j' || *p == 't') {
+        sp.len[0] = (char)*p++;
+    } else if (*p == 'I') {
+        // The Windows runtime's sizes: I64, I32 and I (pointer-sized).
+        if (p[1] == '6' && p[2] == '4') {
+            p += 3;
+            std::strcpy(sp.len, "ll");
+        } else if (p[1] == '3' && p[2] == '2') {
+            p += 3;
+        } else {
+            p++;
+            std::strcpy(sp.len, sizeof(void*) == 8 ? "ll" : "");
+        }
+    }
+    return p;
+}
+
+/* Renders one numeric or pointer item with snprintf into buf. */
+vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
+    char dir[40];
+    char* d = dir;
+    *d++ = '%';
+    for (const char* f = sp.flags; *f; f++) {
+        *d++ = *f;
+    }
+    if (sp.prec >= kByteBuf - 32) {
+        vek_assert__("precision < (int)sizeof(byteBuf) - 32", __FILE__, __LINE__);
+    }
+    vek_s32 prec = sp.prec < kByteBuf - 32 ? sp.prec : kByteBuf - 33;
+    vek_s32 width = sp.width < kByteBuf - 32 ? sp.width : kByteBuf - 33;
+    d += std::snprintf(d, 12, "%d", (int)width);
+    if (prec >= 0) {
+        d += std::snprintf(d, 12, ".%d", (int)prec);
+    }
+    bool isFloat = std::strchr("eEfFgGaA", conv) != nullptr;
+    if (conv != 'p' && (!isFloat || sp.len[0] == 'L')) {
+        for (const char* l = sp.len; *l; l++) {
+            *d++ = *l;
+        }
+    }
+    *d++ = conv;
+    *d = 0;
+
+    int n;
+    const char* L = sp.len;
+    bool sgn = conv == 'd' || conv == 'i';
+    if (conv == 'p') {
+        n = std::snprintf(buf, kByteBuf, dir, va_arg(*ap, void*));
+    } else if (isFloat) {
+        if (L[0] == 'L') {
+            n = std::snprintf(buf, kByteBuf, dir, va_arg(*ap, long double));
+        } else {
+            n = std::snprintf(buf, kByteBuf, dir, va_arg(*ap, double));
+        }
+    } else if (!std::strcmp(L, "ll")) {
+        n = sgn ? std::snprintf(buf, kByteBuf, dir, va_arg(*ap, long long))
+                : std::snprintf(buf, kByteBuf, dir, va_arg(*ap, unsigned long long));
+    } else if (!std::strcmp(L, "l")) {
+        n = sgn ? std::snprintf(buf, kByteBuf, dir, va_arg(*ap, long))
+                : std::snprintf(buf, kByteBuf, dir, va_arg(*ap, unsigned long));
+    } else if (L[0] == 'z') {
+        n = sgn ? std::snprintf(buf, kByteBuf, dir, va_arg(*ap, std::make_signed_t<size_t>))
+                : std::snprintf(buf, kByteBuf, dir, va_arg(*ap, size_t));
+    } else if (L[0] == 'j') {
+        n = sgn ? std::snprintf(buf, kByteBuf, dir, va_arg(*ap, intmax_t))
+                : std::snprintf(buf, kByteBuf, dir, va_arg(*ap, uintmax_t));
+    } else if (L[0] == 't') {
+        n = std::snprintf(buf, kByteBuf, dir, va_arg(*ap, ptrdiff_t));
+    } else {
+        // hh, h and no length all arrive promoted to int.
+        n = sgn ? std::snprintf(buf, kByteBuf, dir, va_arg(*ap, int))
+                : std::snprintf(buf, kByteBuf, dir, va_arg(*ap, unsigned int));
+    }
+    if (n < 0) {
+        n = 0;
+    }
+    if (n >= kByteBuf) {
+        vek_assert__("byteLen < sizeof(byteBuf)", __FILE__, __LINE__);
+        n = kByteBuf - 1;
+    }
+    return n;
+}
+
+/* Pads and puts an already converted text of n units. */
+template <class Ch>
+void put_padded(Out<Ch>& o, const Spec& sp, const Ch* s, vek_s32 n) {
+    vek_s32 pad = sp.width > n ? sp.width - n : 0;
+    if (!sp.left) {
+        o.fill((Ch)' ', pad);
+    }
+    o.put(s, n);
+    if (sp.left) {
+        o.fill((Ch)' ', pad);
+    }
+}
+
+/* Converts one string argument to the engine's width, cut to the precision,
+ * and puts it padded. Conversion runs in slices so that long texts need no
+ * allocation: the measuring pass counts, the second pass writes. */
+template <class Ch, class Arg>
+void put_string(Out<Ch>& o, const Spec& sp, const Arg* s) {
+    static const char kNull[] = "(null)";
+    if (!s) {
+        Spec cut = sp;
+        vek_s32 n = (vek_s32)sizeof kNull - 1;
+        if (cut.prec >= 0 && cut.prec < n) {
+            n = cut.prec;
+        }
+        vek_s32 pad = sp.width > n ? sp.width - n : 0;
+        if (!sp.left) {
+            o.fill((Ch)' ', pad);
+        }
+        o.put_ascii(kNull, n);
+        if (sp.left) {
+            o.fill((Ch)' ', pad);
+        }
+        return;
+    }
+    if constexpr (sizeof(Ch) == sizeof(Arg)) {
+        vek_s32 n = 0;
+        while (s[n] && (sp.prec < 0 || n < sp.prec)) {
+            n++;
+        }
+        put_padded(o, sp, (const Ch*)s, n);
+    } else if constexpr (sizeof(Ch) == 1) {
+        // UTF-16 argument into 8-bit output: whole characters within the precision.
+        vek_s32 n = 0;
+        char tmp[4];
+        for (const Arg* p = s; *p; p++) {
+            vek_s32 k = wcs_char_to_utf8_char((vek_wchar)*p, tmp);
+            if (sp.prec >= 0 && n + k > sp.prec) {
+                break;
+            }
+            n += k;
+        }
+        vek_s32 pad = sp.width > n ? sp.width - n : 0;
+        if (!sp.left) {
+            o.fill(' ', pad);
+        }
+        vek_s32 done = 0;
+        for (const Arg* p = s; *p && done < n; p++) {
+            vek_s32 k = wcs_char_to_utf8_char((vek_wchar)*p, tmp);
+            o.put((const Ch*)tmp, k);
+            done += k;
+        }
+        if (sp.left) {
+            o.fill(' ', pad);
+        }
+    } else {
+        // UTF-8 argument into 16-bit output: decoded unit by unit.
+        vek_s32 n = 0;
+        for (const char* p = (const char*)s; sp.prec < 0 || n < sp.prec; n++) {
+            vek_s32 used;
+            if (!utf8_str_to_wcs_char(p, &used)) {
+                break;
+            }
+            p += used;
+        }
+        vek_s32 pad = sp.width > n ? sp.width - n : 0;
+        if (!sp.left) {
+            o.fill((Ch)' ', pad);
+        }
+        const char* p = (const char*)s;
+        for (vek_s32 i = 0; i < n; i++) {
+            vek_s32 used;
+            o.put1((Ch)utf8_str_to_wcs_char(p, &used));
+            p += used;
+        }
+        if (sp.left) {
+            o.fill((Ch)' ', pad);
+        }
+    }
+}
+
+template <class Ch>
+vek_s32 format(void* obj, typename Out<Ch>::Sink sink, const Ch* fmt, va_list args) {
+    if (!fmt || !sink) {
+        VEK_ASSERT(fmt && sink);
+        return VEK_ERR_BAD_ARG;
+    }
+    Out<Ch> o;
+    o.obj = obj;
+    o.sink = sink;
+    va_list ap;
+    va_copy(ap, args);
+    const Ch* p = fmt;
+    while (*p) {
+        const Ch* lit = p;
+        while (*p && *p != '%') {
+            p++;
+        }
+        if (p > lit) {
+            o.put(lit, (vek_s32)(p - lit));
+        }
+        if (!*p) {
+            break;
+        }
+        const Ch* dirStart = p++;
+        if (*p == '%') {
+            o.put1((Ch)'%');
+            p++;
+            continue;
+        }
+        Spec sp;
+        p = parse_spec(p, sp, &ap);
+        Ch conv = *p;
+        if (!conv) {
+            o.put(dirStart, (vek_s32)(p - dirStart));
+            break;
+        }
+        p++;
+        // In the 16-bit engine plain %s / %c are UTF-16 and h selects UTF-8;
+        // in the 8-bit engine l (or the capital form) selects UTF-16.
+        bool wideArg;
+        if constexpr (sizeof(Ch) == 1) {
+            wideArg = sp.len[0] == 'l' || conv == 'S' || conv == 'C';
+        } else {
+            wideArg = sp.len[0] != 'h';
+        }
+        switch (conv) {
+        case 'd': case 'i': case 'o': case 'u': case 'x': case 'X':
+        case 'e': case 'E': case 'f': case 'F': case 'g': case 'G':
+        case 'a': case 'A': case 'p': {
+            char buf[kByteBuf];
+            vek_s32 n = render_number(buf, sp, (char)conv, &ap);
+            o.put_ascii(buf, n);
+            break;
+        }
+        case 's': case 'S':
+            if (wideArg) {
+                put_string(o, sp, va_arg(ap, const vek_wchar*));
+            } else {
+                put_string(o, sp, va_arg(ap, const char*));
+            }
+            break;
+        case 'c': case 'C': {
+            int c = va_arg(ap, int);
+            Ch tmp[4];
+            vek_s32 n = 1;
+            if constexpr (sizeof(Ch) == 1) {
+                if (wideArg) {
+                    n = wcs_char_to_utf8_char((vek_wchar)c, (char*)tmp);
+                } else {
+                    tmp[0] = (Ch)c;
+                }
+            } else {
+                tmp[0] = wideArg ? (Ch)(vek_wchar)c : (Ch)(vek_u8)c;
+            }
+            Spec noPrec = sp;
+            noPrec.prec = -1;
+            put_padded(o, noPrec, tmp, n);
+            break;
+        }
+        case 'n':
+            (void)va_arg(ap, void*);  // counts are never written back
+            break;
+        default:
+            o.put(dirStart, (vek_s32)(p - dirStart));
+            break;
+        }
+    }
+    va_end(ap);
+    o.flush();
+    return o.err < 0 ? o.err : o.total;
+}
+
+/* A sink over a caller buffer that keeps what fits and counts the rest. */
+struct BufSink {
+    char* buf;
+    vek_s32 cap;
+    vek_s32 len;
+    vek_s32 cut;
+};
+
+vek_s32 buf_sink(void* obj, const char* bytes, vek_s32 n) {
+    BufSink* b = (BufSink*)obj;
+    vek_s32 room = b->cap - b->len;
+    vek_s32 k = n < room ? n : room;
+    if (k > 0) {
+        std::memcpy(b->buf + b->len, bytes, (size_t)k);
+        b->len += k;
+    }
+    if (k < n) {
+        b->cut = 1;
+    }
+    return n;
+}
+
+} // namespace
+
+extern "C" {
+
+VEK_API vek_s32 str_fmt_out(void* sinkObj, vek_str_sink sink, const char* fmt, va_list args) {
+    return format<char>(sinkObj, sink, fmt, args);
+}
+
+VEK_API vek_s32 wcs_fmt_out(void* sinkObj, vek_wcs_sink sink, const vek_wchar* fmt, va_list args) {
+    return format<vek_wchar>(sinkObj, sink, fmt, args);
+}
+
+VEK_API vek_s32 vek_vsxprintf(char* buf, vek_s32 size, vek_s32* cut, const char* fmt,
+                              va_list args) {
+    if (cut) {
+        *cut = 0;
+    }
+    if (!buf || size < 1) {
+        VEK_ASSERT(buf && size >= 1);
+        return 0;
+    }
+    BufSink b = {buf, size - 1, 0, 0};
+    str_fmt_out(&b, buf_sink, fmt, args);
+    buf[b.len] = 0;
+    if (cut) {
+        *cut = b.cut;
+    }
+    return b.len;
+}
+
+VEK_API vek_s32 vek_sxprintf(char* buf, vek_s32 size, vek_s32* cut, const char* fmt, ...) {
+    va_list va;
+    va_start(va, fmt);
+    vek_s32 n = vek_vsxprintf(buf, size, cut, fmt, va);
+    va_end(va);
+    return n;
+}
+
+VEK_API vek_s32 vek_vsnprintf(char* buf, vek_s32 size, const char* fmt, va_list args) {
+    return vek_vsxprintf(buf, size, nullptr, fmt, args);
+}
+
+VEK_API vek_s32 vek_snprintf(char* buf, vek_s32 size, const char* fmt, ...) {
+    va_list va;
+    va_start(va, fmt);
+    vek_s32 n = vek_vsxprintf(buf, size, nullptr, fmt, va);
+    va_end(va);
+    return n;
+}
+
+} // extern "C"

@@ -1,0 +1,103 @@
+/*
+ * VekCore.h - internal declarations shared by the core sources (lifecycle,
+ * configuration, heap, trace). Not installed, nothing here is exported.
+ */
+#ifndef VEK_CORE_H
+#define VEK_CORE_H
+
+#include "VekType.h"
+#include "AlOs.h"
+#include "VekVos.h"
+#include "VekTrc.h"
+#include "MemUtil.h"
+#include "TinyStr.h"
+#include "StrUtil.h"
+#include "VekVosx.h"
+#include "BaseItf.h"
+
+namespace vek {
+
+/* Trace coordinates of the library's own records. */
+constexpr vek_s32 kModBase = 10;   /* the library itself */
+constexpr vek_s32 kFldLife = 1;    /* lifecycle records */
+constexpr vek_s32 kFldAssert = 2;  /* assertion records */
+constexpr vek_s32 kFldHeap = 3;    /* heap monitor records */
+
+/* One configuration source: a file path and/or an in-memory text. */
+struct RtcSrc {
+    char* path;   /* al_malloc'ed UTF-8 path or null */
+    char* txt;    /* al_malloc'ed text or null */
+    vek_s32 txtLen;
+};
+
+/* Process-wide state of the core. */
+struct CoreState {
+    void* module;          /* the library's own module, set at attach */
+    vek_u32 primTid;       /* thread that ran the attach */
+    char* baseFld;         /* UTF-8 folder of the library's file (al_malloc) */
+    vek_s32 baseFldLen;
+    vek_wchar* baseFldW;   /* the same as UTF-16 (al_malloc) */
+    vek_s32 baseFldWLen;
+    RtcSrc rtc[3];         /* VEK_RTC_SYS, VEK_RTC_DBG, VEK_RTC_TRC */
+    AlAtom loadCnt;        /* load-level starts */
+    AlAtom appCnt;         /* BaseLib_init nesting */
+    AlAtom mainTid;
+    vek_u32 tps;           /* clock ticks per second */
+    vek_s32 trcEnabled;    /* result of the trace manager's start >= 0 */
+    IHeapMon* heapMon;     /* "VekHeap" */
+    IHeapMon* uiHeapMon;   /* "UiHeap" */
+    AlAtom leakChking;
+    vek_s32 trcHold;       /* BaseLib_init started trace holding */
+    vek_s32 holdDynDll;    /* unload dynamic libraries through the debug unloader */
+    AlAtom randState;
+    AlAtom glbHnd;
+};
+extern CoreState g_core;
+
+/* Process attach / detach, called by the platform's load hooks. */
+void load_attach(void* module);
+void load_detach(void);
+
+/* The next global handle after the counter at p: never 0, never all ones. */
+inline vek_u32 glb_hnd_next(AlAtom* p) {
+    vek_u32 v;
+    do {
+        v = (vek_u32)AlAtom_inc(p);
+    } while (v == 0u || v == 0xFFFFFFFFu);
+    return v;
+}
+
+/* ---- configuration (VekRtc.cpp) ---- */
+void rtc_build_paths(void);
+void rtc_free_paths(void);
+/* Reads a value; returns 1 when the source could be opened ("found"), else
+ * 0 with def copied into buf. */
+vek_s32 rtc_read(vek_s32 source, const char* sect, const char* key, const char* def, char* buf,
+                 vek_s32 size);
+
+/* ---- trace manager (VekTrc.cpp) ---- */
+vek_s32 trc_start(void);            /* >= 0 when tracing is on */
+void trc_stop(void);
+vek_s32 trc_active(void);           /* a sink or a listener receives records */
+vek_s32 trc_hold_supported(void);
+void trc_hold_start(void);
+void trc_hold_stop(void);
+/* Writes one record when tracing (or a listener) is on and the debug
+ * manager lets (module, field, level) through. */
+void trc_record(const char* path, vek_s32 line, vek_s32 module, vek_s32 field, vek_s32 level,
+                const char* text, vek_s32 len);
+vek_s32 trc_printf(vek_s32 module, vek_s32 field, vek_s32 level, const char* fmt, ...)
+    VEK_PRINTF(4, 5);
+/* Lifecycle record: module 10, field 1, level 1. */
+#define VEK_LIFE_TRACE(...) ::vek::trc_printf(::vek::kModBase, ::vek::kFldLife, 1, __VA_ARGS__)
+
+/* ---- heap (HeapMon.cpp) ---- */
+IHeapMon* heap_mon(void);
+
+/* ---- symbol support (CallStack.cpp) ---- */
+vek_s32 sym_start(void);
+void sym_stop(void);
+
+} // namespace vek
+
+#endif /* VEK_CORE_H */

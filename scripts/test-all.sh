@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Builds BaseLib on every leg and runs every test there:
+#   linux-x64, linux-x86 (g++ -m32), windows-x64 (mingw-w64, under wine64),
+#   linux-asan (ASan + UBSan), linux-tsan (ThreadSanitizer);
+# then checks the plain build's install (CMake package, pkg-config, a
+# program built against it) and that exactly the API is exported.
+# BASELIB_LEGS narrows the legs, e.g. BASELIB_LEGS=linux-x64.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/deps.sh test
+jobs=$(nproc)
+legs=${BASELIB_LEGS:-"linux-x64 linux-x86 windows-x64 linux-asan linux-tsan"}
+
+wine_dir=""
+cleanup() { [ -n "$wine_dir" ] && bash scripts/wine.sh stop "$wine_dir"; }
+trap cleanup EXIT
+
+for leg in $legs; do
+  echo "=== $leg: build"
+  cmake --preset "$leg" >/dev/null
+  cmake --build --preset "$leg" -j "$jobs" >/dev/null
+  if [ "$leg" = windows-x64 ]; then
+    wine_dir=build/$leg
+    bash scripts/wine.sh start "$wine_dir"
+  fi
+  echo "=== $leg: test"
+  ctest --preset "$leg" -j "$jobs"
+  if [ "$leg" = windows-x64 ]; then
+    echo "=== $leg: vektool info"
+    cmake/wine-run.sh "build/$leg/bin/vektool.exe" info >/dev/null
+    bash scripts/wine.sh stop "$wine_dir"
+    wine_dir=""
+  fi
+done
+
+echo "=== install and exports"
+bash scripts/check-install.sh
+for leg in $legs; do
+  case "$leg" in
+    linux-x64|linux-x86|windows-x64) bash scripts/check-exports.sh "build/$leg" ;;
+  esac
+done
+echo "=== all legs passed: $legs"

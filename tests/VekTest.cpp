@@ -1,0 +1,128 @@
+/*
+ * VekTest.cpp - the test programs' main and the shared fixture.
+ */
+#include "VekTest.h"
+#include <cstdio>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <filesystem>
+
+namespace {
+
+std::mutex g_faultLock;
+std::vector<std::string> g_faults;
+
+vek_s32 record_fault(const char*, const char* text) {
+    std::lock_guard<std::mutex> lock(g_faultLock);
+    g_faults.emplace_back(text ? text : "");
+    return VEK_FAULT_IGNORE;
+}
+
+vek_s64 live_blocks() {
+    VekHeapStat st;
+    return vek_heap_stat(&st) == 0 ? st.liveBlocks : -1;
+}
+
+} // namespace
+
+namespace vektest {
+
+std::vector<std::string> faults() {
+    std::lock_guard<std::mutex> lock(g_faultLock);
+    return g_faults;
+}
+
+std::vector<std::string> take_faults() {
+    std::lock_guard<std::mutex> lock(g_faultLock);
+    std::vector<std::string> out;
+    out.swap(g_faults);
+    return out;
+}
+
+bool take_assert(const std::string& expr) {
+    std::lock_guard<std::mutex> lock(g_faultLock);
+    std::string needle = "\nExp: " + expr;
+    for (auto it = g_faults.begin(); it != g_faults.end(); ++it) {
+        size_t pos = it->find(needle);
+        if (pos != std::string::npos && pos + needle.size() == it->size()) {
+            g_faults.erase(it);
+            return true;
+        }
+    }
+    return false;
+}
+
+TraceCapture::TraceCapture() {
+    prevSink_ = tout_set_sink(&TraceCapture::sink, this);
+}
+
+TraceCapture::~TraceCapture() {
+    tout_set_sink(prevSink_, nullptr);
+}
+
+void TraceCapture::sink(void* ctx, const char* text, vek_s32 len) {
+    static_cast<TraceCapture*>(ctx)->records.emplace_back(text, (size_t)len);
+}
+
+std::string TraceCapture::all() const {
+    std::string s;
+    for (const auto& r : records) {
+        s += r;
+        s += '\n';
+    }
+    return s;
+}
+
+std::string temp_dir(const std::string& name) {
+    namespace fs = std::filesystem;
+    fs::path p = fs::temp_directory_path() / ("vektest-" + name + "-" + std::to_string(al_thrd_id()));
+    fs::remove_all(p);
+    fs::create_directories(p);
+    return p.string();
+}
+
+void remove_tree(const std::string& path) {
+    std::error_code ec;
+    std::filesystem::remove_all(path, ec);
+}
+
+std::string read_file(const std::string& path) {
+    std::ifstream in(std::filesystem::u8path(path), std::ios::binary);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+void write_file(const std::string& path, const std::string& data) {
+    std::ofstream out(std::filesystem::u8path(path), std::ios::binary);
+    out << data;
+}
+
+} // namespace vektest
+
+void VekTest::SetUp() {
+    vektest::take_faults();
+    liveAtStart_ = live_blocks();
+}
+
+void VekTest::TearDown() {
+    for (const auto& f : vektest::take_faults()) {
+        ADD_FAILURE() << "unexpected assertion:\n" << f;
+    }
+    EXPECT_EQ(liveAtStart_, live_blocks()) << "tracked blocks leaked by the test";
+}
+
+void VekTest::expect_assert(const std::string& expr) {
+    EXPECT_TRUE(vektest::take_assert(expr)) << "expected the assertion \"" << expr << "\"";
+}
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    al_set_fault_hook(record_fault);
+    BaseLib_init();
+    int rc = RUN_ALL_TESTS();
+    BaseLib_exit();
+    return rc;
+}

@@ -1,0 +1,71 @@
+/*
+ * VekTest.h - what every suite shares: the fault recorder (every assertion
+ * the library raises is recorded through the fault hook and answered
+ * Ignore), the per-test leak check and a trace listener.
+ */
+#ifndef VEK_TEST_H
+#define VEK_TEST_H
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+#include "BaseLib.h"
+
+/* Marks a test function as exported so call stacks can name it. */
+#ifdef _WIN32
+#define VEK_TEST_EXPORT extern "C" __declspec(dllexport)
+#else
+#define VEK_TEST_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
+
+namespace vektest {
+
+/* All fault texts recorded since the last take, oldest first. */
+std::vector<std::string> faults();
+/* Removes and returns the recorded fault texts. */
+std::vector<std::string> take_faults();
+/* Removes the first recorded assertion whose expression is expr; true when
+ * there was one. */
+bool take_assert(const std::string& expr);
+
+/* Receives every trace record while alive. */
+class TraceCapture {
+  public:
+    TraceCapture();
+    ~TraceCapture();
+    std::string all() const;
+    bool contains(const std::string& s) const { return all().find(s) != std::string::npos; }
+    std::vector<std::string> records;
+
+  private:
+    static void sink(void* ctx, const char* text, vek_s32 len);
+    vek_trc_sink prevSink_;
+};
+
+/* A folder of its own for a test, removed afterwards. */
+std::string temp_dir(const std::string& name);
+void remove_tree(const std::string& path);
+std::string read_file(const std::string& path);
+void write_file(const std::string& path, const std::string& data);
+
+} // namespace vektest
+
+/* The base fixture: no assertion may stay unexplained and no tracked block
+ * may leak from a test. */
+class VekTest : public ::testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+    /* Expects that exactly the assertion expr fired (once) since the last
+     * check, and forgets it. */
+    void expect_assert(const std::string& expr);
+    vek_s64 liveAtStart_ = 0;
+};
+
+#define EXPECT_ASSERT(expr_text, ...)              \
+    do {                                           \
+        __VA_ARGS__;                               \
+        expect_assert(expr_text);                  \
+    } while (0)
+
+#endif /* VEK_TEST_H */

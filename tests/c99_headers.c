@@ -1,0 +1,22 @@
+/* Every public header compiles as C99 and links against the library. */
+#include "BaseLib.h"
+#include <stdio.h>
+#include <string.h>
+
+int main(void) {
+    TinyStr ts;
+    char buf[32];
+    VekHeapStat st;
+    void* p;
+    TinyStr_new(&ts);
+    TinyStr_appdf(&ts, "%d+%d", 1, 2);
+    vek_snprintf(buf, sizeof buf, "%s", TinyStr_buf(&ts));
+    TinyStr_delete(&ts);
+    p = vek_malloc__(16);
+    vek_free__(p);
+    if (vek_heap_stat(&st) != 0 || strcmp(buf, "1+2") != 0 || vek_glb_hnd() == 0) {
+        return 1;
+    }
+    printf("c99 ok %s\n", vek_version());
+    return 0;
+}
