@@ -53,6 +53,9 @@ VEK_API vek_s32 AlFile_flush(AlFile* file);  /* 0 or a negative error */
 /* ---- memory, threads, clock ---- */
 VEK_API void* al_malloc(size_t size);  /* plain, untracked allocation */
 VEK_API void al_free(void* block);
+/* Resizes a block of al_malloc, in place where the system can; null (and
+ * the block untouched) when out of memory. */
+VEK_API void* al_realloc(void* block, size_t size);
 VEK_API vek_u32 al_thrd_id(void);      /* the calling thread's system id */
 VEK_API vek_u32 al_clock(void);        /* monotonic clock, 1000 ticks per second */
 VEK_API void al_sleep(vek_u32 ticks);  /* sleeps that many clock ticks */

@@ -49,6 +49,23 @@ VEK_API vek_s32 vek_stricmp(const char* a, const char* b);
 /* The same for at most n characters; n 0 gives 0. */
 VEK_API vek_s32 vek_strincmp(const char* a, const char* b, vek_s32 n);
 
+/* First occurrence of sub in s ignoring ASCII case; an empty sub matches
+ * at s. A pointer into s or null. */
+VEK_API char* vek_stristr(const char* s, const char* sub);
+VEK_API vek_wchar* vek_wcsistr(const vek_wchar* s, const vek_wchar* sub);
+
+/* ---- skipping sets of characters (they never write) ----
+ * On a text of len characters (negative: up to the terminator); a null or
+ * empty set means space, tab, CR and LF.
+ * str_skip_space:  the first character not in set (len 0: s itself),
+ *                  stopping at the terminator or after len characters
+ * str_rskip_space: just behind the last character (of the first len) not
+ *                  in set: the trimmed length is the result minus s */
+VEK_API const char* str_skip_space(const char* s, vek_s32 len, const char* set);
+VEK_API const char* str_rskip_space(const char* s, vek_s32 len, const char* set);
+VEK_API const vek_wchar* wcs_skip_space(const vek_wchar* s, vek_s32 len, const vek_wchar* set);
+VEK_API const vek_wchar* wcs_rskip_space(const vek_wchar* s, vek_s32 len, const vek_wchar* set);
+
 /* ---- paths ---- */
 /* Pointer behind the last "\" or "/"; without one, behind "X:" when the
  * path is exactly a drive of two characters, else the whole path. */

@@ -66,6 +66,10 @@ VEK_API void al_free(void* block) {
     std::free(block);
 }
 
+VEK_API void* al_realloc(void* block, size_t size) {
+    return std::realloc(block, size ? size : 1);
+}
+
 VEK_API AlFile* AlFile_open(const char* path, const char* mode) {
     if (!path || !*path || !mode || !*mode) {
         return nullptr;

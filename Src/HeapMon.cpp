@@ -51,6 +51,7 @@ struct HeapMon {
     char name[32];
     vek_malloc_fn allocFn;
     vek_free_fn freeFn;
+    void* (*reallocFn)(void*, size_t);  // resizes in place where it can; null: copy
     vek_fault_fn faultFn;
     vek_s32 leakChkLev;
     vek_s32 crashChkLev;
@@ -263,6 +264,55 @@ void hm_free(IHeapMon* itf, void* p) {
     m->freeFn(b);
 }
 
+// Resizes a block with the underlying allocator's own resize, which can
+// extend in place (so growing text is not copied whole each time); the
+// block keeps its place in the live list and its recorded stack.
+void* resize_block(HeapMon* m, HeapBlk* b, size_t size) {
+    vek_u32 n = stack_count(b);
+    size_t stackBytes = (size_t)n * sizeof(void*);
+    size_t raw = round8(size) + sizeof(HeapBlk) + 2 * sizeof(vek_u32) + stackBytes;
+    void* frames[kMaxStack];
+    std::memcpy(frames, stack_entries(b), stackBytes);
+    vek_u32 oldRaw = b->rawSize;
+    vek_u32 oldReq = b->reqSize;
+    HeapBlk* prev = b->prev;
+    HeapBlk* next = b->next;
+    bool preHead = m->pre.head == b, preTail = m->pre.tail == b;
+    HeapBlk* nb = (HeapBlk*)m->reallocFn(b, raw);
+    if (!nb) {
+        return nullptr;  // the old block is untouched and still linked
+    }
+    if (prev) {
+        prev->next = nb;
+    } else if (preHead) {
+        m->pre.head = nb;
+    } else {
+        m->app.head = nb;
+    }
+    if (next) {
+        next->prev = nb;
+    } else if (preTail) {
+        m->pre.tail = nb;
+    } else {
+        m->app.tail = nb;
+    }
+    nb->rawSize = (vek_u32)raw;
+    nb->reqSize = (vek_u32)size;
+    nb->check = ((vek_u32)raw + (vek_u32)size) ^ kGuardHead;
+    vek_u32* tg = tail_guard(nb);
+    *tg = kGuardTail;
+    std::memcpy(tg + 1, &n, sizeof n);
+    std::memcpy(stack_entries(nb), frames, stackBytes);
+    if (m->recStatInfo) {
+        VekHeapStat& s = m->stat;
+        s.liveBytes += (vek_s64)size - oldReq;
+        s.liveRaw += (vek_s64)raw - oldRaw;
+        raise_peak(s.peakBytes, s.liveBytes);
+        raise_peak(s.peakRaw, s.liveRaw);
+    }
+    return nb + 1;
+}
+
 void* hm_realloc(IHeapMon* itf, void* p, size_t size) {
     HeapMon* m = Cls::self(itf, __LINE__);
     if (!p) {
@@ -272,13 +322,24 @@ void* hm_realloc(IHeapMon* itf, void* p, size_t size) {
         hm_free(itf, p);
         return nullptr;
     }
+    if (size > kMaxReq) {
+        return nullptr;
+    }
     HeapBlk* b = (HeapBlk*)p - 1;
     AlMutex_lock(&m->lock);
     bool ours = header_ok(b) && linked(m, b);
     size_t old = ours ? b->reqSize : 0;
+    if (ours && *tail_guard(b) != kGuardTail) {
+        ours = false;  // damaged: let the free below report it
+    }
+    if (ours && m->reallocFn) {
+        void* q = resize_block(m, b, size);
+        AlMutex_unlock(&m->lock);
+        return q;
+    }
     AlMutex_unlock(&m->lock);
     if (!ours) {
-        hm_free(itf, p);  // reports the foreign block
+        hm_free(itf, p);  // reports the foreign or damaged block
         return nullptr;
     }
     void* q = hm_alloc(itf, size);
@@ -428,6 +489,8 @@ extern "C" VEK_API IHeapMon* HeapMon_create(const char* name, vek_malloc_fn allo
     vek_snprintf(m->name, sizeof m->name, "%s", name ? name : "HeapMon");
     m->allocFn = allocFn;
     m->freeFn = freeFn;
+    // Only the OS layer's own pair is known to have a matching resize.
+    m->reallocFn = allocFn == al_malloc && freeFn == al_free ? al_realloc : nullptr;
     m->faultFn = faultFn ? faultFn : al_fault_proc;
     m->leakChkLev = leakChkLev;
     m->crashChkLev = crashChkLev;

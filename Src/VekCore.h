@@ -91,8 +91,11 @@ vek_s32 trc_printf(vek_s32 module, vek_s32 field, vek_s32 level, const char* fmt
 /* Lifecycle record: module 10, field 1, level 1. */
 #define VEK_LIFE_TRACE(...) ::vek::trc_printf(::vek::kModBase, ::vek::kFldLife, 1, __VA_ARGS__)
 
-/* ---- heap (HeapMon.cpp) ---- */
+/* ---- heap ---- */
 IHeapMon* heap_mon(void);
+/* Resizes a block of the process heap (vek_malloc__), in place where the
+ * system can; null and the block untouched when out of memory. */
+void* heap_realloc(void* block, size_t size);
 
 /* ---- symbol support (CallStack.cpp) ---- */
 vek_s32 sym_start(void);

@@ -203,6 +203,15 @@ IHeapMon* heap_mon(void) {
     return g_core.heapMon;
 }
 
+void* heap_realloc(void* block, size_t size) {
+    IHeapMon* m = g_core.heapMon;
+    if (!m) {
+        vek_assert__("vek_heap_mon", __FILE__, __LINE__);
+        return nullptr;
+    }
+    return m->vtbl->reallocMem(m, block, size);
+}
+
 } // namespace vek
 
 extern "C" {

@@ -12,7 +12,11 @@ jobs=$(nproc)
 legs=${BASELIB_LEGS:-"linux-x64 linux-x86 windows-x64 linux-asan linux-tsan"}
 
 wine_dir=""
-cleanup() { [ -n "$wine_dir" ] && bash scripts/wine.sh stop "$wine_dir"; }
+cleanup() {
+  if [ -n "$wine_dir" ]; then
+    bash scripts/wine.sh stop "$wine_dir"
+  fi
+}
 trap cleanup EXIT
 
 for leg in $legs; do

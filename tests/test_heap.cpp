@@ -253,6 +253,31 @@ TEST_F(HeapStats, ReallocKeepsTheBytes) {
     EXPECT_EQ(0, st.liveBlocks);
 }
 
+TEST_F(HeapStats, ResizeInPlaceKeepsLinksStackAndGuards) {
+    Monitor mon(1, 0, 1);  // over al_malloc/al_free: resized with al_realloc
+    char* a = (char*)mon.alloc(8);
+    char* b = (char*)mon.alloc(8);
+    char* c = (char*)mon.alloc(8);
+    std::memcpy(b, "12345678", 8);
+    vek_u32 entries = word_at(b, 12);
+    for (size_t n : {100u, 5000u, 300000u, 40u}) {
+        b = (char*)mon.m->vtbl->reallocMem(mon.m, b, n);
+        ASSERT_TRUE(b);
+        EXPECT_EQ(0, std::memcmp(b, "12345678", 8));
+        size_t r8 = (n + 7) & ~(size_t)7;
+        EXPECT_EQ(0xD3A841BEu, word_at(b, (ptrdiff_t)r8));
+        EXPECT_EQ(entries, word_at(b, (ptrdiff_t)r8 + 4));
+        EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 2));  // neighbours point at the moved block
+    }
+    VekHeapStat st;
+    mon.m->vtbl->getStat(mon.m, &st);
+    EXPECT_EQ(56, st.liveBytes);
+    mon.free(a);
+    mon.free(b);
+    mon.free(c);
+    EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 2));
+}
+
 TEST_F(HeapStats, InterfaceIdentity) {
     Monitor mon(0);
     const VekGuid iid = VEK_IID_IHEAPMON_INIT;
