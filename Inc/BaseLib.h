@@ -15,5 +15,6 @@
 #include "TinyStr.h"
 #include "StrUtil.h"
 #include "VekUni.h"
+#include "IniFile.h"
 
 #endif /* VEK_BASELIB_H */

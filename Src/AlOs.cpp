@@ -149,6 +149,24 @@ VEK_API vek_s64 AlFile_size(AlFile* f) {
     return plat::file_size(f->fp);
 }
 
+} // extern "C"
+
+namespace vek {
+
+vek_s32 file_sync(AlFile* f) {
+    if (!file_ok(f)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    if (std::fflush(f->fp) != 0) {
+        return os_error();
+    }
+    return plat::file_sync(f->fp);
+}
+
+} // namespace vek
+
+extern "C" {
+
 VEK_API vek_s32 AlFile_flush(AlFile* f) {
     if (!file_ok(f)) {
         return VEK_ERR_BAD_ARG;

@@ -27,6 +27,22 @@ std::FILE* file_open(const char* path, const char* mode);
 vek_s32 file_seek(std::FILE* f, vek_s64 offset, vek_s32 origin);
 vek_s64 file_tell(std::FILE* f);
 vek_s64 file_size(std::FILE* f);
+/* Flushes a file's data to the disk (not only the C runtime's buffer). */
+vek_s32 file_sync(std::FILE* f);
+/* The path a write should go to: a symbolic link is followed to its
+ * target; otherwise (or when the path does not exist yet) the path itself.
+ * Returns the length written to out, 0 when it does not fit. */
+vek_s32 file_resolve(const char* path, char* out, vek_s32 cap);
+/* Replaces target by from in one step (the old target stays intact when
+ * this fails); 0 or a negative error. */
+vek_s32 file_replace(const char* from, const char* target);
+/* Gives to the permissions of from, where the platform has such; 0 or a
+ * negative error. */
+vek_s32 file_copy_mode(const char* from, const char* to);
+/* 0 when path does not exist or may be written; else a negative error. */
+vek_s32 file_check_writable(const char* path);
+/* Removes a file; 0 or a negative error. */
+vek_s32 file_remove(const char* path);
 
 /* Full path of the library's own file (the executable in a static build),
  * UTF-8, terminated; returns its length or 0 on failure. */

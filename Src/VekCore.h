@@ -97,6 +97,10 @@ IHeapMon* heap_mon(void);
  * system can; null and the block untouched when out of memory. */
 void* heap_realloc(void* block, size_t size);
 
+/* ---- files ---- */
+/* Flushes a file's buffers and its data to the disk; 0 or a negative error. */
+vek_s32 file_sync(AlFile* f);
+
 /* ---- symbol support (CallStack.cpp) ---- */
 vek_s32 sym_start(void);
 void sym_stop(void);

@@ -8,7 +8,6 @@
 #include <iconv.h>
 #include <langinfo.h>
 #include <pthread.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include "AlPlat.h"
@@ -55,28 +54,6 @@ size_t iconv_all(const char* to, const char* from, const char* in, size_t inLen,
 }
 
 } // namespace
-
-namespace plat {
-
-std::FILE* file_open(const char* path, const char* mode) {
-    return std::fopen(path, mode);  // POSIX paths are bytes: UTF-8 as given
-}
-
-vek_s32 file_seek(std::FILE* f, vek_s64 offset, vek_s32 origin) {
-    return fseeko(f, (off_t)offset, origin) == 0 ? 0 : (errno > 0 ? -errno : -5);
-}
-
-vek_s64 file_tell(std::FILE* f) {
-    off_t pos = ftello(f);
-    return pos >= 0 ? (vek_s64)pos : (errno > 0 ? -errno : -5);
-}
-
-vek_s64 file_size(std::FILE* f) {
-    struct stat st;
-    return fstat(fileno(f), &st) == 0 ? (vek_s64)st.st_size : (errno > 0 ? -errno : -5);
-}
-
-} // namespace plat
 
 extern "C" {
 

@@ -5,7 +5,6 @@
  */
 #include <cerrno>
 #include <cstdio>
-#include <io.h>
 #include "WinHelp.h"
 #include "AlPlat.h"
 #include "AlOs.h"
@@ -18,37 +17,7 @@ CRITICAL_SECTION* cs(AlMutex* m) {
     return (CRITICAL_SECTION*)(void*)m->opaque;
 }
 
-vek_s32 crt_error(void) {
-    return errno > 0 ? -errno : -5;
-}
-
 } // namespace
-
-namespace plat {
-
-std::FILE* file_open(const char* path, const char* mode) {
-    wchar_t wpath[MAX_PATH * 4];
-    wchar_t wmode[16];
-    win::to_wide(path, wpath, MAX_PATH * 4);
-    win::to_wide(mode, wmode, 16);
-    return _wfopen(wpath, wmode);
-}
-
-vek_s32 file_seek(std::FILE* f, vek_s64 offset, vek_s32 origin) {
-    return _fseeki64(f, offset, origin) == 0 ? 0 : crt_error();
-}
-
-vek_s64 file_tell(std::FILE* f) {
-    __int64 pos = _ftelli64(f);
-    return pos >= 0 ? (vek_s64)pos : crt_error();
-}
-
-vek_s64 file_size(std::FILE* f) {
-    __int64 n = _filelengthi64(_fileno(f));
-    return n >= 0 ? (vek_s64)n : crt_error();
-}
-
-} // namespace plat
 
 extern "C" {
 

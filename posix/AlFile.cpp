@@ -1,0 +1,95 @@
+/*
+ * AlFile.cpp (POSIX) - files: paths are bytes (UTF-8 as given), 64-bit
+ * positions, and what a safe replacement of a file needs.
+ */
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+#include "AlPlat.h"
+
+namespace {
+
+vek_s32 os_error(void) {
+    return errno > 0 ? -errno : -5;
+}
+
+} // namespace
+
+namespace plat {
+
+std::FILE* file_open(const char* path, const char* mode) {
+    return std::fopen(path, mode);
+}
+
+vek_s32 file_seek(std::FILE* f, vek_s64 offset, vek_s32 origin) {
+    return fseeko(f, (off_t)offset, origin) == 0 ? 0 : os_error();
+}
+
+vek_s64 file_tell(std::FILE* f) {
+    off_t pos = ftello(f);
+    return pos >= 0 ? (vek_s64)pos : os_error();
+}
+
+vek_s64 file_size(std::FILE* f) {
+    struct stat st;
+    return fstat(fileno(f), &st) == 0 ? (vek_s64)st.st_size : os_error();
+}
+
+vek_s32 file_sync(std::FILE* f) {
+    return fsync(fileno(f)) == 0 ? 0 : os_error();
+}
+
+vek_s32 file_resolve(const char* path, char* out, vek_s32 cap) {
+    const char* target = path;
+    char* real = nullptr;
+    struct stat st;
+    if (lstat(path, &st) == 0 && S_ISLNK(st.st_mode)) {
+        real = realpath(path, nullptr);  // a dangling link keeps its own name
+        if (real) {
+            target = real;
+        }
+    }
+    size_t n = std::strlen(target);
+    vek_s32 r = 0;
+    if (n < (size_t)cap) {
+        std::memcpy(out, target, n + 1);
+        r = (vek_s32)n;
+    }
+    std::free(real);
+    return r;
+}
+
+vek_s32 file_replace(const char* from, const char* target) {
+    return std::rename(from, target) == 0 ? 0 : os_error();
+}
+
+vek_s32 file_copy_mode(const char* from, const char* to) {
+    struct stat st;
+    if (stat(from, &st) != 0) {
+        return os_error();
+    }
+    if (chmod(to, st.st_mode & 07777) != 0) {
+        return os_error();
+    }
+    // The owner only follows where this process may give files away.
+    if (chown(to, st.st_uid, st.st_gid) != 0) {
+        errno = 0;
+    }
+    return 0;
+}
+
+vek_s32 file_check_writable(const char* path) {
+    if (access(path, F_OK) != 0) {
+        return 0;
+    }
+    return access(path, W_OK) == 0 ? 0 : os_error();
+}
+
+vek_s32 file_remove(const char* path) {
+    return std::remove(path) == 0 ? 0 : os_error();
+}
+
+} // namespace plat
