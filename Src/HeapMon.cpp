@@ -86,8 +86,9 @@ using Cls = vek::ObjClass<HeapMon, IHeapMon, kHeapMonCls, heap_mon_delete, &kIid
 // The header of a block the caller claims; the head guard and check word
 // are tested before anything else is read through it. For a pointer the
 // monitor never handed out this reads memory in front of someone else's
-// block on purpose, which an address sanitizer would call an overflow.
-__attribute__((no_sanitize("address"))) bool header_ok(const HeapBlk* b) {
+// block on purpose, which a sanitizer would call an overflow (or, where the
+// bytes in front belong to a released block, a use after free).
+__attribute__((no_sanitize("address", "thread"))) bool header_ok(const HeapBlk* b) {
     return b->headGuard == kGuardHead && b->check == ((b->rawSize + b->reqSize) ^ kGuardHead);
 }
 
