@@ -110,6 +110,15 @@ struct BlockBytes {
     void unget() { pos--; }
 };
 
+// The two- and three-byte forms; the following bytes are taken as they
+// are, continuation bytes or not.
+inline vek_wchar two_bytes(vek_u8 lead, vek_u8 b1) {
+    return (vek_wchar)(((lead & 0x1F) << 6) | (b1 & 0x3F));
+}
+inline vek_wchar three_bytes(vek_u8 lead, vek_u8 b1, vek_u8 b2) {
+    return (vek_wchar)(((lead & 0x0F) << 12) | ((b1 & 0x3F) << 6) | (b2 & 0x3F));
+}
+
 /* Decodes one UTF-8 character; 0 for the end of the text or a cut sequence. */
 template <class R>
 vek_wchar decode(R& r) {
@@ -118,14 +127,13 @@ vek_wchar decode(R& r) {
         return lead;
     }
     if ((lead & 0xE0) == 0xC0) {
-        // The second byte is taken as it is, continuation byte or not.
         vek_u8 b1 = r.get();
-        return b1 ? (vek_wchar)(((lead & 0x1F) << 6) | (b1 & 0x3F)) : 0;
+        return b1 ? two_bytes(lead, b1) : 0;
     }
     if ((lead & 0xF0) == 0xE0) {
         vek_u8 b1 = r.get();
         vek_u8 b2 = b1 ? r.get() : 0;
-        return b2 ? (vek_wchar)(((lead & 0x0F) << 12) | ((b1 & 0x3F) << 6) | (b2 & 0x3F)) : 0;
+        return b2 ? three_bytes(lead, b1, b2) : 0;
     }
     if ((lead & 0xF8) == 0xF0 || (lead & 0xFE) == 0xFC) {
         // Beyond the Basic Multilingual Plane: consumed whole, shown as "?".
@@ -208,20 +216,49 @@ struct StrmOut {
 
 // ---- UTF-8 to UTF-16 ----
 
-/* Decodes from r into dst while units fit and r.pos is below posLimit. */
+/* True when the eight bytes at p are ASCII and none is 0. */
+inline bool ascii8(const vek_u8* p) {
+    vek_u64 v;
+    std::memcpy(&v, p, 8);
+    const vek_u64 high = 0x8080808080808080ULL;
+    return !(v & high) && !((v - 0x0101010101010101ULL) & ~v & high);
+}
+
+/* Decodes from r into dst while units fit and r.pos is below posLimit.
+ * ASCII is copied without decoding, eight bytes at a time where a given
+ * length makes reading ahead safe. */
 template <bool Swap>
 vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dstSize) {
+    const vek_u8* s = r.s;
     vek_s32 units = 0;
     vek_s32 cap = dstSize - 1;
+    vek_s32 stop = posLimit < r.end ? posLimit : r.end;
+    bool blocks = r.end != INT_MAX;
     while (units < cap && r.pos < posLimit) {
-        vek_u8 b = r.s[r.pos];
-        if (b != 0 && b < 0x80 && r.pos < r.end) {
-            dst[units++] = order<Swap>(b);  // ASCII needs no decoding
-            r.pos++;
-            continue;
+        if (blocks) {
+            while (cap - units >= 8 && stop - r.pos >= 8 && ascii8(s + r.pos)) {
+                for (vek_s32 i = 0; i < 8; i++) {
+                    dst[units + i] = order<Swap>(s[r.pos + i]);
+                }
+                units += 8;
+                r.pos += 8;
+            }
         }
-        vek_wchar c = decode(r);
-        if (!c) {
+        // Whole one- to three-byte characters before stop are decoded in
+        // place; anything else (cut, malformed, long forms) by decode().
+        const vek_u8* p = s + r.pos;
+        vek_s32 left = stop - r.pos;
+        vek_wchar c;
+        if (p[0] != 0 && p[0] < 0x80) {
+            c = p[0];
+            r.pos++;
+        } else if ((p[0] & 0xF0) == 0xE0 && left >= 3 && p[1] && p[2]) {
+            c = three_bytes(p[0], p[1], p[2]);
+            r.pos += 3;
+        } else if ((p[0] & 0xE0) == 0xC0 && left >= 2 && p[1]) {
+            c = two_bytes(p[0], p[1]);
+            r.pos += 2;
+        } else if ((c = decode(r)) == 0) {
             break;
         }
         dst[units++] = order<Swap>(c);

@@ -183,6 +183,14 @@ TEST_F(Utf8Buffers, DecodingIntoUnits) {
     EXPECT_EQ(3, utf8_buf_to_wcs_strx("abcdef", 6, dst, 4, &more));
     EXPECT_EQ(u"abc", u16(dst));
     EXPECT_EQ(1, more);
+    // Long ASCII stretches stop at a 0 byte, at the length and at the target's end.
+    const std::string ascii = std::string(20, 'a') + '\0' + "bbbb";
+    std::vector<vek_wchar> big(64);
+    EXPECT_EQ(20, utf8_buf_to_wcs_strx(ascii.data(), (vek_s32)ascii.size(), big.data(), 64, &more));
+    EXPECT_EQ(1, more);
+    EXPECT_EQ(17, utf8_buf_to_wcs_str("abcdefghijklmnopq\xE2\x82\xAC", 19, big.data(), 64));
+    EXPECT_EQ(9, utf8_buf_to_wcs_str("abcdefghijklmnopq", 17, big.data(), 10));
+    EXPECT_EQ(u"abcdefghi", u16(big.data()));
     // Malformed input inside a text: "?" and "!" stand in, decoding goes on.
     EXPECT_EQ(5, utf8_buf_to_wcs_str("\xF0\x9F\x98\x80-\x80\x80-x", 10, dst, 8));
     EXPECT_EQ(u"?-!-x", u16(dst));
