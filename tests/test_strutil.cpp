@@ -2,6 +2,8 @@
  * String utilities: comparison without case, searching, skipping sets,
  * paths, and the printf engine.
  */
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -414,11 +416,14 @@ TEST_F(Formatter, NumbersMatchSnprintf) {
     }
     Collect out;
     char want[256];
-    std::snprintf(want, sizeof want, "%lu %zu %jd %td %llx %p", 1UL << 31, sizeof(Case),
-                  (intmax_t)-5, (ptrdiff_t)-6, 0xABCDEF0123ULL, (void*)&out);
+    std::snprintf(want, sizeof want, "%lu %zu %jd %td %llx ", 1UL << 31, sizeof(Case),
+                  (intmax_t)-5, (ptrdiff_t)-6, 0xABCDEF0123ULL);
     fmt(out, "%lu %zu %jd %td %I64x %p", 1UL << 31, sizeof(Case), (intmax_t)-5, (ptrdiff_t)-6,
         0xABCDEF0123ULL, (void*)&out);
-    EXPECT_EQ(want, out.text);
+    EXPECT_EQ(want, out.text.substr(0, std::strlen(want)));
+    // Runtimes differ in how %p looks (prefix, padding), not in its value.
+    EXPECT_EQ((unsigned long long)(uintptr_t)&out,
+              std::strtoull(out.text.c_str() + std::strlen(want), nullptr, 16));
 }
 
 TEST_F(Formatter, OverlongPrecisionIsAssertedAndCut) {
