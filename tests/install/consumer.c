@@ -3,7 +3,7 @@
 #include <stdio.h>
 
 int main(void) {
-    char buf[64];
+    char buf[512];  /* room for a long install path */
     void* p;
     BaseLib_init();
     p = vek_malloc__(32);
