@@ -401,6 +401,19 @@ BlkNode* innermost(ThrdCm* cm) {
     return b && !b->stack.empty() ? &b->stack.back() : nullptr;
 }
 
+/* The innermost node when it has the mode; else null after the assertion
+ * notInBlk (no block) or wrongMode. */
+BlkNode* innermost_of(ThrdCm* cm, vek_s32 mode, const char* notInBlk, const char* wrongMode) {
+    BlkNode* node = cm ? innermost(cm) : nullptr;
+    if (cm && !node) {
+        vek_assert__(notInBlk, __FILE__, __LINE__);
+    } else if (node && node->mode != mode) {
+        vek_assert__(wrongMode, __FILE__, __LINE__);
+        node = nullptr;
+    }
+    return node;
+}
+
 } // namespace
 
 namespace vek {
@@ -512,16 +525,9 @@ VEK_API void vek_msg_blk_beg(void) {
 
 VEK_API void vek_msg_blk_end(void) {
     ThrdCm* cm = thrd_cm();
-    if (!cm) {
-        return;
-    }
-    BlkNode* node = innermost(cm);
+    BlkNode* node = innermost_of(cm, kBlkMsg, "vek_msg_blk_end(), but not in blk",
+                                 "vek_msg_blk_end(), but not in msg blk");
     if (!node) {
-        vek_assert__("vek_msg_blk_end(), but not in blk", __FILE__, __LINE__);
-        return;
-    }
-    if (node->mode != kBlkMsg) {
-        vek_assert__("vek_msg_blk_end(), but not in msg blk", __FILE__, __LINE__);
         return;
     }
     if (!plat::handle_close(node->u.msg)) {
@@ -548,16 +554,9 @@ VEK_API VekAsync* vek_async_blk_beg(void) {
 
 VEK_API void vek_async_blk_end(void) {
     ThrdCm* cm = thrd_cm();
-    if (!cm) {
-        return;
-    }
-    BlkNode* node = innermost(cm);
+    BlkNode* node = innermost_of(cm, kBlkAsync, "vek_async_blk_end(), but not in blk",
+                                 "vek_async_blk_end(), but not in async blk");
     if (!node) {
-        vek_assert__("vek_async_blk_end(), but not in blk", __FILE__, __LINE__);
-        return;
-    }
-    if (node->mode != kBlkAsync) {
-        vek_assert__("vek_async_blk_end(), but not in async blk", __FILE__, __LINE__);
         return;
     }
     if (!node->u.async) {
@@ -569,20 +568,9 @@ VEK_API void vek_async_blk_end(void) {
 }
 
 VEK_API VekAsync* vek_get_blk_async(void) {
-    ThrdCm* cm = thrd_cm();
-    if (!cm) {
-        return nullptr;
-    }
-    BlkNode* node = innermost(cm);
-    if (!node) {
-        vek_assert__("vek_get_blk_async(), but not in blk", __FILE__, __LINE__);
-        return nullptr;
-    }
-    if (node->mode != kBlkAsync) {
-        vek_assert__("vek_get_blk_async(), but not in async blk", __FILE__, __LINE__);
-        return nullptr;
-    }
-    return node->u.async;
+    BlkNode* node = innermost_of(thrd_cm(), kBlkAsync, "vek_get_blk_async(), but not in blk",
+                                 "vek_get_blk_async(), but not in async blk");
+    return node ? node->u.async : nullptr;
 }
 
 VEK_API vek_s32 vek_blk_call__(IVekFunc* funcItf, VekAsyncWait wproc) {
@@ -648,11 +636,7 @@ VEK_API vek_bool vek_call_aborted(void) {
 }
 
 VEK_API void vek_call_abort_clear(void) {
-    // Deliberately the thread's event, not a message block's.
-    vek_handle evt = vek_thrd_abort_evt();
-    if (evt && !plat::event_reset(evt)) {
-        vek_assert__("ResetEvent(thrdCm->get())", __FILE__, __LINE__);
-    }
+    vek_thrd_abort_clear();  // deliberately the thread's event, not a message block's
 }
 
 VEK_API void vek_call_cancelx(vek_s32 arg) {

@@ -94,6 +94,15 @@ vek_s32 hnd_wait(WaitKind kind, const char* name, vek_handle hnd, vek_disp_proc 
     }
 }
 
+/* Runs a handle operation: null asserts nullText, a failure failText. */
+void hnd_op(vek_handle hnd, vek_s32 (*op)(vek_handle), const char* nullText, const char* failText) {
+    if (!hnd) {
+        vek_assert__(nullText, __FILE__, __LINE__);
+    } else if (!op(hnd)) {
+        vek_assert__(failText, __FILE__, __LINE__);
+    }
+}
+
 vek_handle create_mutex(const vek_wchar* name, vek_bool initialOwner) {
     vek_handle mutex = plat::mutex_create(name, initialOwner);
     if (!mutex) {
@@ -305,27 +314,15 @@ VEK_API vek_handle vek_evt_create__(vek_bool manualReset, vek_bool initialState)
 }
 
 VEK_API void vek_evt_set(vek_handle evt) {
-    if (!evt) {
-        VEK_ASSERT(evt);
-    } else if (!plat::event_set(evt)) {
-        vek_assert__("SetEvent(evt)", __FILE__, __LINE__);
-    }
+    hnd_op(evt, plat::event_set, "evt", "SetEvent(evt)");
 }
 
 VEK_API void vek_evt_reset(vek_handle evt) {
-    if (!evt) {
-        VEK_ASSERT(evt);
-    } else if (!plat::event_reset(evt)) {
-        vek_assert__("ResetEvent(evt)", __FILE__, __LINE__);
-    }
+    hnd_op(evt, plat::event_reset, "evt", "ResetEvent(evt)");
 }
 
 VEK_API void vek_evt_close(vek_handle evt) {
-    if (!evt) {
-        VEK_ASSERT(evt);
-    } else if (!plat::handle_close(evt)) {
-        vek_assert__("CloseHandle(evt)", __FILE__, __LINE__);
-    }
+    hnd_op(evt, plat::handle_close, "evt", "CloseHandle(evt)");
 }
 
 VEK_API vek_bool vek_evt_test(vek_handle evt) {
@@ -405,19 +402,11 @@ VEK_API vek_s32 vek_lock_trylock__(vek_handle mutex, vek_s32 flags) {
 }
 
 VEK_API void vek_lock_unlock(vek_handle mutex) {
-    if (!mutex) {
-        VEK_ASSERT(mutex);
-    } else if (!plat::mutex_release(mutex)) {
-        vek_assert__("0", __FILE__, __LINE__);
-    }
+    hnd_op(mutex, plat::mutex_release, "mutex", "0");
 }
 
 VEK_API void vek_lock_close(vek_handle mutex) {
-    if (!mutex) {
-        VEK_ASSERT(mutex);
-    } else if (!plat::handle_close(mutex)) {
-        vek_assert__("CloseHandle(mutex)", __FILE__, __LINE__);
-    }
+    hnd_op(mutex, plat::handle_close, "mutex", "CloseHandle(mutex)");
 }
 
 VEK_API vek_bool win_mutex_exist__(const vek_wchar* mutexName) {
