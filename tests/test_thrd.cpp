@@ -436,7 +436,13 @@ TEST_F(Thrd, StressOfRandomCancelsLosesNothing) {
     for (int i = 0; i < kWorkers; i++) {
         tids.push_back(spawn([&, i] {
             std::minstd_rand rnd(i + 1);
-            while (!stop) {
+            for (;;) {
+                // A worker ends only through the final cancel: cancelling a
+                // thread between its vek_thrd_end and its real end would
+                // leave a pre-armed entry behind.
+                if (stop) {
+                    return (vek_u32)vek_ssleep(-1);
+                }
                 vek_s32 tmo = (vek_s32)(rnd() % 25) - 2;  // some without limit
                 vek_s32 r;
                 switch (rnd() % 5) {
@@ -456,6 +462,9 @@ TEST_F(Thrd, StressOfRandomCancelsLosesNothing) {
                     vek_msg_blk_end();
                     break;
                 }
+                if (r == VEK_ERR_ABORTED && stop) {
+                    return 0u;  // the final cancel (all others were acknowledged)
+                }
                 if (r == VEK_ERR_ABORTED) {
                     vek_thrd_abort_clear();
                     acks[i]++;
@@ -463,7 +472,6 @@ TEST_F(Thrd, StressOfRandomCancelsLosesNothing) {
                     others++;
                 }
             }
-            return 0u;
         }));
     }
     std::minstd_rand rnd(99);
