@@ -4,6 +4,7 @@
  * kernel-object name rules, semaphores, and handles not leaking.
  */
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -378,6 +379,13 @@ TEST_F(Sync, KernelObjectNames) {
     EXPECT_GT(n, 0);
     EXPECT_NE(nullptr, std::strstr(path, "test_sync"));
 }
+
+// The record's fields in their order; the 32-bit leg has no padding.
+static_assert(offsetof(VekSem, lock) == alignof(AlMutex), "header first");
+static_assert(offsetof(VekSem, evt) == offsetof(VekSem, lock) + sizeof(AlMutex), "then the lock");
+static_assert(offsetof(VekSem, val) > offsetof(VekSem, evt), "then the event");
+static_assert(offsetof(VekSem, maxVal) == offsetof(VekSem, val) + 4, "the count, then its bound");
+static_assert(sizeof(void*) != 4 || sizeof(VekSem) == 4 + sizeof(AlMutex) + 12, "packed on 32 bits");
 
 TEST_F(Sync, SemaphoresCountWithinTheirBounds) {
     VekSem* s = VekSem_new(nullptr, -1, 0);
