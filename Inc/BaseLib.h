@@ -9,6 +9,7 @@
 #include "AlOs.h"
 #include "VekVos.h"
 #include "VekVosx.h"
+#include "VekCall.h"
 #include "VekTrc.h"
 #include "MemUtil.h"
 #include "BaseItf.h"

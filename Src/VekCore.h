@@ -105,6 +105,15 @@ vek_s32 file_sync(AlFile* f);
 vek_s32 sym_start(void);
 void sym_stop(void);
 
+/* ---- thread manager (ThrdCm.cpp) ----
+ * Created by BaseLib_init, destroyed by BaseLib_exit (which reports the
+ * threads still listed). win_thrd_beg / win_thrd_end enter and remove the
+ * calling thread (vek_thrd_beg / vek_thrd_end). */
+void thrdcm_create(void);
+void thrdcm_destroy(void);
+void win_thrd_beg(void);
+void win_thrd_end(void);
+
 } // namespace vek
 
 #endif /* VEK_CORE_H */

@@ -240,6 +240,7 @@ VEK_API vek_s32 BaseLib_init(void) {
         g_core.uiHeapMon->vtbl->appBeg(g_core.uiHeapMon);
     }
     DbgMng_cfgByFile(vek_trc_rtc_file());
+    vek::thrdcm_create();
     EvtMng_init();
     vek_thrd_beg();
 
@@ -275,6 +276,7 @@ VEK_API void BaseLib_exit(void) {
     }
     vek_thrd_end();
     EvtMng_exit();
+    vek::thrdcm_destroy();
     if (g_core.heapMon) {
         g_core.heapMon->vtbl->outLeak(g_core.heapMon, vek_dbg_rtc_nval("VekHeap", "MaxDumpSize", 0));
     }

@@ -8,10 +8,17 @@ int main(void) {
     char buf[32];
     VekHeapStat st;
     void* p;
+    vek_handle evt;
     TinyStr_new(&ts);
     TinyStr_appdf(&ts, "%d+%d", 1, 2);
     vek_snprintf(buf, sizeof buf, "%s", TinyStr_buf(&ts));
     TinyStr_delete(&ts);
+    evt = vek_evt_create__(1, 0);
+    vek_evt_set(evt);
+    if (vek_evt_swait__(evt, 0, VEK_WAIT_FORBID_ABORT) != 0) {
+        return 1;
+    }
+    vek_evt_close(evt);
     p = vek_malloc__(16);
     vek_free__(p);
     if (vek_heap_stat(&st) != 0 || strcmp(buf, "1+2") != 0 || vek_glb_hnd() == 0) {

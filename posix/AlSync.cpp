@@ -1,0 +1,895 @@
+/*
+ * AlSync.cpp (POSIX) - waitable objects, the wait for any of them,
+ * thread-local slots and threads on Linux.
+ *
+ * Windows waits on kernel objects; here the library owns its objects, and a
+ * vek_handle points at one (an Obj, from the tracked heap, so a handle that
+ * is never closed shows in the leak report). One process-wide lock (g_lk)
+ * guards the state of every in-process object and the queues of threads
+ * waiting on them:
+ *
+ *   Obj (event / mutex)  head -> WaitBlock -> WaitBlock -> ...  (oldest first)
+ *                                   |            |
+ *                                 Waiter       Waiter    (on the waiting thread's stack)
+ *
+ * A waiting thread hangs one WaitBlock on each object it waits for and
+ * sleeps on its own condition variable. Whoever signals an event or releases
+ * a mutex hands the object to the first waiter that can take it (consuming
+ * an auto-reset signal, making the waiter the mutex's owner), records which
+ * of the waiter's objects fired and wakes only that thread. A wait for any
+ * therefore never polls and cannot miss a signal given between its check
+ * and its sleep, and "the first handle wins" holds at the moment of the
+ * check. The in-process mutexes a thread owns are listed per thread; when
+ * the thread ends, a thread-specific-data destructor abandons them.
+ *
+ * Named mutexes are system-wide: a process-shared, robust, recursive
+ * pthread mutex in a shared-memory object named from the normalised name.
+ * The kernel marks a robust mutex whose owner died, so the next locker sees
+ * EOWNERDEAD: the abandoned result. Every process that holds a handle keeps
+ * an open-file-description read lock on byte 0 of the object; the kernel
+ * drops it when the process dies, so "nobody holds a lock on byte 0" means
+ * "no handle is open" (the mutex no longer exists, as on Windows, where it
+ * dies with its last handle). Byte 1 serialises opening, closing and the
+ * existence test. A release in another process cannot wake our waiters, so
+ * a wait that includes a named mutex retries it in slices of up to 16 ms;
+ * a release in this process wakes them at once.
+ *
+ * Threads are created detached (Windows closes the handle at once, too).
+ * Each one created here has a record that tells when it has finished, so
+ * join and the exit test need no polling; any other thread of the process
+ * is tested with tgkill(pid, tid, 0) and joined by polling that every ms.
+ */
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include "AlOs.h"
+#include "AlSync.h"
+#include "MemUtil.h"
+#include "VekUni.h"
+#include "VekVosx.h"
+
+namespace {
+
+constexpr vek_u32 kTagEvent = 0x56457674;  // "VEvt"
+constexpr vek_u32 kTagMutex = 0x564D7478;  // "VMtx"
+constexpr vek_u32 kTagNamed = 0x564E6D78;  // "VNmx"
+
+struct Obj;
+struct Waiter;
+
+/* One per (waiting thread, object): a place in the object's queue. */
+struct WaitBlock {
+    WaitBlock* prev;
+    WaitBlock* next;
+    Waiter* waiter;
+    vek_s32 index;
+};
+
+/* The in-process mutexes one thread owns. */
+struct OwnerRec {
+    Obj* head;
+};
+
+struct Waiter {
+    pthread_cond_t cv;
+    vek_u32 tid;
+    OwnerRec* owner;
+    vek_s32 fired;   // index of the object handed over, -1 while none
+    bool abandoned;  // that object was an abandoned mutex
+};
+
+/* One mapping of a named mutex per process, shared by its handles. */
+struct Mapping {
+    Mapping* next;
+    pthread_mutex_t* mtx;  // in the shared memory
+    int fd;
+    vek_s32 refs;
+    char name[NAME_MAX];
+};
+
+struct Obj {
+    vek_u32 tag;
+    vek_s32 refs;        // the handle plus every wait in progress
+    WaitBlock* head;     // waiters, oldest first
+    WaitBlock* tail;
+    bool manual;         // event
+    bool signalled;      // event
+    bool abandoned;      // mutex: the last owner ended without releasing
+    vek_u32 owner;       // mutex: owning thread, 0 when free
+    vek_s32 count;       // mutex: recursion count
+    OwnerRec* ownerRec;  // mutex: the list it is on while owned
+    Obj* ownPrev;
+    Obj* ownNext;
+    Mapping* map;        // named mutex
+};
+
+pthread_mutex_t g_lk = PTHREAD_MUTEX_INITIALIZER;
+pthread_mutex_t g_mapLk = PTHREAD_MUTEX_INITIALIZER;  // the mapping list; may block on other processes
+Mapping* g_maps;
+pthread_once_t g_once = PTHREAD_ONCE_INIT;
+pthread_condattr_t g_cvAttr;  // monotonic clock for every timed wait
+pthread_key_t g_ownKey;
+
+void abandon_owned(void* p);
+
+void init_once() {
+    pthread_condattr_init(&g_cvAttr);
+    pthread_condattr_setclock(&g_cvAttr, CLOCK_MONOTONIC);
+    pthread_key_create(&g_ownKey, abandon_owned);
+}
+
+void ensure_init() {
+    pthread_once(&g_once, init_once);
+}
+
+vek_u32 fail(int err) {
+    errno = err;
+    return plat::kWaitFailed;
+}
+
+struct timespec mono_now() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return ts;
+}
+
+struct timespec add_ms(struct timespec t, vek_s64 ms) {
+    t.tv_sec += (time_t)(ms / 1000);
+    t.tv_nsec += (long)(ms % 1000) * 1000000L;
+    if (t.tv_nsec >= 1000000000L) {
+        t.tv_sec++;
+        t.tv_nsec -= 1000000000L;
+    }
+    return t;
+}
+
+bool before(const struct timespec& a, const struct timespec& b) {
+    return a.tv_sec < b.tv_sec || (a.tv_sec == b.tv_sec && a.tv_nsec < b.tv_nsec);
+}
+
+bool thread_alive(vek_u32 tid) {
+    return syscall(SYS_tgkill, (long)getpid(), (long)tid, 0L) == 0 || errno == EPERM;
+}
+
+// ---- ownership of in-process mutexes ----
+
+OwnerRec* own_rec() {
+    OwnerRec* r = (OwnerRec*)pthread_getspecific(g_ownKey);
+    if (!r && (r = (OwnerRec*)al_malloc(sizeof *r)) != nullptr) {
+        r->head = nullptr;
+        pthread_setspecific(g_ownKey, r);
+    }
+    return r;
+}
+
+void take_mutex(Obj* o, vek_u32 tid, OwnerRec* rec) {
+    o->owner = tid;
+    o->count = 1;
+    o->ownerRec = rec;
+    o->ownPrev = nullptr;
+    o->ownNext = rec ? rec->head : nullptr;
+    if (rec) {
+        if (rec->head) {
+            rec->head->ownPrev = o;
+        }
+        rec->head = o;
+    }
+}
+
+void drop_mutex(Obj* o) {
+    if (OwnerRec* rec = o->ownerRec) {
+        (o->ownPrev ? o->ownPrev->ownNext : rec->head) = o->ownNext;
+        if (o->ownNext) {
+            o->ownNext->ownPrev = o->ownPrev;
+        }
+    }
+    o->owner = 0;
+    o->count = 0;
+    o->ownerRec = nullptr;
+    o->ownPrev = o->ownNext = nullptr;
+}
+
+/* Under g_lk: hands o to the waiters that can take it now. */
+void hand_over(Obj* o) {
+    for (WaitBlock* b = o->head; b; b = b->next) {
+        Waiter* w = b->waiter;
+        if (w->fired >= 0) {
+            continue;
+        }
+        if (o->tag == kTagNamed) {  // released here: let them try again
+            pthread_cond_signal(&w->cv);
+            continue;
+        }
+        if (o->tag == kTagEvent) {
+            if (!o->signalled) {
+                return;
+            }
+            if (!o->manual) {
+                o->signalled = false;
+            }
+        } else {
+            if (o->count != 0) {
+                return;
+            }
+            take_mutex(o, w->tid, w->owner);
+            w->abandoned = o->abandoned;
+            o->abandoned = false;
+        }
+        w->fired = b->index;
+        pthread_cond_signal(&w->cv);
+    }
+}
+
+/* A thread ends: the mutexes it still owns are abandoned. */
+void abandon_owned(void* p) {
+    OwnerRec* r = (OwnerRec*)p;
+    pthread_mutex_lock(&g_lk);
+    while (Obj* o = r->head) {
+        drop_mutex(o);
+        o->abandoned = true;
+        hand_over(o);
+    }
+    pthread_mutex_unlock(&g_lk);
+    al_free(r);
+}
+
+/* Under g_lk: takes o for the waiter when it can be taken now. Returns 0
+ * (not now), 1 (taken) or 2 (taken, abandoned). */
+int acquire_now(Obj* o, Waiter* w) {
+    switch (o->tag) {
+    case kTagEvent:
+        if (!o->signalled) {
+            return 0;
+        }
+        if (!o->manual) {
+            o->signalled = false;
+        }
+        return 1;
+    case kTagMutex:
+        if (o->count == 0) {
+            take_mutex(o, w->tid, w->owner);
+            bool ab = o->abandoned;
+            o->abandoned = false;
+            return ab ? 2 : 1;
+        }
+        if (o->owner == w->tid && o->count < INT_MAX) {
+            o->count++;
+            return 1;
+        }
+        return 0;
+    case kTagNamed: {
+        int e = pthread_mutex_trylock(o->map->mtx);
+        if (e == EOWNERDEAD) {
+            pthread_mutex_consistent(o->map->mtx);
+            return 2;
+        }
+        return e == 0 ? 1 : 0;
+    }
+    default:
+        return 0;
+    }
+}
+
+bool valid(const Obj* o) {
+    return o && (o->tag == kTagEvent || o->tag == kTagMutex || o->tag == kTagNamed);
+}
+
+void link_block(Obj* o, WaitBlock* b) {
+    b->next = nullptr;
+    b->prev = o->tail;
+    (o->tail ? o->tail->next : o->head) = b;
+    o->tail = b;
+}
+
+void unlink_block(Obj* o, WaitBlock* b) {
+    (b->prev ? b->prev->next : o->head) = b->next;
+    (b->next ? b->next->prev : o->tail) = b->prev;
+}
+
+void unmap_named(Mapping* m);
+
+/* Drops one reference; the last frees the object (outside g_lk). */
+void release_obj(Obj* o) {
+    if (o->map) {
+        unmap_named(o->map);
+    }
+    vek_free__(o);
+}
+
+Obj* new_obj(vek_u32 tag) {
+    Obj* o = (Obj*)vek_malloc__(sizeof(Obj));
+    if (o) {
+        std::memset(o, 0, sizeof *o);
+        o->tag = tag;
+        o->refs = 1;
+    }
+    return o;
+}
+
+// ---- named mutexes ----
+
+constexpr off_t kRefByte = 0;   // read-locked by every process with a handle
+constexpr off_t kInitByte = 1;  // write-locked while opening, closing or testing
+
+bool ofd_lock(int fd, short type, off_t byte, bool block) {
+    struct flock fl;
+    std::memset(&fl, 0, sizeof fl);
+    fl.l_type = type;
+    fl.l_whence = SEEK_SET;
+    fl.l_start = byte;
+    fl.l_len = 1;
+    int r;
+    while ((r = fcntl(fd, block ? F_OFD_SETLKW : F_OFD_SETLK, &fl)) != 0 && errno == EINTR) {
+    }
+    return r == 0;
+}
+
+/* "/vek." followed by the normalised name in UTF-8; a name too long for
+ * the file system keeps its head and gets a hash of the whole. */
+void shm_name(const vek_wchar* name, char* out, size_t cap) {
+    vek_s32 len = 0;
+    while (name[len]) {
+        len++;
+    }
+    vek_wchar* w = (vek_wchar*)al_malloc(sizeof(vek_wchar) * ((size_t)len + 1));
+    char utf8[1024];
+    utf8[0] = 0;
+    if (w) {
+        std::memcpy(w, name, sizeof(vek_wchar) * ((size_t)len + 1));
+        win_kobj_fmtw(w);
+        wcs_buf_to_utf8_str(w, len, utf8, sizeof utf8);
+        al_free(w);
+    }
+    size_t n = std::strlen(utf8);
+    if (n + 6 < cap) {
+        std::snprintf(out, cap, "/vek.%s", utf8);
+        return;
+    }
+    vek_u32 h = 2166136261u;  // FNV-1a of the whole name
+    for (vek_s32 i = 0; i < len; i++) {
+        h = (h ^ name[i]) * 16777619u;
+    }
+    std::snprintf(out, cap, "/vek.%.*s.%08x", (int)(cap - 32), utf8, (unsigned)h);
+}
+
+bool init_shared_mutex(pthread_mutex_t* m) {
+    pthread_mutexattr_t a;
+    pthread_mutexattr_init(&a);
+    pthread_mutexattr_setpshared(&a, PTHREAD_PROCESS_SHARED);
+    pthread_mutexattr_setrobust(&a, PTHREAD_MUTEX_ROBUST);
+    pthread_mutexattr_settype(&a, PTHREAD_MUTEX_RECURSIVE);
+    int e = pthread_mutex_init(m, &a);
+    pthread_mutexattr_destroy(&a);
+    return e == 0;
+}
+
+/* Opens or creates the shared object of a name; *fresh tells that no
+ * process held it before. Under g_mapLk. */
+Mapping* map_named(const char* shmName, bool* fresh) {
+    for (;;) {
+        int fd = shm_open(shmName, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        if (fd < 0) {
+            return nullptr;
+        }
+        fchmod(fd, 0666);  // other users' processes may open it too
+        struct stat st;
+        if (!ofd_lock(fd, F_WRLCK, kInitByte, true) || fstat(fd, &st) != 0) {
+            int e = errno;
+            close(fd);
+            errno = e;
+            return nullptr;
+        }
+        if (st.st_nlink == 0) {  // the last holder removed it meanwhile
+            close(fd);
+            continue;
+        }
+        *fresh = ofd_lock(fd, F_WRLCK, kRefByte, false);
+        void* mem = MAP_FAILED;
+        if (*fresh ? ftruncate(fd, sizeof(pthread_mutex_t)) == 0
+                   : st.st_size >= (off_t)sizeof(pthread_mutex_t)) {
+            mem = mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        }
+        Mapping* m = mem != MAP_FAILED ? (Mapping*)al_malloc(sizeof(Mapping)) : nullptr;
+        if (!m || (*fresh && !init_shared_mutex((pthread_mutex_t*)mem))) {
+            if (mem != MAP_FAILED) {
+                munmap(mem, sizeof(pthread_mutex_t));
+            }
+            al_free(m);
+            close(fd);
+            errno = EINVAL;
+            return nullptr;
+        }
+        ofd_lock(fd, F_RDLCK, kRefByte, false);  // our reference (an atomic downgrade when fresh)
+        ofd_lock(fd, F_UNLCK, kInitByte, false);
+        m->mtx = (pthread_mutex_t*)mem;
+        m->fd = fd;
+        m->refs = 1;
+        std::snprintf(m->name, sizeof m->name, "%s", shmName);
+        return m;
+    }
+}
+
+Mapping* open_named(const vek_wchar* name, bool* fresh) {
+    char shmName[NAME_MAX];
+    shm_name(name, shmName, sizeof shmName);
+    pthread_mutex_lock(&g_mapLk);
+    Mapping* m = g_maps;
+    while (m && std::strcmp(m->name, shmName) != 0) {
+        m = m->next;
+    }
+    *fresh = false;
+    if (m) {
+        m->refs++;
+    } else if ((m = map_named(shmName, fresh)) != nullptr) {
+        m->next = g_maps;
+        g_maps = m;
+    }
+    pthread_mutex_unlock(&g_mapLk);
+    return m;
+}
+
+/* Drops a handle's reference; the process's last handle gives up the
+ * object, and the system's last holder removes it. A mapping whose mutex a
+ * live thread of this process still owns stays mapped, since that thread's
+ * robust-mutex list points into it. */
+void unmap_named(Mapping* m) {
+    pthread_mutex_lock(&g_mapLk);
+    if (--m->refs > 0) {
+        pthread_mutex_unlock(&g_mapLk);
+        return;
+    }
+    Mapping** pp = &g_maps;
+    while (*pp != m) {
+        pp = &(*pp)->next;
+    }
+    *pp = m->next;
+    if (ofd_lock(m->fd, F_WRLCK, kInitByte, true) && ofd_lock(m->fd, F_WRLCK, kRefByte, false)) {
+        struct stat st;
+        if (fstat(m->fd, &st) == 0 && st.st_nlink > 0) {
+            shm_unlink(m->name);
+        }
+    }
+    close(m->fd);
+    vek_u32 owner = (vek_u32)m->mtx->__data.__owner;
+    if (owner == 0 || !thread_alive(owner)) {
+        munmap(m->mtx, sizeof(pthread_mutex_t));
+    }
+    pthread_mutex_unlock(&g_mapLk);
+    al_free(m);
+}
+
+// ---- threads created by the library ----
+
+struct ThrdRec {
+    ThrdRec* next;
+    void* startRec;
+    pthread_cond_t cv;  // started / done
+    vek_u32 tid;
+    vek_s32 pins;       // open handles
+    bool started;
+    bool done;
+};
+
+pthread_mutex_t g_thrdLk = PTHREAD_MUTEX_INITIALIZER;
+ThrdRec* g_thrds;
+
+void* posix_start(void* p) {
+    ThrdRec* r = (ThrdRec*)p;
+    vek_u32 tid = al_thrd_id();
+    pthread_mutex_lock(&g_thrdLk);
+    r->tid = tid;
+    r->started = true;
+    pthread_cond_broadcast(&r->cv);
+    pthread_mutex_unlock(&g_thrdLk);
+    vek_u32 code = vek::thrd_start(r->startRec);
+    pthread_mutex_lock(&g_thrdLk);
+    r->done = true;
+    pthread_cond_broadcast(&r->cv);
+    pthread_mutex_unlock(&g_thrdLk);
+    return (void*)(uintptr_t)code;
+}
+
+/* Under g_thrdLk: forgets records whose thread is gone from the system
+ * and that no handle pins. Until then a finished thread still counts as
+ * ended even though the kernel has not yet let it go. */
+void prune_thrds() {
+    for (ThrdRec** pp = &g_thrds; *pp;) {
+        ThrdRec* r = *pp;
+        if (r->done && r->pins == 0 && !thread_alive(r->tid)) {
+            *pp = r->next;
+            pthread_cond_destroy(&r->cv);
+            al_free(r);
+        } else {
+            pp = &r->next;
+        }
+    }
+}
+
+ThrdRec* find_thrd(vek_u32 tid) {
+    prune_thrds();
+    for (ThrdRec* r = g_thrds; r; r = r->next) {
+        if (r->started && r->tid == tid) {
+            return r;
+        }
+    }
+    return nullptr;
+}
+
+// A thread that the library did not create is a handle with the low bit set.
+bool foreign(void* h) {
+    return ((uintptr_t)h & 1) != 0;
+}
+
+} // namespace
+
+namespace plat {
+
+vek_handle event_create(vek_s32 manualReset, vek_s32 initialState) {
+    ensure_init();
+    Obj* o = new_obj(kTagEvent);
+    if (o) {
+        o->manual = manualReset != 0;
+        o->signalled = initialState != 0;
+    }
+    return o;
+}
+
+static vek_s32 event_change(vek_handle evt, bool signal) {
+    Obj* o = (Obj*)evt;
+    pthread_mutex_lock(&g_lk);
+    if (!o || o->tag != kTagEvent) {
+        pthread_mutex_unlock(&g_lk);
+        errno = EINVAL;
+        return 0;
+    }
+    o->signalled = signal;
+    if (signal) {
+        hand_over(o);
+    }
+    pthread_mutex_unlock(&g_lk);
+    return 1;
+}
+
+vek_s32 event_set(vek_handle evt) {
+    return event_change(evt, true);
+}
+
+vek_s32 event_reset(vek_handle evt) {
+    return event_change(evt, false);
+}
+
+vek_handle mutex_create(const vek_wchar* name, vek_s32 initialOwner) {
+    ensure_init();
+    Obj* o = new_obj(name && name[0] ? kTagNamed : kTagMutex);
+    if (!o) {
+        return nullptr;
+    }
+    if (o->tag == kTagMutex) {
+        if (initialOwner) {
+            pthread_mutex_lock(&g_lk);
+            take_mutex(o, al_thrd_id(), own_rec());
+            pthread_mutex_unlock(&g_lk);
+        }
+        return o;
+    }
+    bool fresh = false;
+    o->map = open_named(name, &fresh);
+    if (!o->map) {
+        int e = errno;
+        vek_free__(o);
+        errno = e;
+        return nullptr;
+    }
+    if (fresh && initialOwner) {
+        pthread_mutex_lock(o->map->mtx);
+    }
+    return o;
+}
+
+vek_s32 mutex_release(vek_handle mutex) {
+    Obj* o = (Obj*)mutex;
+    pthread_mutex_lock(&g_lk);
+    int err = 0;
+    if (!o || (o->tag != kTagMutex && o->tag != kTagNamed)) {
+        err = EINVAL;
+    } else if (o->tag == kTagNamed) {
+        err = pthread_mutex_unlock(o->map->mtx);
+        if (!err) {
+            hand_over(o);
+        }
+    } else if (o->owner != al_thrd_id() || o->count == 0) {
+        err = EPERM;
+    } else if (--o->count == 0) {
+        drop_mutex(o);
+        hand_over(o);
+    }
+    pthread_mutex_unlock(&g_lk);
+    errno = err;
+    return err == 0;
+}
+
+vek_s32 mutex_exists(const vek_wchar* name) {
+    char shmName[NAME_MAX];
+    shm_name(name, shmName, sizeof shmName);
+    int fd = shm_open(shmName, O_RDWR | O_CLOEXEC, 0);
+    if (fd < 0) {
+        return errno == EACCES ? 1 : 0;
+    }
+    vek_s32 exists = 1;
+    if (ofd_lock(fd, F_WRLCK, kInitByte, true) && ofd_lock(fd, F_WRLCK, kRefByte, false)) {
+        // Nobody holds a handle: left behind by a process that died.
+        struct stat st;
+        if (fstat(fd, &st) == 0 && st.st_nlink > 0) {
+            shm_unlink(shmName);
+        }
+        exists = 0;
+    }
+    close(fd);
+    return exists;
+}
+
+vek_s32 handle_close(vek_handle hnd) {
+    Obj* o = (Obj*)hnd;
+    pthread_mutex_lock(&g_lk);
+    if (!valid(o)) {
+        pthread_mutex_unlock(&g_lk);
+        errno = EINVAL;
+        return 0;
+    }
+    if (o->tag == kTagMutex && o->count > 0) {
+        drop_mutex(o);
+    }
+    o->tag = 0;
+    bool last = --o->refs == 0;
+    pthread_mutex_unlock(&g_lk);
+    if (last) {
+        release_obj(o);
+    }
+    return 1;
+}
+
+vek_u32 wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32) {
+    ensure_init();
+    if (!hnds || n < 1 || n > kMaxWait) {
+        return fail(EINVAL);
+    }
+    Obj* objs[kMaxWait];
+    Waiter w;
+    w.tid = al_thrd_id();
+    w.owner = nullptr;
+    w.fired = -1;
+    w.abandoned = false;
+    bool named = false;
+    pthread_mutex_lock(&g_lk);
+    for (vek_s32 i = 0; i < n; i++) {
+        objs[i] = (Obj*)hnds[i];
+        bool dup = false;
+        for (vek_s32 k = 0; k < i; k++) {
+            dup = dup || objs[k] == objs[i];
+        }
+        if (!valid(objs[i]) || dup) {  // Windows refuses duplicates, too
+            pthread_mutex_unlock(&g_lk);
+            return fail(EINVAL);
+        }
+        if (objs[i]->tag == kTagMutex && !w.owner) {
+            w.owner = own_rec();
+        }
+        named = named || objs[i]->tag == kTagNamed;
+    }
+    for (vek_s32 i = 0; i < n; i++) {
+        if (int r = acquire_now(objs[i], &w)) {
+            pthread_mutex_unlock(&g_lk);
+            return (r == 2 ? kWaitAbandoned0 : kWaitObject0) + (vek_u32)i;
+        }
+    }
+    if (tmo == 0) {
+        pthread_mutex_unlock(&g_lk);
+        return kWaitTimeout;
+    }
+
+    WaitBlock blocks[kMaxWait];
+    for (vek_s32 i = 0; i < n; i++) {
+        blocks[i].waiter = &w;
+        blocks[i].index = i;
+        objs[i]->refs++;
+        link_block(objs[i], &blocks[i]);
+    }
+    pthread_cond_init(&w.cv, &g_cvAttr);
+    struct timespec deadline = add_ms(mono_now(), tmo > 0 ? tmo : 0);
+    vek_s64 slice = 1;
+    vek_u32 res = kWaitTimeout;
+    for (;;) {
+        if (w.fired >= 0) {
+            res = (w.abandoned ? kWaitAbandoned0 : kWaitObject0) + (vek_u32)w.fired;
+            break;
+        }
+        int r = 0;
+        vek_s32 i = 0;
+        for (; named && i < n && !r; i++) {
+            r = objs[i]->tag == kTagNamed ? acquire_now(objs[i], &w) : 0;
+        }
+        if (r) {
+            res = (r == 2 ? kWaitAbandoned0 : kWaitObject0) + (vek_u32)(i - 1);
+            break;
+        }
+        struct timespec now = mono_now();
+        if (tmo > 0 && !before(now, deadline)) {
+            break;
+        }
+        if (named) {
+            struct timespec wake = add_ms(now, slice);
+            slice = slice < 16 ? slice * 2 : 16;
+            if (tmo > 0 && before(deadline, wake)) {
+                wake = deadline;
+            }
+            pthread_cond_timedwait(&w.cv, &g_lk, &wake);
+        } else if (tmo > 0) {
+            pthread_cond_timedwait(&w.cv, &g_lk, &deadline);
+        } else {
+            pthread_cond_wait(&w.cv, &g_lk);
+        }
+    }
+    Obj* dead[kMaxWait];
+    vek_s32 nDead = 0;
+    for (vek_s32 i = 0; i < n; i++) {
+        unlink_block(objs[i], &blocks[i]);
+        if (--objs[i]->refs == 0) {  // closed while we waited
+            dead[nDead++] = objs[i];
+        }
+    }
+    pthread_mutex_unlock(&g_lk);
+    pthread_cond_destroy(&w.cv);
+    for (vek_s32 i = 0; i < nDead; i++) {
+        release_obj(dead[i]);
+    }
+    return res;
+}
+
+vek_u32 msg_wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32 alertable) {
+    return wait_any(hnds, n, tmo, alertable);
+}
+
+void disp_msg(void) {
+}
+
+vek_u32 last_error(void) {
+    return (vek_u32)errno;
+}
+
+vek_u32 tls_alloc(void) {
+    pthread_key_t k;
+    return pthread_key_create(&k, nullptr) == 0 ? (vek_u32)k : kTlsNone;
+}
+
+vek_s32 tls_free(vek_u32 slot) {
+    return pthread_key_delete((pthread_key_t)slot) == 0;
+}
+
+void* tls_get(vek_u32 slot) {
+    return pthread_getspecific((pthread_key_t)slot);
+}
+
+vek_s32 tls_set(vek_u32 slot, void* value) {
+    return pthread_setspecific((pthread_key_t)slot, value) == 0;
+}
+
+void* thrd_create(void* startRec, vek_u32 stackSize, vek_u32* tid) {
+    ensure_init();
+    *tid = 0;
+    ThrdRec* r = (ThrdRec*)al_malloc(sizeof(ThrdRec));
+    if (!r) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    std::memset((void*)r, 0, sizeof *r);
+    r->startRec = startRec;
+    r->pins = 1;
+    pthread_cond_init(&r->cv, &g_cvAttr);
+    pthread_attr_t a;
+    pthread_attr_init(&a);
+    pthread_attr_setdetachstate(&a, PTHREAD_CREATE_DETACHED);
+    if (stackSize > 0) {
+        size_t page = (size_t)sysconf(_SC_PAGESIZE);
+        size_t size = ((size_t)stackSize + page - 1) / page * page;
+        size_t least = (size_t)PTHREAD_STACK_MIN;
+        pthread_attr_setstacksize(&a, size < least ? least : size);
+    }
+    pthread_mutex_lock(&g_thrdLk);
+    prune_thrds();
+    r->next = g_thrds;
+    g_thrds = r;
+    pthread_t t;
+    int e = pthread_create(&t, &a, posix_start, r);
+    pthread_attr_destroy(&a);
+    if (e != 0) {
+        g_thrds = r->next;
+        pthread_mutex_unlock(&g_thrdLk);
+        pthread_cond_destroy(&r->cv);
+        al_free(r);
+        errno = e;
+        return nullptr;
+    }
+    while (!r->started) {
+        pthread_cond_wait(&r->cv, &g_thrdLk);
+    }
+    *tid = r->tid;
+    pthread_mutex_unlock(&g_thrdLk);
+    return r;
+}
+
+void* thrd_open(vek_u32 tid, vek_s32) {
+    pthread_mutex_lock(&g_thrdLk);
+    ThrdRec* r = find_thrd(tid);
+    bool known = r != nullptr;
+    if (r && r->done) {
+        r = nullptr;  // finished: ended, even while the kernel still lets it go
+    } else if (r) {
+        r->pins++;
+    }
+    pthread_mutex_unlock(&g_thrdLk);
+    if (known) {
+        errno = ESRCH;
+        return r;
+    }
+    if (tid == 0 || !thread_alive(tid)) {
+        errno = ESRCH;
+        return nullptr;
+    }
+    return (void*)(((uintptr_t)tid << 1) | 1);
+}
+
+vek_u32 thrd_wait(void* thrd, vek_s32 tmo) {
+    if (!thrd) {
+        return fail(EINVAL);
+    }
+    struct timespec deadline = add_ms(mono_now(), tmo > 0 ? tmo : 0);
+    if (foreign(thrd)) {
+        vek_u32 tid = (vek_u32)((uintptr_t)thrd >> 1);
+        for (;;) {
+            if (!thread_alive(tid)) {
+                return kWaitObject0;
+            }
+            if (tmo >= 0 && !before(mono_now(), deadline)) {
+                return kWaitTimeout;
+            }
+            al_sleep(1);
+        }
+    }
+    ThrdRec* r = (ThrdRec*)thrd;
+    pthread_mutex_lock(&g_thrdLk);
+    while (!r->done && tmo != 0) {
+        if (tmo < 0) {
+            pthread_cond_wait(&r->cv, &g_thrdLk);
+        } else if (pthread_cond_timedwait(&r->cv, &g_thrdLk, &deadline) == ETIMEDOUT) {
+            break;
+        }
+    }
+    bool done = r->done;
+    pthread_mutex_unlock(&g_thrdLk);
+    return done ? kWaitObject0 : kWaitTimeout;
+}
+
+vek_s32 thrd_close(void* thrd) {
+    if (!thrd) {
+        errno = EINVAL;
+        return 0;
+    }
+    if (!foreign(thrd)) {
+        pthread_mutex_lock(&g_thrdLk);
+        ((ThrdRec*)thrd)->pins--;
+        pthread_mutex_unlock(&g_thrdLk);
+    }
+    return 1;
+}
+
+} // namespace plat

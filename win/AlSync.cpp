@@ -1,0 +1,137 @@
+/*
+ * AlSync.cpp (Windows) - waitable objects, the wait for any of them,
+ * thread-local slots and threads on Win32: the kernel's events and mutexes,
+ * WaitForMultipleObjectsEx / MsgWaitForMultipleObjectsEx, TLS slots and
+ * threads opened by id.
+ */
+#include "WinHelp.h"
+#include "AlSync.h"
+
+namespace {
+
+/* Every window message the wait should wake for: input, posted, timer,
+ * paint, sent and hot-key messages. */
+constexpr DWORD kWakeMask = 0xFF;
+
+DWORD tmo_ms(vek_s32 tmo) {
+    return tmo < 0 ? INFINITE : (DWORD)tmo;
+}
+
+DWORD WINAPI win_start(LPVOID rec) {
+    return (DWORD)vek::thrd_start(rec);
+}
+
+/* A descriptor with a null access list: every user may open the mutex
+ * (another user's process must see and share the program's named locks).
+ * Built for the call and freed after it. */
+struct OpenSecurity {
+    SECURITY_ATTRIBUTES sa;
+    PSECURITY_DESCRIPTOR sd;
+    OpenSecurity() : sa(), sd(LocalAlloc(LPTR, SECURITY_DESCRIPTOR_MIN_LENGTH)) {
+        sa.nLength = sizeof sa;
+        if (sd && InitializeSecurityDescriptor(sd, SECURITY_DESCRIPTOR_REVISION) &&
+            SetSecurityDescriptorDacl(sd, TRUE, nullptr, FALSE)) {
+            sa.lpSecurityDescriptor = sd;
+        }
+    }
+    ~OpenSecurity() { LocalFree(sd); }
+    OpenSecurity(const OpenSecurity&) = delete;
+    OpenSecurity& operator=(const OpenSecurity&) = delete;
+};
+
+} // namespace
+
+namespace plat {
+
+vek_handle event_create(vek_s32 manualReset, vek_s32 initialState) {
+    return CreateEventW(nullptr, manualReset ? TRUE : FALSE, initialState ? TRUE : FALSE, nullptr);
+}
+
+vek_s32 event_set(vek_handle evt) {
+    return SetEvent(evt) ? 1 : 0;
+}
+
+vek_s32 event_reset(vek_handle evt) {
+    return ResetEvent(evt) ? 1 : 0;
+}
+
+vek_handle mutex_create(const vek_wchar* name, vek_s32 initialOwner) {
+    OpenSecurity sec;
+    return CreateMutexW(&sec.sa, initialOwner ? TRUE : FALSE, name && name[0] ? (LPCWSTR)name : nullptr);
+}
+
+vek_s32 mutex_release(vek_handle mutex) {
+    return ReleaseMutex(mutex) ? 1 : 0;
+}
+
+vek_s32 mutex_exists(const vek_wchar* name) {
+    HANDLE h = OpenMutexW(MUTEX_ALL_ACCESS, FALSE, (LPCWSTR)name);
+    if (h) {
+        CloseHandle(h);
+        return 1;
+    }
+    return GetLastError() == ERROR_ACCESS_DENIED ? 1 : 0;
+}
+
+vek_s32 handle_close(vek_handle hnd) {
+    return CloseHandle(hnd) ? 1 : 0;
+}
+
+vek_u32 wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32 alertable) {
+    return WaitForMultipleObjectsEx((DWORD)n, (const HANDLE*)hnds, FALSE, tmo_ms(tmo), alertable ? TRUE : FALSE);
+}
+
+vek_u32 msg_wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32 alertable) {
+    return MsgWaitForMultipleObjectsEx((DWORD)n, (const HANDLE*)hnds, tmo_ms(tmo), kWakeMask,
+                                       alertable ? MWMO_ALERTABLE : 0);
+}
+
+void disp_msg(void) {
+    MSG msg;
+    while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
+        TranslateMessage(&msg);
+        DispatchMessageW(&msg);
+    }
+}
+
+vek_u32 last_error(void) {
+    return GetLastError();
+}
+
+vek_u32 tls_alloc(void) {
+    DWORD slot = TlsAlloc();
+    return slot == TLS_OUT_OF_INDEXES ? kTlsNone : slot;
+}
+
+vek_s32 tls_free(vek_u32 slot) {
+    return TlsFree(slot) ? 1 : 0;
+}
+
+void* tls_get(vek_u32 slot) {
+    return TlsGetValue(slot);
+}
+
+vek_s32 tls_set(vek_u32 slot, void* value) {
+    return TlsSetValue(slot, value) ? 1 : 0;
+}
+
+void* thrd_create(void* startRec, vek_u32 stackSize, vek_u32* tid) {
+    DWORD id = 0;
+    HANDLE h = CreateThread(nullptr, stackSize, win_start, startRec, 0, &id);
+    *tid = h ? id : 0;
+    return h;
+}
+
+void* thrd_open(vek_u32 tid, vek_s32 fullAccess) {
+    return OpenThread(fullAccess ? THREAD_ALL_ACCESS : SYNCHRONIZE, FALSE, tid);
+}
+
+vek_u32 thrd_wait(void* thrd, vek_s32 tmo) {
+    return WaitForSingleObject(thrd, tmo_ms(tmo));
+}
+
+vek_s32 thrd_close(void* thrd) {
+    return CloseHandle(thrd) ? 1 : 0;
+}
+
+} // namespace plat
