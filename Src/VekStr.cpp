@@ -41,9 +41,23 @@ vek_s32 append_utf16(VekStr* o, const vek_wchar* w, vek_s32 n, bool swap, bool s
     return out - len;
 }
 
-// Appends the UTF-16 units of a whole stream as UTF-8; an odd last byte
-// is dropped. Returns the bytes added.
-vek_s32 append_utf16_strm(IStrm* strm, VekStr* o, bool swap) {
+// The conversions into a VekStr (wcs, or ucs2 with swap): n units of a
+// buffer (negative: up to the 0 unit), each encoded (a 0 unit to nothing).
+vek_s32 utf16_buf_to_cstr(const vek_wchar* src, vek_s32 n, VekStr* str, bool swap) {
+    if (!src || !str) {
+        vek_assert__("src && str", __FILE__, __LINE__);
+        return 0;
+    }
+    return append_utf16(C::check(str, __LINE__), src, n < 0 ? vek::text_len(src) : n, swap, false);
+}
+
+// Every unit of a stream up to its end; an odd last byte is dropped.
+vek_s32 utf16_strm_to_cstr(IStrm* strm, VekStr* o, bool swap) {
+    if (!strm || !o) {
+        vek_assert__("strm && str", __FILE__, __LINE__);
+        return 0;
+    }
+    C::check(o, __LINE__);
     vek_wchar units[256];
     vek_u8* bytes = (vek_u8*)units;
     vek_s32 have = 0;
@@ -413,43 +427,27 @@ VEK_API vek_s32 str_path_fld(const char* path, VekStr* out, vek_s32 withSep) {
 }
 
 VEK_API vek_s32 wcs_buf_to_utf8_cstr(const vek_wchar* src, vek_s32 n, VekStr* str) {
-    if (!src || !str) {
-        vek_assert__("src && str", __FILE__, __LINE__);
-        return 0;
-    }
-    return append_utf16(C::check(str, __LINE__), src, n < 0 ? vek::text_len(src) : n, false, false);
+    return utf16_buf_to_cstr(src, n, str, false);
 }
 
 VEK_API vek_s32 wcs_str_to_utf8_cstr(const vek_wchar* src, VekStr* str) {
-    return wcs_buf_to_utf8_cstr(src, -1, str);
+    return utf16_buf_to_cstr(src, -1, str, false);
 }
 
 VEK_API vek_s32 wcs_strm_to_utf8_cstr(IStrm* strm, VekStr* str) {
-    if (!strm || !str) {
-        vek_assert__("strm && str", __FILE__, __LINE__);
-        return 0;
-    }
-    return append_utf16_strm(strm, C::check(str, __LINE__), false);
+    return utf16_strm_to_cstr(strm, str, false);
 }
 
 VEK_API vek_s32 ucs2_buf_to_utf8_cstr(const vek_wchar* src, vek_s32 n, VekStr* str) {
-    if (!src || !str) {
-        vek_assert__("src && str", __FILE__, __LINE__);
-        return 0;
-    }
-    return append_utf16(C::check(str, __LINE__), src, n < 0 ? vek::text_len(src) : n, true, false);
+    return utf16_buf_to_cstr(src, n, str, true);
 }
 
 VEK_API vek_s32 ucs2_str_to_utf8_cstr(const vek_wchar* src, VekStr* str) {
-    return ucs2_buf_to_utf8_cstr(src, -1, str);
+    return utf16_buf_to_cstr(src, -1, str, true);
 }
 
 VEK_API vek_s32 ucs2_strm_to_utf8_cstr(IStrm* strm, VekStr* str) {
-    if (!strm || !str) {
-        vek_assert__("strm && str", __FILE__, __LINE__);
-        return 0;
-    }
-    return append_utf16_strm(strm, C::check(str, __LINE__), true);
+    return utf16_strm_to_cstr(strm, str, true);
 }
 
 } // extern "C"

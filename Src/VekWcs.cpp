@@ -33,6 +33,20 @@ vek_s32 append_utf8(VekWcs* o, const char* s, vek_s32 n) {
     return k;
 }
 
+// The conversions into a VekWcs: the units appended, swapped for ucs2.
+vek_s32 utf8_to_cwcs(const char* src, VekWcs* wcs, bool swap) {
+    if (!src || !wcs) {
+        vek_assert__("src && wcs", __FILE__, __LINE__);
+        return 0;
+    }
+    vek_s32 len = C::check(wcs, __LINE__)->data->len;
+    vek_s32 n = append_utf8(wcs, src, -1);
+    if (swap) {
+        vek_u16s_turn(C::chars(wcs->data) + len, n);
+    }
+    return n;
+}
+
 } // namespace
 
 extern "C" {
@@ -333,22 +347,11 @@ VEK_API vek_s32 wcs_path_fld(const vek_wchar* path, VekWcs* out, vek_s32 withSep
 }
 
 VEK_API vek_s32 utf8_str_to_wcs_cwcs(const char* src, VekWcs* wcs) {
-    if (!src || !wcs) {
-        vek_assert__("src && wcs", __FILE__, __LINE__);
-        return 0;
-    }
-    return append_utf8(C::check(wcs, __LINE__), src, -1);
+    return utf8_to_cwcs(src, wcs, false);
 }
 
 VEK_API vek_s32 utf8_str_to_ucs2_cwcs(const char* src, VekWcs* wcs) {
-    if (!src || !wcs) {
-        vek_assert__("src && wcs", __FILE__, __LINE__);
-        return 0;
-    }
-    vek_s32 len = C::check(wcs, __LINE__)->data->len;
-    vek_s32 n = append_utf8(wcs, src, -1);
-    vek_u16s_turn(C::chars(wcs->data) + len, n);
-    return n;
+    return utf8_to_cwcs(src, wcs, true);
 }
 
 } // extern "C"
