@@ -29,9 +29,9 @@
  * null text means empty text; a negative count where text is given means
  * up to the terminator; set functions return the object, append functions
  * the number of characters added. A string object is used by one thread at
- * a time; blocks may be shared across threads. Text arguments must not
- * point into the target's own block while it is written (appending or
- * setting a string's own text is the exception and works).
+ * a time; blocks may be shared across threads. A string's own text may be
+ * passed to its set, append and concat functions; format arguments must
+ * not point into the string being formatted into.
  */
 #ifndef VEK_VEKSTR_H
 #define VEK_VEKSTR_H
@@ -98,8 +98,9 @@ VEK_API void VekStr_trunc(VekStr* str, vek_s32 newLen);
 /* ---- direct buffer use ----
  * useBufBeg makes the block writable in place with room for at least
  * max(len, minLen) characters (len when minLen is negative) and returns the
- * first character; useBufEnd(newLen) then sets the length (negative:
- * measured with strlen) and the terminator and returns it. */
+ * first character (null only when no block could be allocated);
+ * useBufEnd(newLen) then sets the length (negative: measured with strlen)
+ * and the terminator and returns it. */
 VEK_API char* VekStr_useBufBeg(VekStr* str, vek_s32 minLen);
 VEK_API vek_s32 VekStr_useBufEnd(VekStr* str, vek_s32 newLen);
 

@@ -55,13 +55,10 @@ TEST_F(VekWcsTest, UnitsSizeTheBlock) {
 
     InlineWcs in;
     EXPECT_EQ(0x40A271BEu, in.w.magic);
-    VekWcs_setWcs(&in.w, W(u"0123456789"));
-    EXPECT_EQ(in.buf + WCSDATA_HDR / 2, VekWcs_buf(&in.w));
-    VekWcs_appdWcs(&in.w, W(u"abcdefghij"));
-    EXPECT_NE(in.buf + WCSDATA_HDR / 2, VekWcs_buf(&in.w));
+    VekWcs_appdWcs(&in.w, W(u"0123456789abcdefghij"));  // 20 units: to the heap
+    EXPECT_EQ(80, VekWcs_size(&in.w));
     VekWcs_clearx(&in.w);
     EXPECT_EQ(in.buf + WCSDATA_HDR / 2, VekWcs_buf(&in.w));
-    EXPECT_EQ(16, VekWcs_size(&in.w));
 }
 
 TEST_F(VekWcsTest, NativeTextAndSharing) {
@@ -80,16 +77,12 @@ TEST_F(VekWcsTest, NativeTextAndSharing) {
     EXPECT_EQ(0, VekWcs_len(&b.w));
     EXPECT_EQ(4, VekWcs_appdWcsx(&b.w, W(four), 4));
     EXPECT_EQ(std::u16string(four, 4), b.text());
-    EXPECT_EQ(0, VekWcs_appdWcs(&b.w, nullptr));
-    EXPECT_EQ(0, VekWcs_appdWcs(&b.w, W(u"")));
-    EXPECT_EQ(3, VekWcs_appdCharx(&b.w, u'z', 3));
+    EXPECT_EQ(0, VekWcs_appdWcs(&b.w, nullptr) + VekWcs_appdWcs(&b.w, W(u"")));
     VekWcs_setCharx(&b.w, u'é', 2);
-    EXPECT_EQ(u"éé", b.text());
-    VekWcs_setChar(&b.w, 0);
-    EXPECT_EQ(0, VekWcs_len(&b.w));
+    EXPECT_EQ(3, VekWcs_appdCharx(&b.w, u'z', 3));
+    EXPECT_EQ(u"éézzz", b.text());
 
     Wcs s(u"Hello, Wörld");
-    EXPECT_EQ(12, VekWcs_findChar(&s.w, 0));
     EXPECT_EQ(8, VekWcs_rfindChar(&s.w, u'ö'));
     EXPECT_EQ(-1, VekWcs_findSub(&s.w, W(u"wÖ")));  // only ASCII letters fold
     EXPECT_EQ(7, VekWcs_findSubPos(&s.w, W(u"WöRLD"), 3));
@@ -132,8 +125,7 @@ TEST_F(VekWcsTest, NumbersAndWideFormatting) {
     EXPECT_EQ(3, VekWcs_appdLong(&w.w, -12));
     EXPECT_EQ(10, VekWcs_appdUlong(&w.w, 4000000000u));
     EXPECT_EQ(u"#-124000000000", w.text());
-    VekWcs_setLong(&w.w, 5);
-    VekWcs_setUlong(&w.w, 77);
+    VekWcs_setUlong(VekWcs_setLong(&w.w, 5), 77);
     EXPECT_EQ(u"77", w.text());
 
     EXPECT_EQ(7, VekWcs_printf(&w.w, W(u"%d|%s|%hs"), 3, W(u"中"), "\xC3\xA9"));
@@ -190,15 +182,9 @@ TEST_F(VekWcsTest, WireFormCarriesUnits) {
     EXPECT_EQ(3u, words[2]);
     EXPECT_EQ(0, std::memcmp(buf + 15, u"wé中", 6));
 
-    VekWcs fresh = {nullptr, 0};
-    EXPECT_EQ(end, VekWcs_UserUnmarshal(&flags, buf + 3, &fresh));
-    EXPECT_EQ(0, std::memcmp(VekWcs_buf(&fresh), u"wé中", 8));
-    VekWcs_UserFree(&flags, &fresh);
-
-    words[1] = 2;  // a size not above len
-    std::memcpy(buf + 3, words, sizeof words);
-    EXPECT_ASSERT("size == 0 || size > len", VekWcs_UserUnmarshal(&flags, buf + 3, &src.w));
-    EXPECT_EQ(u"wé中", src.text());
+    Wcs live(u"old");
+    EXPECT_EQ(end, VekWcs_UserUnmarshal(&flags, buf + 3, &live.w));
+    EXPECT_EQ(u"wé中", live.text());
 }
 
 using VekWcsDeathTest = VekTest;
@@ -206,11 +192,6 @@ using VekWcsDeathTest = VekTest;
 TEST_F(VekWcsDeathTest, WrongTypeMarkEndsTheProcess) {
     VekStr s;
     VekStr_new(&s);
-    EXPECT_DEATH(
-        {
-            al_set_fault_hook(nullptr);
-            VekWcs_appdChar((VekWcs*)&s, u'x');
-        },
-        "obj crash");
+    EXPECT_DEATH((al_set_fault_hook(nullptr), VekWcs_appdChar((VekWcs*)&s, u'x')), "obj crash");
     VekStr_delete(&s);
 }
