@@ -206,9 +206,9 @@ VEK_API vek_s32 str_btrim_space(const char* s, vek_s32 len, VekStr* out, const c
 VEK_API vek_s32 str_path_fld(const char* path, VekStr* out, vek_s32 withSep);
 
 /* UTF-16 (wcs: host order; ucs2: each unit's bytes swapped) appended to str
- * as UTF-8; each returns the bytes appended. buf: n units (negative: up to
- * the 0 unit), a 0 unit inside n adds nothing; str: up to the 0 unit;
- * strm: every unit up to the end of the stream. */
+ * as UTF-8; each returns the bytes appended. A 0 unit always ends the text.
+ * buf: n units (negative: up to the 0 unit); str: up to the 0 unit; strm:
+ * the stream's units up to its end (an odd last byte is dropped). */
 VEK_API vek_s32 wcs_buf_to_utf8_cstr(const vek_wchar* src, vek_s32 n, VekStr* str);
 VEK_API vek_s32 wcs_str_to_utf8_cstr(const vek_wchar* src, VekStr* str);
 VEK_API vek_s32 wcs_strm_to_utf8_cstr(IStrm* strm, VekStr* str);

@@ -62,11 +62,7 @@ inline vek_s32 text_len(const char* s) {
     return (vek_s32)std::strlen(s);
 }
 inline vek_s32 text_len(const vek_wchar* s) {
-    vek_s32 n = 0;
-    while (s[n]) {
-        n++;
-    }
-    return n;
+    return vek_wcslen(s);
 }
 inline const char* skip_set(const char* s, vek_s32 n, const char* set) {
     return str_skip_space(s, n, set);
@@ -85,6 +81,12 @@ inline const char* find_nocase(const char* s, const char* sub) {
 }
 inline const vek_wchar* find_nocase(const vek_wchar* s, const vek_wchar* sub) {
     return vek_wcsistr(s, sub);
+}
+inline const char* path_name(const char* path) {
+    return str_path_name(path);
+}
+inline const vek_wchar* path_name(const vek_wchar* path) {
+    return wcs_path_name(path);
 }
 inline vek_s32 fmt_out(void* o, vek_str_sink sink, const char* fmt, va_list va) {
     return str_fmt_out(o, sink, fmt, va);
@@ -669,16 +671,11 @@ struct StrCore {
             return 0;
         }
         clear(check(out, __LINE__));
-        const Ch* sep = nullptr;
-        for (const Ch* p = path; *p; p++) {
-            if (*p == '/' || *p == '\\') {
-                sep = p;
-            }
-        }
-        if (!sep) {
+        const Ch* name = path_name(path);  // behind the last separator, if any
+        if (name == path || (name[-1] != '/' && name[-1] != '\\')) {
             return 0;
         }
-        set_text(out, path, (vek_s32)(sep - path) + (withSep ? 1 : 0));
+        set_text(out, path, (vek_s32)(name - path) - (withSep ? 0 : 1));
         return 1;
     }
 

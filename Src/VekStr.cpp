@@ -11,16 +11,12 @@ namespace {
 
 using C = vek::StrCore<vek::StrSide>;
 
-inline vek_wchar swap_unit(vek_wchar c) {
-    return (vek_wchar)((c << 8) | (c >> 8));
-}
-
-// Appends n UTF-16 units (swapped first for ucs2) as UTF-8. Room for three
-// bytes a unit is made first and the units are encoded one by one: the
-// buffer converter keeps a 4-byte margin and would drop the last character
-// when the room is exactly three bytes a unit. A 0 unit ends the text when
-// stopAtZero is set, else it encodes to nothing. Returns the bytes added.
-vek_s32 append_utf16(VekStr* o, const vek_wchar* w, vek_s32 n, bool swap, bool stopAtZero) {
+// Appends n UTF-16 units (byte-swapped ones for ucs2) as UTF-8, up to the
+// first 0 unit. Room for three bytes a unit is made first and the units
+// are encoded one by one: the buffer converter keeps a 4-byte margin and
+// would drop the last character when the room is exactly three bytes a
+// unit. Returns the bytes added.
+vek_s32 append_utf16(VekStr* o, const vek_wchar* w, vek_s32 n, bool swap) {
     vek_s32 len = o->data->len;
     if (n < 1 || n > (C::kMaxLen - len) / 3) {
         return 0;
@@ -30,28 +26,25 @@ vek_s32 append_utf16(VekStr* o, const vek_wchar* w, vek_s32 n, bool swap, bool s
         return 0;
     }
     vek_s32 out = len;
-    for (vek_s32 i = 0; i < n; i++) {
-        vek_wchar c = swap ? swap_unit(w[i]) : w[i];
-        if (!c && stopAtZero) {
-            break;
-        }
-        out += wcs_char_to_utf8_char(c, p + out);
+    for (vek_s32 i = 0; i < n && w[i]; i++) {
+        out += swap ? ucs2_char_to_utf8_char(w[i], p + out) : wcs_char_to_utf8_char(w[i], p + out);
     }
     C::use_end(o, out);
     return out - len;
 }
 
-// The conversions into a VekStr (wcs, or ucs2 with swap): n units of a
-// buffer (negative: up to the 0 unit), each encoded (a 0 unit to nothing).
+// The conversions into a VekStr (wcs, or ucs2 with swap) from n units of a
+// buffer (negative: up to the 0 unit).
 vek_s32 utf16_buf_to_cstr(const vek_wchar* src, vek_s32 n, VekStr* str, bool swap) {
     if (!src || !str) {
         vek_assert__("src && str", __FILE__, __LINE__);
         return 0;
     }
-    return append_utf16(C::check(str, __LINE__), src, n < 0 ? vek::text_len(src) : n, swap, false);
+    return append_utf16(C::check(str, __LINE__), src, n < 0 ? vek_wcslen(src) : n, swap);
 }
 
-// Every unit of a stream up to its end; an odd last byte is dropped.
+// From the units of a stream, up to its end or a 0 unit; an odd last byte
+// is dropped.
 vek_s32 utf16_strm_to_cstr(IStrm* strm, VekStr* o, bool swap) {
     if (!strm || !o) {
         vek_assert__("strm && str", __FILE__, __LINE__);
@@ -69,7 +62,14 @@ vek_s32 utf16_strm_to_cstr(IStrm* strm, VekStr* o, bool swap) {
         }
         have += r;
         vek_s32 n = have / 2;
-        added += append_utf16(o, units, n, swap, false);
+        vek_s32 k = 0;
+        while (k < n && units[k]) {
+            k++;
+        }
+        added += append_utf16(o, units, k, swap);
+        if (k < n) {
+            break;
+        }
         if (have & 1) {
             bytes[0] = bytes[have - 1];
         }
@@ -341,12 +341,12 @@ VEK_API vek_s32 VekStr_appdWcsx(VekStr* str, const vek_wchar* w, vek_s32 n) {
     if (!w || n == 0) {
         return 0;
     }
-    vek_s32 len = n < 0 ? vek::text_len(w) : n;
+    vek_s32 len = n < 0 ? vek_wcslen(w) : n;
     if (!(len > 0)) {
         vek_assert__("len > 0", __FILE__, __LINE__);
         return 0;
     }
-    return append_utf16(str, w, len, false, true);
+    return append_utf16(str, w, len, false);
 }
 
 VEK_API vek_s32 VekStr_appdWchar(VekStr* str, vek_wchar c) {

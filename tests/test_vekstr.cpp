@@ -401,6 +401,7 @@ TEST_F(VekStrTest, Utf16IntoAString) {
     EXPECT_EQ(6, wcs_str_to_utf8_cstr(text, &s.s));
     EXPECT_EQ(6, ucs2_str_to_utf8_cstr(swapped, &s.s));
     EXPECT_EQ(1, wcs_buf_to_utf8_cstr(text, 1, &s.s));
+    EXPECT_EQ(0, wcs_buf_to_utf8_cstr(text + 3, 2, &s.s));  // a 0 unit ends the text
     EXPECT_EQ(3, ucs2_buf_to_utf8_cstr(swapped + 2, 1, &s.s));
     EXPECT_EQ("A\xC3\xA9\xE2\x82\xAC" "A\xC3\xA9\xE2\x82\xAC" "A\xE2\x82\xAC", s.text());
 
