@@ -16,6 +16,8 @@
 #include "TinyStr.h"
 #include "StrUtil.h"
 #include "VekUni.h"
+#include "VekStr.h"
+#include "VekWcs.h"
 #include "IniFile.h"
 
 #endif /* VEK_BASELIB_H */

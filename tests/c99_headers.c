@@ -7,6 +7,7 @@ int main(void) {
     TinyStr ts;
     char buf[32];
     VekHeapStat st;
+    VekStr vs;
     void* p;
     vek_handle evt;
     TinyStr_new(&ts);
@@ -19,6 +20,12 @@ int main(void) {
         return 1;
     }
     vek_evt_close(evt);
+    VekStr_new(&vs);
+    VekStr_appdf(&vs, "%s", buf);
+    if (VekStr_len(&vs) != 3) {
+        return 1;
+    }
+    VekStr_delete(&vs);
     p = vek_malloc__(16);
     vek_free__(p);
     if (vek_heap_stat(&st) != 0 || strcmp(buf, "1+2") != 0 || vek_glb_hnd() == 0) {
