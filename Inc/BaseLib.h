@@ -15,6 +15,8 @@
 #include "TinyStr.h"
 #include "StrUtil.h"
 #include "VekUni.h"
+#include "VekData.h"
+#include "VekStrm.h"
 #include "IniFile.h"
 
 #endif /* VEK_BASELIB_H */
