@@ -17,6 +17,7 @@
 #include "VekUni.h"
 #include "VekData.h"
 #include "VekStrm.h"
+#include "VekList.h"
 #include "IniFile.h"
 
 #endif /* VEK_BASELIB_H */
