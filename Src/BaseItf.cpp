@@ -42,13 +42,21 @@ vek_s32 copy_bytes(IStrm* dst, IStrm* src, vek_s32 fromStart) {
     return err;
 }
 
-// A file stream in the caller's record. An empty path would give a stream
-// without a file; here it is a file that cannot be opened.
-IStrm* open_file(FileStrm* fs, const char* path, const char* mode, vek_s32* err) {
-    if (!*path) {
-        return nullptr;
+// Copies strm into a new file at path ("wb") or an existing file's bytes
+// into strm ("rb"), through a file stream in a record of our own. An empty
+// path, which would give a stream without a file, is a file that cannot be
+// opened.
+vek_s32 copy_file(IStrm* strm, const char* path, bool toFile, vek_s32 fromStart) {
+    vek_s32 err = VEK_ERR_FILE_OPEN;
+    FileStrm fs;
+    IStrm* file = *path ? FileStrm_xcreatex__(&fs, path, toFile ? "wb" : "rb", &err, __FILE__, __LINE__)
+                        : nullptr;
+    if (!file) {
+        return VEK_ERR_FILE_OPEN;
     }
-    return FileStrm_xcreatex__(fs, path, mode, err, __FILE__, __LINE__);
+    err = toFile ? IStrm_copyx(file, strm, fromStart) : IStrm_copy(strm, file);
+    IStrm_release(file);
+    return err;
 }
 
 } // namespace
@@ -121,15 +129,7 @@ VEK_API vek_s32 IStrm_toFilex(IStrm* src, const char* path, vek_s32 fromStart) {
         VEK_ASSERT(src && path);
         return VEK_ERR_BAD_ARG;
     }
-    vek_s32 err = VEK_ERR_FILE_OPEN;
-    FileStrm fs;
-    IStrm* file = open_file(&fs, path, "wb", &err);
-    if (!file) {
-        return err;
-    }
-    err = IStrm_copyx(file, src, fromStart);
-    IStrm_release(file);
-    return err;
+    return copy_file(src, path, true, fromStart);
 }
 
 VEK_API vek_s32 IStrm_toFile(IStrm* src, const char* path) {
@@ -141,15 +141,7 @@ VEK_API vek_s32 IStrm_fromFile(IStrm* dst, const char* path) {
         VEK_ASSERT(dst && path);
         return VEK_ERR_BAD_ARG;
     }
-    vek_s32 err = VEK_ERR_FILE_OPEN;
-    FileStrm fs;
-    IStrm* file = open_file(&fs, path, "rb", &err);
-    if (!file) {
-        return VEK_ERR_FILE_OPEN;
-    }
-    err = IStrm_copy(dst, file);
-    IStrm_release(file);
-    return err;
+    return copy_file(dst, path, false, 1);
 }
 
 } // extern "C"

@@ -53,6 +53,16 @@ void list_link_after(VekList* _this, VekListNode* node, VekListNode* prev) {
     _this->len++;
 }
 
+// The checks of an insertion next to ref_node: all given, and ref_node a
+// node of this list (one of another list is refused without complaint).
+bool ref_in_list(VekList* _this, VekListNode* node, VekListNode* ref_node) {
+    if (!(_this && node && ref_node)) {
+        VEK_ASSERT(_this && node && ref_node);
+        return false;
+    }
+    return ref_node->list == _this;
+}
+
 // Takes node (whose predecessor is prev, null at the front) out of the list
 // and resets its links.
 void list_unlink(VekList* _this, VekListNode* node, VekListNode* prev) {
@@ -246,11 +256,7 @@ VEK_API VekList* VekList_addTail__(VekList* _this, void* node_) {
 VEK_API vek_s32 VekList_addAnyNext__(VekList* _this, void* node_, void* ref_) {
     VekListNode* node = (VekListNode*)node_;
     VekListNode* ref_node = (VekListNode*)ref_;
-    if (!(_this && node && ref_node)) {
-        VEK_ASSERT(_this && node && ref_node);
-        return 0;
-    }
-    if (ref_node->list != _this) {
+    if (!ref_in_list(_this, node, ref_node)) {
         return 0;
     }
     if (ref_node == _this->tail) {
@@ -264,11 +270,7 @@ VEK_API vek_s32 VekList_addAnyNext__(VekList* _this, void* node_, void* ref_) {
 VEK_API vek_s32 VekList_addAnyLast__(VekList* _this, void* node_, void* ref_) {
     VekListNode* node = (VekListNode*)node_;
     VekListNode* ref_node = (VekListNode*)ref_;
-    if (!(_this && node && ref_node)) {
-        VEK_ASSERT(_this && node && ref_node);
-        return 0;
-    }
-    if (ref_node->list != _this) {
+    if (!ref_in_list(_this, node, ref_node)) {
         return 0;
     }
     if (ref_node == _this->hdr) {
