@@ -14,38 +14,30 @@ namespace vektest {
 struct StrmRelease {
     void operator()(IStrm* s) const { IStrm_release(s); }
 };
-/* Owns one reference. */
-using StrmPtr = std::unique_ptr<IStrm, StrmRelease>;
+using StrmPtr = std::unique_ptr<IStrm, StrmRelease>;  // owns one reference
 
-inline StrmPtr mem_strm(vek_s32 blk = 0) {
-    return StrmPtr(MemStrm_xcreatex__(nullptr, blk, __FILE__, __LINE__));
-}
-
-inline StrmPtr mem_strm_with(const std::string& bytes, vek_s32 blk = 0) {
-    StrmPtr s = mem_strm(blk);
+inline StrmPtr mem_strm_with(const std::string& bytes = "", vek_s32 blk = 0) {
+    StrmPtr s(MemStrm_xcreatex__(nullptr, blk, __FILE__, __LINE__));
     if (!bytes.empty()) {
         IStrm_write(s.get(), bytes.data(), (vek_s32)bytes.size());
     }
     return s;
 }
 
-/* The bytes from the position to the end (the position moves there). */
-inline std::string rest_of(IStrm* s) {
+/* All bytes (the position is kept), or from the position on (it moves to the end). */
+inline std::string bytes_of(IStrm* s, bool fromPos = false) {
+    vek_s64 pos = IStrm_tell(s);
+    if (!fromPos) {
+        IStrm_seek(s, 0, 0);
+    }
     std::string out;
     char buf[700];
-    vek_s32 n;
-    while ((n = IStrm_read(s, buf, sizeof buf)) > 0) {
+    for (vek_s32 n; (n = IStrm_read(s, buf, sizeof buf)) > 0;) {
         out.append(buf, (size_t)n);
     }
-    return out;
-}
-
-/* All bytes; the position is kept. */
-inline std::string bytes_of(IStrm* s) {
-    vek_s64 pos = IStrm_tell(s);
-    IStrm_seek(s, 0, 0);
-    std::string out = rest_of(s);
-    IStrm_seek(s, pos, 0);
+    if (!fromPos) {
+        IStrm_seek(s, pos, 0);
+    }
     return out;
 }
 

@@ -1,6 +1,6 @@
 /*
- * VekList (both kinds, with the invariants walked after every operation),
- * the list enumerator and SmpList.
+ * VekList (both kinds, the invariants walked after every operation), the
+ * list enumerator and SmpList.
  */
 #include <cstring>
 #include <string>
@@ -21,9 +21,7 @@ std::string walk(VekList* l) {
     vek_s32 n = 0;
     for (VekListNode* p = l->hdr; p && n <= l->len; prev = p, p = p->next, n++) {
         EXPECT_EQ(l, p->list);
-        if (l->type == LIST_TWO_WAY) {
-            EXPECT_EQ(prev, p->prev);
-        }
+        EXPECT_TRUE(l->type == LIST_ONE_WAY || p->prev == prev);
         ids += std::to_string(((Rec*)p)->id);
     }
     EXPECT_EQ(prev, l->tail);
@@ -39,19 +37,16 @@ vek_s32 match_id(void* node, const void* key) {
     return ((Rec*)node)->id == *(const int*)key;
 }
 
-std::string g_visited;
-int g_deleted;
+std::string g_seen;
 
-ptrdiff_t count_delete(void* node) {
-    g_visited += std::to_string(((Rec*)node)->id);
-    g_deleted++;
+ptrdiff_t note_delete(void* node) {
+    g_seen += std::to_string(((Rec*)node)->id);
     return 77;
 }
 
 vek_s32 visit(void* node) {
-    int id = ((Rec*)node)->id;
-    g_visited += std::to_string(id);
-    return id == 2 ? -1 : id;
+    note_delete(node);
+    return ((Rec*)node)->id == 2 ? -1 : 0;
 }
 
 class ListTest : public VekTest, public ::testing::WithParamInterface<vek_u32> {
@@ -63,8 +58,7 @@ class ListTest : public VekTest, public ::testing::WithParamInterface<vek_u32> {
             recs_[i].id = i;
         }
         VekList_init(&list_, GetParam());
-        g_visited.clear();
-        g_deleted = 0;
+        g_seen.clear();
     }
     void fill(const char* ids) {
         for (const char* p = ids; *p; p++) {
@@ -78,60 +72,51 @@ class ListTest : public VekTest, public ::testing::WithParamInterface<vek_u32> {
 } // namespace
 
 TEST_P(ListTest, InsertionsEverywhere) {
-    VekList_addTail__(&list_, &recs_[1]);
+    EXPECT_EQ(&list_, VekList_addTail__(&list_, &recs_[1]));
     EXPECT_EQ("1", walk(&list_));
-    EXPECT_EQ(&list_, VekList_addTail__(&list_, &recs_[2]));
     EXPECT_EQ(&list_, VekList_addHdr__(&list_, &recs_[0]));
-    EXPECT_EQ("012", walk(&list_));
-    EXPECT_EQ(1, VekList_addAnyNext__(&list_, &recs_[5], &recs_[1]));
-    EXPECT_EQ("0152", walk(&list_));
-    EXPECT_EQ(1, VekList_addAnyNext__(&list_, &recs_[6], &recs_[2]));  // behind the tail
-    EXPECT_EQ("01526", walk(&list_));
+    EXPECT_EQ("01", walk(&list_));
+    EXPECT_EQ(1, VekList_addAnyNext__(&list_, &recs_[5], &recs_[0]));
+    EXPECT_EQ("051", walk(&list_));
+    EXPECT_EQ(1, VekList_addAnyNext__(&list_, &recs_[6], &recs_[1]));  // behind the tail
+    EXPECT_EQ("0516", walk(&list_));
     EXPECT_EQ(1, VekList_addAnyLast__(&list_, &recs_[7], &recs_[0]));  // in front of the head
-    EXPECT_EQ("701526", walk(&list_));
-    EXPECT_EQ(1, VekList_addAnyLast__(&list_, &recs_[8], &recs_[2]));
-    EXPECT_EQ("7015826", walk(&list_));
+    EXPECT_EQ("70516", walk(&list_));
+    EXPECT_EQ(1, VekList_addAnyLast__(&list_, &recs_[8], &recs_[1]));
+    EXPECT_EQ("705816", walk(&list_));
 
     // A reference node of another list is refused and nothing changes.
     VekList other;
-    VekList_init(&other, GetParam());
-    VekList_addTail__(&other, &recs_[9]);
+    VekList_addTail__(VekList_init(&other, GetParam()), &recs_[9]);
     recs_[3].link = VekListNode{};
     EXPECT_EQ(0, VekList_addAnyNext__(&list_, &recs_[3], &recs_[9]));
     EXPECT_EQ(0, VekList_addAnyLast__(&list_, &recs_[3], &recs_[9]));
-    EXPECT_EQ("7015826", walk(&list_));
+    EXPECT_EQ("705816", walk(&list_));
     EXPECT_EQ("9", walk(&other));
     EXPECT_TRUE(unlinked(recs_[3]));
-
     EXPECT_ASSERT("_this && node", VekList_addHdr__(&list_, nullptr));
     EXPECT_ASSERT("_this && node && ref_node", EXPECT_EQ(0, VekList_addAnyNext__(&list_, &recs_[3], nullptr)));
-    EXPECT_EQ("7015826", walk(&list_));
 }
 
 TEST_P(ListTest, RemovalsResetTheNode) {
     fill("01234");
     EXPECT_EQ(&recs_[0], VekList_getHdr(&list_));
-    EXPECT_TRUE(unlinked(recs_[0]));
-    EXPECT_EQ("1234", walk(&list_));
     EXPECT_EQ(&recs_[4], VekList_getTail(&list_));
-    EXPECT_TRUE(unlinked(recs_[4]));
-    EXPECT_EQ("123", walk(&list_));
     EXPECT_EQ(&recs_[2], VekList_getAny__(&list_, &recs_[2]));
     EXPECT_EQ(nullptr, VekList_getAny__(&list_, &recs_[2]));
+    EXPECT_TRUE(unlinked(recs_[0]) && unlinked(recs_[4]) && unlinked(recs_[2]));
     EXPECT_EQ("13", walk(&list_));
     EXPECT_EQ((ptrdiff_t)&recs_[1], VekList_delHdr(&list_, nullptr));
-    EXPECT_EQ(77, VekList_delTail(&list_, count_delete));  // the last node: the list empties
+    EXPECT_EQ(77, VekList_delTail(&list_, note_delete));  // the last node: the list empties
     EXPECT_EQ("", walk(&list_));
-    EXPECT_EQ(nullptr, VekList_getHdr(&list_));
-    EXPECT_EQ(nullptr, VekList_getTail(&list_));
-    EXPECT_EQ(0, VekList_delTail(&list_, count_delete));
     int key = 3;
-    EXPECT_EQ(nullptr, VekList_findOut(&list_, &key, match_id));
+    EXPECT_TRUE(!VekList_getHdr(&list_) && !VekList_getTail(&list_) && !VekList_findOut(&list_, &key, match_id));
+    EXPECT_EQ(0, VekList_delTail(&list_, note_delete));
     fill("56789");
-    EXPECT_EQ(77, VekList_delAny__(&list_, &recs_[7], count_delete));
-    EXPECT_EQ(0, VekList_delAll(&list_, count_delete));
+    EXPECT_EQ(77, VekList_delAny__(&list_, &recs_[7], note_delete));
+    EXPECT_EQ(0, VekList_delAll(&list_, note_delete));
     EXPECT_EQ("", walk(&list_));
-    EXPECT_EQ("375689", g_visited);
+    EXPECT_EQ("375689", g_seen);
 }
 
 TEST_P(ListTest, FindAndLoop) {
@@ -141,25 +126,19 @@ TEST_P(ListTest, FindAndLoop) {
     EXPECT_EQ("012345", walk(&list_));
     EXPECT_EQ(&recs_[3], VekList_findOut(&list_, &key, match_id));
     EXPECT_TRUE(unlinked(recs_[3]));
-    EXPECT_EQ("01245", walk(&list_));
     key = 5;
-    EXPECT_EQ(1, VekList_findDel(&list_, &key, match_id, count_delete));
-    EXPECT_EQ(0, VekList_findDel(&list_, &key, match_id, count_delete));
-    EXPECT_EQ(1, g_deleted);
+    EXPECT_EQ(1, VekList_findDel(&list_, &key, match_id, note_delete));
+    EXPECT_EQ(0, VekList_findDel(&list_, &key, match_id, note_delete));
     EXPECT_EQ("0124", walk(&list_));
     EXPECT_ASSERT("matchFunc", EXPECT_EQ(nullptr, VekList_findOnly(&list_, &key, nullptr)));
 
-    g_visited.clear();
+    g_seen.clear();
     EXPECT_EQ(-1, VekList_loopProc(&list_, visit, 1));  // stops at the first negative result
-    EXPECT_EQ("012", g_visited);
-    g_visited.clear();
-    EXPECT_EQ(0, VekList_loopProc(&list_, visit, 0));
-    EXPECT_EQ("0124", g_visited);
+    EXPECT_EQ(0, VekList_loopProc(&list_, visit, 0));   // visits all, answers 0
     if (GetParam() == LIST_TWO_WAY) {
-        g_visited.clear();
         EXPECT_EQ(-1, VekList_rloopProc(&list_, visit, 1));
-        EXPECT_EQ("42", g_visited);
     }
+    EXPECT_EQ(GetParam() == LIST_TWO_WAY ? "012012442" : "0120124", g_seen);
     // A callback may take its own node out of the list.
     static VekList* s_list;
     s_list = &list_;
@@ -176,16 +155,13 @@ using ListChecks = VekTest;
 TEST_F(ListChecks, BrokenEndsRaiseTheInvariantAssertions) {
     VekList l;
     EXPECT_ASSERT("type == LIST_ONE_WAY || type == LIST_TWO_WAY", VekList_init(&l, 7));
-    VekList_init(&l, LIST_ONE_WAY);
-    l.len = 3;  // ends empty, count not
+    VekList_init(&l, LIST_ONE_WAY)->len = 3;  // ends empty, count not
     EXPECT_ASSERT("!_this->tail && _this->len == 0", EXPECT_EQ(nullptr, VekList_getHdr(&l)));
     Rec a{}, b{};
-    VekList_init(&l, LIST_TWO_WAY);
-    VekList_addTail__(&l, &a);
+    VekList_addTail__(VekList_init(&l, LIST_TWO_WAY), &a);
     l.tail = nullptr;  // head set, tail lost
     EXPECT_ASSERT("_this->tail && _this->len > 0", VekList_getHdr(&l));
-    VekList_init(&l, LIST_ONE_WAY);
-    l.hdr = &a.link;
+    VekList_init(&l, LIST_ONE_WAY)->hdr = &a.link;
     EXPECT_ASSERT("!_this->hdr && _this->len == 0", VekList_addTail__(&l, &b));
 }
 
@@ -198,25 +174,23 @@ TEST_F(ListChecks, EnumeratorWalksResetsClonesAndReleases) {
     }
     IVekEnum* en = VekList_enums(&l);
     ASSERT_NE(nullptr, en);
-    vek::ObjHdr* h = vek::obj_hdr(en);
-    EXPECT_EQ(0x15ED92B3u, h->cls & VEK_CLS_MASK);
-    EXPECT_EQ(1, h->ref);
-    void* node = nullptr;
-    EXPECT_EQ(1, en->vtbl->next(en, &node));
-    EXPECT_EQ(&r[0], node);
+    EXPECT_EQ(0x15ED92B3u, vek::obj_hdr(en)->cls & VEK_CLS_MASK);
+    EXPECT_EQ(1, vek::obj_hdr(en)->ref);
+    // The node next() gives, or "end" when it answers 0 with a null node.
+    auto next = [](IVekEnum* e) {
+        void* node = e;  // next() must overwrite it either way
+        return e->vtbl->next(e, &node) == 1 ? node : node ? (void*)e : (void*)"end";
+    };
     IVekEnum* copy = nullptr;
+    EXPECT_EQ(&r[0], next(en));
     EXPECT_EQ(0, en->vtbl->clone(en, &copy));
     EXPECT_EQ(1, vek::obj_hdr(copy)->ref);
-    EXPECT_EQ(1, en->vtbl->next(en, &node));
-    EXPECT_EQ(1, en->vtbl->next(en, &node));
-    EXPECT_EQ(&r[2], node);
-    EXPECT_EQ(0, en->vtbl->next(en, &node));
-    EXPECT_EQ(nullptr, node);
-    EXPECT_EQ(1, copy->vtbl->next(copy, &node));  // its own cursor, where the original was
-    EXPECT_EQ(&r[1], node);
+    EXPECT_EQ(&r[1], next(en));
+    EXPECT_EQ(&r[2], next(en));
+    EXPECT_STREQ("end", (const char*)next(en));
+    EXPECT_EQ(&r[1], next(copy));  // its own cursor, where the original was
     EXPECT_EQ(0, en->vtbl->reset(en));
-    EXPECT_EQ(1, en->vtbl->next(en, &node));
-    EXPECT_EQ(&r[0], node);
+    EXPECT_EQ(&r[0], next(en));
 
     const VekGuid iid = VEK_IID_IVEKENUM_INIT;
     void* same = nullptr;
@@ -228,16 +202,11 @@ TEST_F(ListChecks, EnumeratorWalksResetsClonesAndReleases) {
         EXPECT_EQ(0, copy->vtbl->release(copy));
         EXPECT_TRUE(trc.contains("ListEnum_delete() called"));
     }
+    vek::obj_hdr(en)->cls ^= 1;
+    EXPECT_DEATH((al_set_fault_hook(nullptr), en->vtbl->reset(en)), "obj crash");
+    vek::obj_hdr(en)->cls ^= 1;
     EXPECT_EQ(0, en->vtbl->release(en));
     EXPECT_ASSERT("__list", EXPECT_EQ(nullptr, VekList_enums(nullptr)));
-    EXPECT_DEATH(
-        {
-            al_set_fault_hook(nullptr);
-            IVekEnum* e = VekList_enums(&l);
-            vek::obj_hdr(e)->cls ^= 1;
-            e->vtbl->reset(e);
-        },
-        "obj crash");
 }
 
 namespace {
@@ -258,10 +227,7 @@ std::string chain_ids(void* first) {
 } // namespace
 
 TEST_F(ListChecks, SimpleChains) {
-    SRec r[4] = {};
-    for (int i = 0; i < 4; i++) {
-        r[i].id = i;
-    }
+    SRec r[4] = {{{}, 0}, {{}, 1}, {{}, 2}, {{}, 3}};
     SmpList l;
     std::memset(&l, 0xCD, sizeof l);
     EXPECT_EQ(&l, SmpList_init(&l));
@@ -286,14 +252,12 @@ TEST_F(ListChecks, SimpleChains) {
     EXPECT_EQ("0123", chain_ids(l.hdr));
     SmpList_delete(copy, [](void* n) { vek_free__(n); });
     SmpList_delete(l.hdr, nullptr);
-    EXPECT_EQ(nullptr, r[0].node.next);
-    EXPECT_EQ(nullptr, r[2].node.next);
+    EXPECT_TRUE(!r[0].node.next && !r[2].node.next);
 
     EXPECT_ASSERT("__clone", EXPECT_EQ(nullptr, SmpList_clone(&r[0], nullptr)));
     EXPECT_ASSERT("__exec", EXPECT_EQ(0, SmpList_exec(&r[0], nullptr)));
     EXPECT_ASSERT("__hdr && __list", EXPECT_EQ(nullptr, SmpList_merge(nullptr, &r[0])));
     EXPECT_ASSERT("list && node", SmpList_addHdr(&l, nullptr));
-    SmpList_init(&l);
-    l.hdr = &r[0].node;
+    SmpList_init(&l)->hdr = &r[0].node;
     EXPECT_ASSERT("!list->hdr && list->len == 0", SmpList_addTail(&l, &r[1]));
 }
