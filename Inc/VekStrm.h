@@ -86,7 +86,8 @@ VEK_API FileStrm* FileStrm_new(FileStrm* mem);
  * without a file. Otherwise mode must be a C mode text ("r", "rb", "wb",
  * ...; assertion "!str_noo(mode)") and the file is opened; when it cannot
  * be, or the path's form is bad, the result is null, *err (when err is not
- * null) is -64 and no object is made. On success *err is 0. */
+ * null) is -64 and no object is made (-201 when the record cannot be
+ * allocated). On success *err is 0. */
 VEK_API IStrm* FileStrm_xcreatex__(FileStrm* mem, const char* path, const char* mode, vek_s32* err,
                                    const char* srcPath, vek_s32 line);
 /* Closes the file if one is open, then frees the record as above. */
