@@ -18,6 +18,9 @@
 #include "VekUni.h"
 #include "VekStr.h"
 #include "VekWcs.h"
+#include "VekData.h"
+#include "VekStrm.h"
+#include "VekList.h"
 #include "IniFile.h"
 
 #endif /* VEK_BASELIB_H */

@@ -63,7 +63,11 @@ template <class Obj, class Itf, vek_u32 ClsNo, void (*Delete)(Obj*), const VekGu
 struct ObjClass {
     static constexpr vek_u32 kCls = ClsNo;
 
+    // The check runs on every operation: the common case stays inline.
     static Obj* self(const void* itf, vek_s32 line) {
+        if (itf && (obj_hdr(itf)->cls & VEK_CLS_MASK) == ClsNo) {
+            return (Obj*)obj_hdr(itf);
+        }
         return (Obj*)obj_check(itf, ClsNo, SrcFile, line);
     }
     static Obj* from_obj(void* obj, vek_s32 line) {
