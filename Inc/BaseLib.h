@@ -17,5 +17,6 @@
 #include "VekUni.h"
 #include "VekData.h"
 #include "VekStrm.h"
+#include "VekList.h"
 
 #endif /* VEK_BASELIB_H */
