@@ -36,6 +36,9 @@ typedef struct VekGuid {
 
 #define VEK_CLS_OWNED 0x80000000u  /* class-word bit: allocated by its own _new */
 #define VEK_CLS_MASK  0x7FFFFFFFu
+/* The interface pointer of an object record built by a _new: the address
+ * of its table pointer, e.g. VEK_OBJ_ITF(IStrm, &memStrm). */
+#define VEK_OBJ_ITF(Itf, obj) ((Itf*)(void*)&(obj)->vtbl)
 
 /* The three operations every interface starts with. queryItf returns 0 and
  * the interface with one more reference for a known identifier, -95 and a
@@ -94,6 +97,50 @@ static inline vek_s64 IStrm_size(IStrm* s) { return (s->vtbl->size)(s); }
 static inline vek_s32 IStrm_clear(IStrm* s) { return (s->vtbl->clear)(s); }
 static inline vek_s32 IStrm_setSize(IStrm* s, vek_s64 n) { return (s->vtbl->setSize)(s, n); }
 static inline const char* IStrm_className(IStrm* s) { return (s->vtbl->className)(s); }
+
+/* ---- IVekEnum: the enumerator interface ----
+ * Walks a collection without changing it; the collection must not change
+ * while an enumerator is in use. next stores the current element in *out
+ * and advances: 1, or 0 (and *out null) at the end; reset starts again;
+ * clone makes an independent enumerator at the same place with one
+ * reference (0, or a negative error and *out null). */
+/* 8c5d3a6e-4b1f-4f0a-a2d7-6e93c01b5f48: IVekEnum. */
+#define VEK_IID_IVEKENUM_INIT {0x8c5d3a6eu, 0x4b1f, 0x4f0a, {0xa2, 0xd7, 0x6e, 0x93, 0xc0, 0x1b, 0x5f, 0x48}}
+typedef struct IVekEnum IVekEnum;
+typedef struct IVekEnumVtbl {
+    vek_s32 (*queryItf)(IVekEnum* self, const VekGuid* iid, void** out); /* 0 */
+    vek_s32 (*addRef)(IVekEnum* self);                                   /* 1 */
+    vek_s32 (*release)(IVekEnum* self);                                  /* 2 */
+    vek_s32 (*next)(IVekEnum* self, void** out);                         /* 3 */
+    vek_s32 (*reset)(IVekEnum* self);                                    /* 4 */
+    vek_s32 (*clone)(IVekEnum* self, IVekEnum** out);                    /* 5 */
+} IVekEnumVtbl;
+struct IVekEnum {
+    const IVekEnumVtbl* vtbl;
+};
+
+/* Free functions: the destination is written, the source is read; both are
+ * borrowed. Null streams or paths are assertion failures. */
+
+/* Formats like printf and writes to the stream; the characters written or a
+ * negative error. */
+VEK_API vek_s32 IStrm_printf(IStrm* strm, const char* fmt, ...) VEK_PRINTF(2, 3);
+VEK_API vek_s32 IStrm_vprintf(IStrm* strm, const char* fmt, va_list args);
+/* A new memory stream holding a copy of the whole source (one reference). */
+VEK_API IStrm* IStrm_clone(IStrm* src);
+/* Replaces dst's content with src's bytes (from src's start when fromStart
+ * is non-zero, else from its position); dst ends at position 0, src's
+ * position is unchanged. 0 or the first negative error. */
+VEK_API vek_s32 IStrm_copy(IStrm* dst, IStrm* src);
+VEK_API vek_s32 IStrm_copyx(IStrm* dst, IStrm* src, vek_s32 fromStart);
+/* Like copy, but writes at dst's end and leaves dst there. */
+VEK_API vek_s32 IStrm_appd(IStrm* dst, IStrm* src);
+VEK_API vek_s32 IStrm_appdx(IStrm* dst, IStrm* src, vek_s32 fromStart);
+/* Writes src to a file created with mode "wb"; 0 or a negative error. */
+VEK_API vek_s32 IStrm_toFile(IStrm* src, const char* path);
+VEK_API vek_s32 IStrm_toFilex(IStrm* src, const char* path, vek_s32 fromStart);
+/* Replaces dst's content with the file's bytes; -64 when it cannot be opened. */
+VEK_API vek_s32 IStrm_fromFile(IStrm* dst, const char* path);
 
 VEK_END_DECLS
 

@@ -15,6 +15,9 @@
 #include "TinyStr.h"
 #include "StrUtil.h"
 #include "VekUni.h"
+#include "VekData.h"
+#include "VekStrm.h"
+#include "VekList.h"
 #include "IniFile.h"
 
 #endif /* VEK_BASELIB_H */

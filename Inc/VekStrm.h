@@ -1,0 +1,154 @@
+/*
+ * VekStrm.h - the stream classes: MemStrm (growable, in memory), FileStrm
+ * (one OS-layer file) and StrStrm (read-only, over a caller's bytes).
+ *
+ * Every class follows the object model of BaseItf.h. The records are public
+ * so that callers can build streams in their own storage:
+ *     Cls_new(storage or NULL, ...)   builds the record (allocating it when
+ *                                     storage is NULL) with count 0 and
+ *                                     returns the record;
+ *     Cls_xcreate...__(..., path, line)
+ *                                     the same, then one reference; returns
+ *                                     the IStrm interface. path and line
+ *                                     name the caller for diagnostics;
+ *     Cls_delete(record)              cleans up and frees the record only
+ *                                     when _new allocated it.
+ * VEK_OBJ_ITF(IStrm, &record) is the interface of a record. Functions that
+ * take an IStrm* end the process (ObjUtil_crashExit) when it is not a live
+ * object of their class.
+ */
+#ifndef VEK_STRM_H
+#define VEK_STRM_H
+
+#include "VekType.h"
+#include "AlOs.h"
+#include "BaseItf.h"
+#include "VekData.h"
+
+VEK_BEGIN_DECLS
+
+/* Class numbers (the class word without VEK_CLS_OWNED). */
+#define VEK_CLS_MEMSTRM  0x3B72EAu
+#define VEK_CLS_FILESTRM 0xD732EDu
+#define VEK_CLS_STRSTRM  0xDA2063u
+
+/* ---- MemStrm ----
+ * A chain of VekData blocks of blk bytes each, grown one block at a time as
+ * bytes are written and never reallocated. Every block but the last is
+ * full; len is the sum of the blocks' len; the position is off, which lies
+ * curOff bytes into block cur. A stream with no blocks has hdr, tail and cur
+ * null and len, off, curOff 0. seek: -81 for a bad origin or a target
+ * outside 0..len. setSize: -81 for a negative length; a truncation leaves the
+ * position at 0. className "MemStrm". */
+typedef struct MemStrm {
+    vek_u32 cls;            /* VEK_CLS_MEMSTRM, | VEK_CLS_OWNED when allocated */
+    AlAtom ref;
+    const IStrmVtbl* vtbl;
+    VekData* hdr;           /* first block or null */
+    VekData* tail;          /* last block or null */
+    VekData* cur;           /* block that holds the position, or null */
+    vek_s64 len;            /* data bytes in the stream */
+    vek_s64 off;            /* position */
+    vek_s32 curOff;         /* offset of the position inside cur */
+    vek_s32 blk;            /* size of new blocks; 1024 when created with <= 0 */
+    vek_s32 rsv[2];         /* reserved, zero */
+} MemStrm;
+
+VEK_API MemStrm* MemStrm_new(MemStrm* mem, vek_s32 blkSize);
+VEK_API IStrm* MemStrm_xcreatex__(MemStrm* mem, vek_s32 blkSize, const char* path, vek_s32 line);
+/* Frees the whole chain, then the record as above. */
+VEK_API void MemStrm_delete(MemStrm* obj);
+/* Empties the stream, then takes over the chain starting at first (null
+ * leaves it empty): position 0, length the sum of the blocks' len. The
+ * stream owns and frees the blocks from then on. Returns 0. */
+VEK_API vek_s32 MemStrm_attach(IStrm* strm, VekData* first);
+/* Hands the chain back without freeing it (the caller frees it with
+ * VekData_delete) and leaves the stream empty. Returns the first block or
+ * null. */
+VEK_API VekData* MemStrm_detach(IStrm* strm);
+
+/* ---- FileStrm ----
+ * Forwards every operation to the AlFile functions (AlOs.h) and adds no
+ * buffering. Without a file every data operation returns -23. putc: -103
+ * when nothing was written; getc: -202 at the end; ungetc seeks by -1 from
+ * the current position; setSize and clear: -95 (files are not truncated
+ * through a stream); className "FileStrm". OS errors pass through. */
+typedef struct FileStrm {
+    vek_u32 cls;            /* VEK_CLS_FILESTRM, | VEK_CLS_OWNED when allocated */
+    AlAtom ref;
+    const IStrmVtbl* vtbl;
+    AlFile* file;           /* the open file, or null */
+} FileStrm;
+
+/* A stream without a file. */
+VEK_API FileStrm* FileStrm_new(FileStrm* mem);
+/* Checks path with vek_path_verify__. A null or empty path gives a stream
+ * without a file. Otherwise mode must be a C mode text ("r", "rb", "wb",
+ * ...; assertion "!str_noo(mode)") and the file is opened; when it cannot
+ * be, or the path's form is bad, the result is null, *err (when err is not
+ * null) is -64 and no object is made. On success *err is 0. */
+VEK_API IStrm* FileStrm_xcreatex__(FileStrm* mem, const char* path, const char* mode, vek_s32* err,
+                                   const char* srcPath, vek_s32 line);
+/* Closes the file if one is open, then frees the record as above. */
+VEK_API void FileStrm_delete(FileStrm* obj);
+/* Closes an open file, then opens path with mode; both must be non-empty
+ * (assertion "!str_noo(fileName) && !str_noo(mode)", then -81 and nothing
+ * changes). 0, or -64 when the file cannot be opened or the path's form is
+ * bad (the stream is then without a file). */
+VEK_API vek_s32 FileStrm_open(IStrm* strm, const char* fileName, const char* mode);
+/* Closes the file: AlFile_close's result, 0 when none was open. */
+VEK_API vek_s32 FileStrm_close(IStrm* strm);
+/* Takes over an open file (assertion "file" and -81 for null), closing
+ * the stream's current one first (assertion "ret == 0" when that close
+ * fails). Returns 0. */
+VEK_API vek_s32 FileStrm_attach(IStrm* strm, AlFile* file);
+/* Gives the file back to the caller, who then closes it; the stream is left
+ * without a file. Null when there was none. */
+VEK_API AlFile* FileStrm_detach(IStrm* strm);
+
+/* Checks the form of a UTF-8 path before it is opened: not longer than
+ * 4095 bytes, valid UTF-8, no control characters (below 0x20) and none of
+ * < > " | * ? (the '?' of a leading \\?\ prefix excepted). A null or
+ * empty path has nothing to check. Returns 1 when the form is fine;
+ * otherwise traces the path, raises the assertion "path form" at
+ * srcPath:line and returns 0. */
+VEK_API vek_s32 vek_path_verify__(const char* path, const char* srcPath, vek_s32 line);
+
+/* ---- StrStrm ----
+ * Read-only over a caller's bytes, which it never copies, changes or frees.
+ * Positions and lengths are 32-bit; seek uses the low 32 bits of its offset
+ * and answers -9 for a target outside 0..length (-81 for a bad origin).
+ * putc, write, flush, clear and setSize raise the assertion "StrStrm is
+ * read-only" and return -94. Every operation but the first three asserts
+ * "_this->data" (after StrStrm_detach) and then acts as on an empty text.
+ * className "StrStrm". */
+typedef struct StrStrm {
+    vek_u32 cls;            /* VEK_CLS_STRSTRM, | VEK_CLS_OWNED when allocated */
+    AlAtom ref;
+    const IStrmVtbl* vtbl;
+    const char* data;       /* the caller's bytes; a shared "" when none; null after detach */
+    vek_s32 len;            /* bytes in data */
+    vek_s32 pos;            /* read position, 0 to len */
+    vek_s32 rsv[2];         /* reserved, zero */
+} StrStrm;
+
+/* A stream over the shared empty text. */
+VEK_API StrStrm* StrStrm_new(StrStrm* mem);
+/* StrStrm_new, then StrStrm_attach when buf is not null. */
+VEK_API IStrm* StrStrm_xcreate__(StrStrm* mem, const char* buf, vek_s32 len, const char* path,
+                                 vek_s32 line);
+/* Reads buf from now on: len bytes, or up to its terminating zero when len
+ * is negative; a null buf is the shared empty text. Position 0; returns 0. */
+VEK_API vek_s32 StrStrm_attach(IStrm* strm, const char* buf, vek_s32 len);
+/* Returns the bytes and leaves the stream with data null, length and
+ * position 0. */
+VEK_API const char* StrStrm_detach(IStrm* strm);
+/* With a buffer the same as StrStrm_attach; with null the position goes
+ * back to 0 over the same bytes. Returns 0. */
+VEK_API vek_s32 StrStrm_reset(IStrm* strm, const char* buf, vek_s32 len);
+/* Clears the class word and frees the record as above; the bytes stay. */
+VEK_API void StrStrm_delete(StrStrm* obj);
+
+VEK_END_DECLS
+
+#endif /* VEK_STRM_H */
