@@ -15,5 +15,7 @@
 #include "TinyStr.h"
 #include "StrUtil.h"
 #include "VekUni.h"
+#include "VekStr.h"
+#include "VekWcs.h"
 
 #endif /* VEK_BASELIB_H */
