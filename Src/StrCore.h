@@ -503,21 +503,35 @@ struct StrCore {
     // ---- appending ----
     // Appends n characters (n >= 1) as they are; src may lie in the
     // string's own block, it is found again after the block moved.
+    // The common case (an unshared block with room) stays small enough to
+    // inline; everything else goes through append_grown.
     static vek_s32 append_units(Obj* o, const Ch* src, vek_s32 n) {
         Data* d = o->data;
         vek_s32 len = d->len;
+        if (n >= d->size - len || refs(d) >= 2) {
+            return append_grown(o, src, n);
+        }
+        if (n == 1) {
+            chars(d)[len] = *src;
+        } else {
+            std::memmove(chars(d) + len, src, sizeof(Ch) * (size_t)n);
+        }
+        d->len = len + n;
+        chars(d)[len + n] = 0;
+        return n;
+    }
+    [[gnu::noinline]] static vek_s32 append_grown(Obj* o, const Ch* src, vek_s32 n) {
+        vek_s32 len = o->data->len;
         if (n > kMaxLen - len) {
             return 0;
         }
-        if (refs(d) >= 2 || len + n >= d->size) {
-            ptrdiff_t off = within(d, src) ? src - chars(d) : -1;
-            if (!grow(o, len + n)) {
-                return 0;
-            }
-            d = o->data;
-            if (off >= 0) {
-                src = chars(d) + off;
-            }
+        ptrdiff_t off = within(o->data, src) ? src - chars(o->data) : -1;
+        if (!grow(o, len + n)) {
+            return 0;
+        }
+        Data* d = o->data;
+        if (off >= 0) {
+            src = chars(d) + off;
         }
         std::memmove(chars(d) + len, src, sizeof(Ch) * (size_t)n);
         d->len = len + n;
