@@ -19,5 +19,7 @@
 #include "VekStrm.h"
 #include "VekList.h"
 #include "IniFile.h"
+#include "VekStr.h"
+#include "VekWcs.h"
 
 #endif /* VEK_BASELIB_H */

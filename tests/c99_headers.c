@@ -7,11 +7,18 @@ int main(void) {
     TinyStr ts;
     char buf[32];
     VekHeapStat st;
+    VekStr vs;
     void* p;
     TinyStr_new(&ts);
     TinyStr_appdf(&ts, "%d+%d", 1, 2);
     vek_snprintf(buf, sizeof buf, "%s", TinyStr_buf(&ts));
     TinyStr_delete(&ts);
+    VekStr_new(&vs);
+    VekStr_appdf(&vs, "%s", buf);
+    if (VekStr_len(&vs) != 3) {
+        return 1;
+    }
+    VekStr_delete(&vs);
     p = vek_malloc__(16);
     vek_free__(p);
     if (vek_heap_stat(&st) != 0 || strcmp(buf, "1+2") != 0 || vek_glb_hnd() == 0) {
