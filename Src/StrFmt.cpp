@@ -90,6 +90,19 @@ bool is_digit(Ch c) {
     return c >= '0' && c <= '9';
 }
 
+// Widths and precisions beyond this are taken as this (no overflow).
+constexpr vek_s32 kMaxField = 0x3FFFFFFF;
+
+template <class Ch>
+const Ch* read_count(const Ch* p, vek_s32* out) {
+    vek_s32 v = 0;
+    for (; is_digit(*p); p++) {
+        v = v > (kMaxField - 9) / 10 ? kMaxField : v * 10 + (vek_s32)(*p - '0');
+    }
+    *out = v;
+    return p;
+}
+
 /* Reads the flags, width, precision and length of a directive; p points
  * behind the "%" and is left on the conversion character. */
 template <class Ch>
@@ -109,27 +122,24 @@ const Ch* parse_spec(const Ch* p, Spec& sp, va_list* ap) {
         }
     }
     if (*p == '*') {
-        sp.width = va_arg(*ap, int);
-        if (sp.width < 0) {
+        int w = va_arg(*ap, int);
+        if (w < 0) {
             sp.left = true;
-            sp.width = -sp.width;
+            w = w < -kMaxField ? kMaxField : -w;
         }
+        sp.width = w;
         p++;
     } else {
-        while (is_digit(*p)) {
-            sp.width = sp.width * 10 + (*p++ - '0');
-        }
+        p = read_count(p, &sp.width);
     }
     if (*p == '.') {
         p++;
-        sp.prec = 0;
         if (*p == '*') {
-            sp.prec = va_arg(*ap, int);
+            int pr = va_arg(*ap, int);
+            sp.prec = pr < 0 ? -1 : pr;  // a negative precision counts as none
             p++;
         } else {
-            while (is_digit(*p)) {
-                sp.prec = sp.prec * 10 + (*p++ - '0');
-            }
+            p = read_count(p, &sp.prec);
         }
     }
     if (*p == 'h') {
@@ -170,8 +180,7 @@ vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
         vek_assert__("precision < (int)sizeof(byteBuf) - 32", __FILE__, __LINE__);
     }
     vek_s32 prec = sp.prec < kByteBuf - 32 ? sp.prec : kByteBuf - 33;
-    vek_s32 width = sp.width < kByteBuf - 32 ? sp.width : kByteBuf - 33;
-    d += std::snprintf(d, 12, "%d", (int)width);
+    d += std::snprintf(d, 12, "%d", (int)sp.width);
     if (prec >= 0) {
         d += std::snprintf(d, 12, ".%d", (int)prec);
     }
@@ -224,6 +233,40 @@ vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
     return n;
 }
 
+/* Renders one number and puts it. A width the byte buffer cannot hold is
+ * applied here, as the C runtime would: spaces on the left or right, or
+ * zeros behind the sign and the "0x" prefix. */
+template <class Ch>
+void put_number(Out<Ch>& o, const Spec& sp, char conv, va_list* ap) {
+    char buf[kByteBuf];
+    Spec r = sp;
+    bool padHere = sp.width > kByteBuf - 33;
+    if (padHere) {
+        r.width = 0;
+    }
+    vek_s32 n = render_number(buf, r, conv, ap);
+    vek_s32 pad = padHere && sp.width > n ? sp.width - n : 0;
+    vek_s32 prefix = 0;
+    // "0" pads with zeros unless a precision is given to an integer or the
+    // text holds no digit at all (inf, nan, a null pointer).
+    bool zeros = !sp.left && std::strchr(sp.flags, '0') &&
+                 !(sp.prec >= 0 && std::strchr("diouxX", conv)) && std::strpbrk(buf, "0123456789");
+    if (zeros) {
+        prefix = buf[0] == '-' || buf[0] == '+' || buf[0] == ' ' ? 1 : 0;
+        if (buf[prefix] == '0' && (buf[prefix + 1] == 'x' || buf[prefix + 1] == 'X')) {
+            prefix += 2;
+        }
+    }
+    if (sp.left) {
+        o.put_ascii(buf, n);
+        o.fill((Ch)' ', pad);
+        return;
+    }
+    o.put_ascii(buf, prefix);
+    o.fill((Ch)(zeros ? '0' : ' '), pad);
+    o.put_ascii(buf + prefix, n - prefix);
+}
+
 /* Pads and puts an already converted text of n units. */
 template <class Ch>
 void put_padded(Out<Ch>& o, const Spec& sp, const Ch* s, vek_s32 n) {
@@ -237,81 +280,65 @@ void put_padded(Out<Ch>& o, const Spec& sp, const Ch* s, vek_s32 n) {
     }
 }
 
-/* Converts one string argument to the engine's width, cut to the precision,
- * and puts it padded. Conversion runs in slices so that long texts need no
- * allocation: the measuring pass counts, the second pass writes. */
+/* Converts s to the engine's width and puts it to o (when given), taking
+ * whole characters only while the count stays within limit (negative: no
+ * limit). Returns the units produced. Measuring first and writing second
+ * lets long texts pass without a scratch buffer. */
 template <class Ch, class Arg>
-void put_string(Out<Ch>& o, const Spec& sp, const Arg* s) {
-    static const char kNull[] = "(null)";
-    if (!s) {
-        Spec cut = sp;
-        vek_s32 n = (vek_s32)sizeof kNull - 1;
-        if (cut.prec >= 0 && cut.prec < n) {
-            n = cut.prec;
-        }
-        vek_s32 pad = sp.width > n ? sp.width - n : 0;
-        if (!sp.left) {
-            o.fill((Ch)' ', pad);
-        }
-        o.put_ascii(kNull, n);
-        if (sp.left) {
-            o.fill((Ch)' ', pad);
-        }
-        return;
-    }
+vek_s32 emit_string(Out<Ch>* o, vek_s32 limit, const Arg* s) {
+    vek_s32 n = 0;
     if constexpr (sizeof(Ch) == sizeof(Arg)) {
-        vek_s32 n = 0;
-        while (s[n] && (sp.prec < 0 || n < sp.prec)) {
+        while (s[n] && (limit < 0 || n < limit)) {
             n++;
         }
-        put_padded(o, sp, (const Ch*)s, n);
+        if (o) {
+            o->put((const Ch*)s, n);
+        }
     } else if constexpr (sizeof(Ch) == 1) {
-        // UTF-16 argument into 8-bit output: whole characters within the precision.
-        vek_s32 n = 0;
+        // UTF-16 argument into 8-bit output.
         char tmp[4];
-        for (const Arg* p = s; *p; p++) {
-            vek_s32 k = wcs_char_to_utf8_char((vek_wchar)*p, tmp);
-            if (sp.prec >= 0 && n + k > sp.prec) {
+        for (; *s; s++) {
+            vek_s32 k = wcs_char_to_utf8_char((vek_wchar)*s, tmp);
+            if (limit >= 0 && n + k > limit) {
                 break;
+            }
+            if (o) {
+                o->put(tmp, k);
             }
             n += k;
         }
-        vek_s32 pad = sp.width > n ? sp.width - n : 0;
-        if (!sp.left) {
-            o.fill(' ', pad);
-        }
-        vek_s32 done = 0;
-        for (const Arg* p = s; *p && done < n; p++) {
-            vek_s32 k = wcs_char_to_utf8_char((vek_wchar)*p, tmp);
-            o.put((const Ch*)tmp, k);
-            done += k;
-        }
-        if (sp.left) {
-            o.fill(' ', pad);
-        }
     } else {
-        // UTF-8 argument into 16-bit output: decoded unit by unit.
-        vek_s32 n = 0;
-        for (const char* p = (const char*)s; sp.prec < 0 || n < sp.prec; n++) {
+        // UTF-8 argument into 16-bit output, decoded unit by unit.
+        const char* p = (const char*)s;
+        for (; limit < 0 || n < limit; n++) {
             vek_s32 used;
-            if (!utf8_str_to_wcs_char(p, &used)) {
+            vek_wchar c = utf8_str_to_wcs_char(p, &used);
+            if (!c) {
                 break;
+            }
+            if (o) {
+                o->put1(c);
             }
             p += used;
         }
-        vek_s32 pad = sp.width > n ? sp.width - n : 0;
-        if (!sp.left) {
-            o.fill((Ch)' ', pad);
-        }
-        const char* p = (const char*)s;
-        for (vek_s32 i = 0; i < n; i++) {
-            vek_s32 used;
-            o.put1((Ch)utf8_str_to_wcs_char(p, &used));
-            p += used;
-        }
-        if (sp.left) {
-            o.fill((Ch)' ', pad);
-        }
+    }
+    return n;
+}
+
+template <class Ch, class Arg>
+void put_string(Out<Ch>& o, const Spec& sp, const Arg* s) {
+    static const Arg kNull[] = {'(', 'n', 'u', 'l', 'l', ')', 0};
+    if (!s) {
+        s = kNull;
+    }
+    vek_s32 n = emit_string<Ch, Arg>(nullptr, sp.prec, s);
+    vek_s32 pad = sp.width > n ? sp.width - n : 0;
+    if (!sp.left) {
+        o.fill((Ch)' ', pad);
+    }
+    emit_string(&o, n, s);
+    if (sp.left) {
+        o.fill((Ch)' ', pad);
     }
 }
 
@@ -363,12 +390,9 @@ vek_s32 format(void* obj, typename Out<Ch>::Sink sink, const Ch* fmt, va_list ar
         switch (conv) {
         case 'd': case 'i': case 'o': case 'u': case 'x': case 'X':
         case 'e': case 'E': case 'f': case 'F': case 'g': case 'G':
-        case 'a': case 'A': case 'p': {
-            char buf[kByteBuf];
-            vek_s32 n = render_number(buf, sp, (char)conv, &ap);
-            o.put_ascii(buf, n);
+        case 'a': case 'A': case 'p':
+            put_number(o, sp, (char)conv, &ap);
             break;
-        }
         case 's': case 'S':
             if (wideArg) {
                 put_string(o, sp, va_arg(ap, const vek_wchar*));

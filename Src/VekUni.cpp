@@ -1,100 +1,157 @@
 /*
- * VekUni.cpp - Unicode conversions: the character codecs every other
- * conversion is built on.
+ * VekUni.cpp - Unicode conversions between UTF-8, UTF-16 (host order and
+ * swapped), UTF-7 and the ANSI code page.
+ *
+ * Everything is built from two codecs and a few adapters:
+ *  - decode() reads one UTF-8 character from a byte source (a memory text,
+ *    a stream byte by byte, or a stream in blocks) and encode() writes one
+ *    16-bit unit as UTF-8;
+ *  - the wcs and ucs2 forms are one template with a Swap parameter that
+ *    turns each unit after decoding or before encoding;
+ *  - stream targets go through StrmOut, which collects output in blocks.
+ * The byte sources answer 0 at their end exactly as a terminator would, so
+ * a sequence cut by a length or by the end of a stream decodes like one cut
+ * by a 0 byte.
  */
+#include <climits>
+#include <cstring>
 #include "VekUni.h"
+#include "AlOs.h"
+#include "BaseItf.h"
+#include "MemUtil.h"
 #include "VekVos.h"
 
 namespace {
 
+inline vek_wchar swap16(vek_wchar c) {
+    return (vek_wchar)((c << 8) | (c >> 8));
+}
+
+template <bool Swap>
+inline vek_wchar order(vek_wchar c) {
+    return Swap ? swap16(c) : c;
+}
+
+// A byte that may start a character for the decoder (110xxxxx, 1110xxxx,
+// 11110xxx, 1111110x).
 inline bool is_lead(vek_u8 b) {
     return (b >= 0xC0 && b <= 0xF7) || b == 0xFC || b == 0xFD;
 }
 
-// Reads the byte at i, or 0 at and past end (end < 0: no bound).
-inline vek_u8 byte_at(const char* s, vek_s32 i, vek_s32 end) {
-    return (end >= 0 && i >= end) ? 0 : (vek_u8)s[i];
+inline unsigned fold_upper(unsigned c) {
+    return c >= 'a' && c <= 'z' ? c - 32 : c;
 }
 
-} // namespace
+// ---- byte sources ----
+// get() returns the next byte, or 0 at the end without passing it; unget()
+// gives back the last (non-zero) byte that get() returned.
 
-namespace vek {
+/* A memory text, ending at its 0 byte or at end. */
+struct MemBytes {
+    const vek_u8* s;
+    vek_s32 pos;
+    vek_s32 end;
+    MemBytes(const char* text, vek_s32 limit = INT_MAX) : s((const vek_u8*)text), pos(0), end(limit) {}
+    vek_u8 get() { return pos < end && s[pos] ? s[pos++] : 0; }
+    void unget() { pos--; }
+};
 
-/* The decoder with an optional bound: bytes at and past end read as the
- * terminator, so a sequence cut by the bound decodes like one cut by a 0. */
-vek_wchar utf8_decode(const char* s, vek_s32 end, vek_s32* used) {
-    vek_u8 lead = byte_at(s, 0, end);
-    vek_s32 n;
-    vek_wchar c;
-    if (lead == 0) {
-        n = 0;
-        c = 0;
-    } else if (lead < 0x80) {
-        n = 1;
-        c = lead;
-    } else if ((lead & 0xE0) == 0xC0) {
-        vek_u8 b1 = byte_at(s, 1, end);
-        if (b1) {
-            n = 2;
-            c = (vek_wchar)(((lead & 0x1F) << 6) | (b1 & 0x3F));
-        } else {
-            n = 1;
-            c = 0;
+/* A stream read byte by byte, so that nothing behind the character is taken. */
+struct StrmBytes {
+    IStrm* strm;
+    vek_s32 used = 0;
+    bool ended = false;
+    explicit StrmBytes(IStrm* s) : strm(s) {}
+    vek_u8 get() {
+        if (ended) {
+            return 0;
         }
-    } else if ((lead & 0xF0) == 0xE0) {
-        vek_u8 b1 = byte_at(s, 1, end);
-        vek_u8 b2 = b1 ? byte_at(s, 2, end) : 0;
-        if (b1 && b2) {
-            n = 3;
-            c = (vek_wchar)(((lead & 0x0F) << 12) | ((b1 & 0x3F) << 6) | (b2 & 0x3F));
-        } else {
-            n = b1 ? 2 : 1;
-            c = 0;
+        vek_s32 c = IStrm_getc(strm);
+        if (c <= 0) {
+            ended = true;
+            used += c == 0;
+            return 0;
         }
-    } else if ((lead & 0xF8) == 0xF0 || (lead & 0xFE) == 0xFC) {
+        used++;
+        return (vek_u8)c;
+    }
+    void unget() {
+        IStrm_ungetc(strm);
+        used--;
+    }
+};
+
+constexpr vek_s32 kBlock = 1024;
+
+/* A stream read in blocks, for the conversions that take it whole. */
+struct BlockBytes {
+    IStrm* strm;
+    vek_u8 buf[kBlock];
+    vek_s32 pos = 0;
+    vek_s32 len = 0;
+    bool ended = false;
+    explicit BlockBytes(IStrm* s) : strm(s) {}
+    bool fill() {
+        if (ended) {
+            return false;
+        }
+        vek_s32 n = IStrm_read(strm, buf, kBlock);
+        ended = n < kBlock;  // a read delivers less only at the end
+        pos = 0;
+        len = n > 0 ? n : 0;
+        return len > 0;
+    }
+    vek_u8 get() {
+        if (pos == len && !fill()) {
+            return 0;
+        }
+        return buf[pos] ? buf[pos++] : 0;
+    }
+    void unget() { pos--; }
+};
+
+/* Decodes one UTF-8 character; 0 for the end of the text or a cut sequence. */
+template <class R>
+vek_wchar decode(R& r) {
+    vek_u8 lead = r.get();
+    if (lead < 0x80) {
+        return lead;
+    }
+    if ((lead & 0xE0) == 0xC0) {
+        // The second byte is taken as it is, continuation byte or not.
+        vek_u8 b1 = r.get();
+        return b1 ? (vek_wchar)(((lead & 0x1F) << 6) | (b1 & 0x3F)) : 0;
+    }
+    if ((lead & 0xF0) == 0xE0) {
+        vek_u8 b1 = r.get();
+        vek_u8 b2 = b1 ? r.get() : 0;
+        return b2 ? (vek_wchar)(((lead & 0x0F) << 12) | ((b1 & 0x3F) << 6) | (b2 & 0x3F)) : 0;
+    }
+    if ((lead & 0xF8) == 0xF0 || (lead & 0xFE) == 0xFC) {
         // Beyond the Basic Multilingual Plane: consumed whole, shown as "?".
-        vek_s32 want = (lead & 0xF8) == 0xF0 ? 4 : 6;
-        n = 1;
-        while (n < want && byte_at(s, n, end)) {
-            n++;
+        vek_s32 rest = (lead & 0xF8) == 0xF0 ? 3 : 5;
+        while (rest > 0 && r.get()) {
+            rest--;
         }
-        c = n == want ? (vek_wchar)'?' : 0;
-    } else {
-        // A stray continuation byte or an impossible lead: the whole run up
-        // to something that can start a character becomes one "!".
-        n = 1;
-        vek_u8 b;
-        while ((b = byte_at(s, n, end)) != 0 && b >= 0x80 && !is_lead(b)) {
-            n++;
-        }
-        c = b == 0 ? 0 : (vek_wchar)'!';
+        return rest == 0 ? (vek_wchar)'?' : 0;
     }
-    if (used) {
-        *used = n;
+    // A stray continuation byte or an impossible lead: the whole run up to
+    // something that can start a character becomes one "!".
+    vek_u8 b;
+    while ((b = r.get()) >= 0x80 && !is_lead(b)) {
     }
-    return c;
-}
-
-} // namespace vek
-
-extern "C" {
-
-VEK_API vek_wchar utf8_str_to_wcs_char(const char* s, vek_s32* used) {
-    if (!s) {
-        VEK_ASSERT(s);
-        if (used) {
-            *used = 0;
-        }
+    if (!b) {
         return 0;
     }
-    return vek::utf8_decode(s, -1, used);
+    r.unget();
+    return '!';
 }
 
-VEK_API vek_s32 wcs_char_to_utf8_char(vek_wchar c, char* out) {
-    if (c == 0) {
-        return 0;
-    }
+inline vek_s32 encode(vek_wchar c, char* out) {
     if (c < 0x80) {
+        if (c == 0) {
+            return 0;
+        }
         out[0] = (char)c;
         return 1;
     }
@@ -109,6 +166,515 @@ VEK_API vek_s32 wcs_char_to_utf8_char(vek_wchar c, char* out) {
     return 3;
 }
 
+/* Output to a stream in blocks; after the first failed write nothing more
+ * is written and the error becomes the result. */
+template <class Ch>
+struct StrmOut {
+    IStrm* strm;
+    Ch buf[kBlock / sizeof(Ch)];
+    vek_s32 n = 0;
+    vek_s32 total = 0;
+    vek_s32 err = 0;
+    explicit StrmOut(IStrm* s) : strm(s) {}
+    void flush() {
+        if (n > 0 && err == 0) {
+            vek_s32 r = IStrm_write(strm, buf, n * (vek_s32)sizeof(Ch));
+            if (r < 0) {
+                err = r;
+            } else {
+                total += n;
+            }
+        }
+        n = 0;
+    }
+    void put(Ch c) {
+        buf[n++] = c;
+        if (n == (vek_s32)(sizeof buf / sizeof(Ch))) {
+            flush();
+        }
+    }
+    void put_utf8(vek_wchar c) {
+        char tmp[3];
+        vek_s32 k = encode(c, tmp);
+        for (vek_s32 i = 0; i < k; i++) {
+            put((Ch)tmp[i]);
+        }
+    }
+    vek_s32 result() {
+        flush();
+        return err < 0 ? err : total;
+    }
+};
+
+// ---- UTF-8 to UTF-16 ----
+
+/* Decodes from r into dst while units fit and r.pos is below posLimit. */
+template <bool Swap>
+vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dstSize) {
+    vek_s32 units = 0;
+    vek_s32 cap = dstSize - 1;
+    while (units < cap && r.pos < posLimit) {
+        vek_u8 b = r.s[r.pos];
+        if (b != 0 && b < 0x80 && r.pos < r.end) {
+            dst[units++] = order<Swap>(b);  // ASCII needs no decoding
+            r.pos++;
+            continue;
+        }
+        vek_wchar c = decode(r);
+        if (!c) {
+            break;
+        }
+        dst[units++] = order<Swap>(c);
+    }
+    dst[units] = 0;
+    return units;
+}
+
+template <bool Swap>
+vek_s32 utf8_str_to_units(const char* src, vek_wchar* dst, vek_s32 dstSize, vek_s32* more) {
+    if (!src || !dst || dstSize < 1) {
+        VEK_ASSERT(src && dst && dstSize >= 1);
+        if (more) {
+            *more = 0;
+        }
+        return 0;
+    }
+    MemBytes r(src);
+    vek_s32 units = utf8_to_units<Swap>(r, INT_MAX, dst, dstSize);
+    if (more) {
+        *more = src[r.pos] != 0;
+    }
+    return units;
+}
+
+template <bool Swap>
+vek_wchar utf8_strm_to_unit(IStrm* strm, vek_s32* used) {
+    vek_wchar c = 0;
+    vek_s32 n = 0;
+    if (!strm) {
+        VEK_ASSERT(strm);
+    } else {
+        StrmBytes r(strm);
+        c = decode(r);
+        n = r.used;
+    }
+    if (used) {
+        *used = n;
+    }
+    return order<Swap>(c);
+}
+
+template <bool Swap>
+vek_s32 utf8_strm_to_units(IStrm* strm, vek_wchar* dst, vek_s32 dstSize) {
+    if (!strm || !dst || dstSize < 1) {
+        VEK_ASSERT(strm && dst && dstSize >= 1);
+        return 0;
+    }
+    StrmBytes r(strm);
+    vek_s32 units = 0;
+    vek_wchar c;
+    while (units < dstSize - 1 && (c = decode(r)) != 0) {
+        dst[units++] = order<Swap>(c);
+    }
+    dst[units] = 0;
+    return units;
+}
+
+template <bool Swap, class R>
+vek_s32 utf8_to_units_strm(R& r, IStrm* dst) {
+    StrmOut<vek_wchar> out(dst);
+    vek_wchar c;
+    while (!out.err && (c = decode(r)) != 0) {
+        out.put(order<Swap>(c));
+    }
+    return out.result();
+}
+
+template <bool Swap>
+vek_s32 utf8_str_to_units_strm(const char* src, IStrm* dst) {
+    if (!src || !dst) {
+        VEK_ASSERT(src && dst);
+        return 0;
+    }
+    MemBytes r(src);
+    return utf8_to_units_strm<Swap>(r, dst);
+}
+
+template <bool Swap>
+vek_s32 utf8_strm_to_units_strm(IStrm* src, IStrm* dst) {
+    if (!src || !dst) {
+        VEK_ASSERT(src && dst);
+        return 0;
+    }
+    BlockBytes r(src);
+    return utf8_to_units_strm<Swap>(r, dst);
+}
+
+// ---- UTF-16 to UTF-8 ----
+
+template <bool Swap>
+vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSize) {
+    if (!src || !dst || dstSize < 1) {
+        VEK_ASSERT(src && dst && dstSize >= 1);
+        return 0;
+    }
+    vek_s32 out = 0;
+    vek_s32 cap = dstSize - 1;
+    for (vek_s32 i = 0; (n < 0 || i < n) && cap - out >= 4; i++) {
+        vek_wchar c = order<Swap>(src[i]);
+        if (c < 0x80) {
+            if (!c) {
+                break;
+            }
+            dst[out++] = (char)c;
+        } else {
+            out += encode(c, dst + out);
+        }
+    }
+    dst[out] = 0;
+    return out;
+}
+
+/* Reads one unit of a UTF-16 stream: false at its end (or at a last odd byte). */
+inline bool read_unit(IStrm* strm, vek_wchar* c) {
+    return IStrm_read(strm, c, 2) == 2;
+}
+
+template <bool Swap>
+vek_s32 units_strm_to_utf8(IStrm* strm, char* dst, vek_s32 dstSize) {
+    if (!strm || !dst || dstSize < 1) {
+        VEK_ASSERT(strm && dst && dstSize >= 1);
+        return 0;
+    }
+    vek_s32 out = 0;
+    vek_wchar c;
+    while (dstSize - 1 - out >= 4 && read_unit(strm, &c) && (c = order<Swap>(c)) != 0) {
+        out += encode(c, dst + out);
+    }
+    dst[out] = 0;
+    return out;
+}
+
+template <bool Swap>
+vek_s32 units_str_to_utf8_strm(const vek_wchar* src, IStrm* dst) {
+    if (!src || !dst) {
+        VEK_ASSERT(src && dst);
+        return 0;
+    }
+    StrmOut<char> out(dst);
+    for (; *src && !out.err; src++) {
+        out.put_utf8(order<Swap>(*src));
+    }
+    return out.result();
+}
+
+template <bool Swap>
+vek_s32 units_strm_to_utf8_strm(IStrm* src, IStrm* dst) {
+    if (!src || !dst) {
+        VEK_ASSERT(src && dst);
+        return 0;
+    }
+    StrmOut<char> out(dst);
+    vek_wchar block[kBlock / 2];
+    bool more = true;
+    while (more && !out.err) {
+        vek_s32 got = IStrm_read(src, block, kBlock);
+        more = got == kBlock;
+        for (vek_s32 i = 0; i < got / 2; i++) {
+            vek_wchar c = order<Swap>(block[i]);
+            if (!c) {
+                more = false;
+                break;
+            }
+            out.put_utf8(c);
+        }
+    }
+    return out.result();
+}
+
+// ---- UTF-7 ----
+
+const char kBase64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+inline vek_s32 base64_value(unsigned c) {
+    if (c >= 'A' && c <= 'Z') {
+        return (vek_s32)(c - 'A');
+    }
+    if (c >= 'a' && c <= 'z') {
+        return (vek_s32)(c - 'a' + 26);
+    }
+    if (c >= '0' && c <= '9') {
+        return (vek_s32)(c - '0' + 52);
+    }
+    return c == '+' ? 62 : c == '/' ? 63 : -1;
+}
+
+/* RFC 2152's set D and set O, and the white space written directly. */
+inline bool utf7_direct(vek_wchar c) {
+    if (c >= 0x80) {
+        return false;
+    }
+    if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) {
+        return true;
+    }
+    return c != 0 && std::strchr("'(),-./:? \t\r\n!\"#$%&*;<=>@[]^_`{|}", (int)c) != nullptr;
+}
+
+/* Decodes UTF-7 from r; out.direct(byte) and out.unit(u) return false when
+ * the output is full, which ends the conversion. */
+template <class R, class Out>
+void utf7_decode(R& r, Out& out) {
+    bool shifted = false;
+    bool opened = false;  // "+" seen, no base64 character yet
+    vek_u32 bits = 0;
+    vek_s32 nbits = 0;
+    for (;;) {
+        vek_u8 b = r.get();
+        if (shifted) {
+            vek_s32 v = base64_value(b);
+            if (v >= 0) {
+                opened = false;
+                bits = (bits << 6) | (vek_u32)v;
+                nbits += 6;
+                if (nbits >= 16) {
+                    nbits -= 16;
+                    vek_wchar u = (vek_wchar)(bits >> nbits);
+                    if (u && !out.unit(u)) {
+                        return;
+                    }
+                }
+                continue;
+            }
+            shifted = false;
+            if (opened) {
+                // "+-" is a plus sign; a "+" before anything else stays as it is.
+                if (!out.direct('+')) {
+                    return;
+                }
+                if (b == '-') {
+                    continue;
+                }
+            } else if (b == '-') {
+                continue;  // the explicit end of the run
+            }
+        }
+        if (!b) {
+            return;
+        }
+        if (b == '+') {
+            shifted = opened = true;
+            nbits = 0;
+        } else if (!out.direct(b < 0x80 ? b : '?')) {
+            return;
+        }
+    }
+}
+
+/* UTF-7 decoding into a caller buffer. */
+struct Utf8BufOut {
+    char* dst;
+    vek_s32 cap;
+    vek_s32 pos = 0;
+    bool direct(vek_u8 b) {
+        if (pos >= cap) {
+            return false;
+        }
+        dst[pos++] = (char)b;
+        return true;
+    }
+    bool unit(vek_wchar u) {
+        if (cap - pos < 4) {
+            return false;
+        }
+        pos += encode(u, dst + pos);
+        return true;
+    }
+};
+
+/* UTF-7 decoding into a stream. */
+struct Utf8StrmOut : StrmOut<char> {
+    using StrmOut<char>::StrmOut;
+    bool direct(vek_u8 b) {
+        put((char)b);
+        return !err;
+    }
+    bool unit(vek_wchar u) {
+        put_utf8(u);
+        return !err;
+    }
+};
+
+template <class R>
+vek_s32 utf7_encode(R& r, IStrm* dst) {
+    StrmOut<char> out(dst);
+    bool shifted = false;
+    vek_u32 bits = 0;
+    vek_s32 nbits = 0;
+    while (!out.err) {
+        vek_wchar c = decode(r);
+        bool direct = c == 0 || c == '+' || utf7_direct(c);
+        if (shifted && direct) {
+            if (nbits > 0) {
+                out.put(kBase64[(bits << (6 - nbits)) & 63]);
+            }
+            // Only a character that would read as part of the run needs the "-".
+            if (c == 0 || c == '-' || base64_value(c) >= 0) {
+                out.put('-');
+            }
+            shifted = false;
+        }
+        if (c == 0) {
+            break;
+        }
+        if (c == '+') {
+            out.put('+');
+            out.put('-');
+        } else if (direct) {
+            out.put((char)c);
+        } else {
+            if (!shifted) {
+                out.put('+');
+                shifted = true;
+                nbits = 0;
+            }
+            bits = (bits << 16) | c;
+            nbits += 16;
+            while (nbits >= 6) {
+                nbits -= 6;
+                out.put(kBase64[(bits >> nbits) & 63]);
+            }
+        }
+    }
+    return out.result();
+}
+
+// ---- helpers ----
+
+/* A UTF-16 scratch buffer: on the stack for short texts, else tracked. */
+class TempUnits {
+  public:
+    explicit TempUnits(size_t n) : p_(n <= sizeof small_ / 2 ? small_ : (vek_wchar*)vek_malloc__(n * 2)) {}
+    ~TempUnits() {
+        if (p_ != small_) {
+            vek_free__(p_);
+        }
+    }
+    TempUnits(const TempUnits&) = delete;
+    TempUnits& operator=(const TempUnits&) = delete;
+    vek_wchar* get() { return p_; }
+
+  private:
+    vek_wchar small_[256];
+    vek_wchar* p_;
+};
+
+/* Length of the well-formed UTF-8 character at p, 0 when it is not one. */
+vek_s32 well_formed(const vek_u8* p) {
+    vek_u8 b = p[0];
+    if (b < 0x80) {
+        return b ? 1 : 0;
+    }
+    vek_s32 n;
+    vek_u8 lo = 0x80;
+    vek_u8 hi = 0xBF;
+    if (b >= 0xC2 && b <= 0xDF) {
+        n = 2;
+    } else if (b >= 0xE0 && b <= 0xEF) {
+        n = 3;
+        lo = b == 0xE0 ? 0xA0 : 0x80;
+    } else if (b >= 0xF0 && b <= 0xF4) {
+        n = 4;
+        lo = b == 0xF0 ? 0x90 : 0x80;
+        hi = b == 0xF4 ? 0x8F : 0xBF;
+    } else {
+        return 0;
+    }
+    if (p[1] < lo || p[1] > hi) {
+        return 0;
+    }
+    for (vek_s32 i = 2; i < n; i++) {
+        if (p[i] < 0x80 || p[i] > 0xBF) {
+            return 0;
+        }
+    }
+    return n;
+}
+
+template <bool Fold>
+vek_s32 equal_wcs_utf8(const vek_wchar* w, const char* s) {
+    static const vek_wchar kEmpty = 0;
+    MemBytes r(s ? s : "");
+    for (w = w ? w : &kEmpty;; w++) {
+        unsigned c = decode(r);
+        unsigned u = *w;
+        if (Fold) {
+            c = fold_upper(c);
+            u = fold_upper(u);
+        }
+        if (c != u) {
+            return 0;
+        }
+        if (!c) {
+            return 1;
+        }
+    }
+}
+
+inline bool is_high_surrogate(vek_wchar c) {
+    return c >= 0xD800 && c <= 0xDBFF;
+}
+inline bool is_low_surrogate(vek_wchar c) {
+    return c >= 0xDC00 && c <= 0xDFFF;
+}
+
+} // namespace
+
+extern "C" {
+
+// ---- one character ----
+
+VEK_API vek_wchar utf8_str_to_wcs_char(const char* s, vek_s32* used) {
+    vek_wchar c = 0;
+    vek_s32 n = 0;
+    if (!s) {
+        VEK_ASSERT(s);
+    } else {
+        MemBytes r(s);
+        c = decode(r);
+        n = r.pos;
+    }
+    if (used) {
+        *used = n;
+    }
+    return c;
+}
+
+VEK_API vek_wchar utf8_str_to_ucs2_char(const char* s, vek_s32* used) {
+    return swap16(utf8_str_to_wcs_char(s, used));
+}
+
+VEK_API vek_wchar utf8_strm_to_wcs_char(IStrm* strm, vek_s32* used) {
+    return utf8_strm_to_unit<false>(strm, used);
+}
+
+VEK_API vek_wchar utf8_strm_to_ucs2_char(IStrm* strm, vek_s32* used) {
+    return utf8_strm_to_unit<true>(strm, used);
+}
+
+VEK_API vek_s32 wcs_char_to_utf8_char(vek_wchar c, char* out) {
+    if (!out) {
+        VEK_ASSERT(out);
+        return 0;
+    }
+    return encode(c, out);
+}
+
+VEK_API vek_s32 ucs2_char_to_utf8_char(vek_wchar c, char* out) {
+    return wcs_char_to_utf8_char(swap16(c), out);
+}
+
+// ---- UTF-8 to UTF-16 ----
+
 VEK_API vek_s32 utf8_buf_to_wcs_strx(const char* src, vek_s32 srcLen, vek_wchar* dst,
                                      vek_s32 dstSize, vek_s32* more) {
     if (!src || !dst || dstSize < 1) {
@@ -118,25 +684,12 @@ VEK_API vek_s32 utf8_buf_to_wcs_strx(const char* src, vek_s32 srcLen, vek_wchar*
         }
         return 0;
     }
-    bool toTerm = srcLen < 0;
-    if (toTerm) {
-        srcLen = dstSize;
-    }
-    vek_s32 pos = 0;
-    vek_s32 units = 0;
-    while (units < dstSize - 1 && pos < srcLen) {
-        vek_s32 used;
-        vek_wchar c = vek::utf8_decode(src + pos, srcLen - pos, &used);
-        if (c == 0) {
-            pos += used;
-            break;
-        }
-        dst[units++] = c;
-        pos += used;
-    }
-    dst[units] = 0;
+    // Without a length the source is terminated and dstSize bytes is the budget.
+    bool bounded = srcLen >= 0;
+    MemBytes r(src, bounded ? srcLen : INT_MAX);
+    vek_s32 units = utf8_to_units<false>(r, bounded ? srcLen : dstSize, dst, dstSize);
     if (more) {
-        *more = pos < srcLen && !(toTerm && src[pos] == 0) ? 1 : 0;
+        *more = r.pos < r.end && (bounded || src[r.pos] != 0);
     }
     return units;
 }
@@ -146,17 +699,282 @@ VEK_API vek_s32 utf8_buf_to_wcs_str(const char* src, vek_s32 srcLen, vek_wchar* 
     return utf8_buf_to_wcs_strx(src, srcLen, dst, dstSize, nullptr);
 }
 
+VEK_API vek_s32 utf8_str_to_wcs_strx(const char* src, vek_wchar* dst, vek_s32 dstSize,
+                                     vek_s32* more) {
+    return utf8_str_to_units<false>(src, dst, dstSize, more);
+}
+
+VEK_API vek_s32 utf8_str_to_wcs_str(const char* src, vek_wchar* dst, vek_s32 dstSize) {
+    return utf8_str_to_units<false>(src, dst, dstSize, nullptr);
+}
+
+VEK_API vek_s32 utf8_str_to_ucs2_str_x(const char* src, vek_wchar* dst, vek_s32 dstSize,
+                                       vek_s32* more) {
+    return utf8_str_to_units<true>(src, dst, dstSize, more);
+}
+
+VEK_API vek_s32 utf8_str_to_ucs2_str(const char* src, vek_wchar* dst, vek_s32 dstSize) {
+    return utf8_str_to_units<true>(src, dst, dstSize, nullptr);
+}
+
+VEK_API vek_s32 utf8_strm_to_wcs_str(IStrm* strm, vek_wchar* dst, vek_s32 dstSize) {
+    return utf8_strm_to_units<false>(strm, dst, dstSize);
+}
+
+VEK_API vek_s32 utf8_strm_to_ucs2_str(IStrm* strm, vek_wchar* dst, vek_s32 dstSize) {
+    return utf8_strm_to_units<true>(strm, dst, dstSize);
+}
+
+VEK_API vek_s32 utf8_str_to_wcs_strm(const char* src, IStrm* dst) {
+    return utf8_str_to_units_strm<false>(src, dst);
+}
+
+VEK_API vek_s32 utf8_str_to_ucs2_strm(const char* src, IStrm* dst) {
+    return utf8_str_to_units_strm<true>(src, dst);
+}
+
+VEK_API vek_s32 utf8_strm_to_wcs_strm(IStrm* src, IStrm* dst) {
+    return utf8_strm_to_units_strm<false>(src, dst);
+}
+
+VEK_API vek_s32 utf8_strm_to_ucs2_strm(IStrm* src, IStrm* dst) {
+    return utf8_strm_to_units_strm<true>(src, dst);
+}
+
+VEK_API vek_s32 utf8_str_to_wcs_out(const char* src, void* sinkObj, vek_wcs_sink sink) {
+    if (!src || !sink) {
+        VEK_ASSERT(src && sink);
+        return 0;
+    }
+    MemBytes r(src);
+    vek_wchar piece[257];
+    vek_s32 total = 0;
+    for (;;) {
+        vek_s32 n = utf8_to_units<false>(r, INT_MAX, piece, (vek_s32)(sizeof piece / 2));
+        if (n == 0) {
+            return total;
+        }
+        vek_s32 k = sink(sinkObj, piece, n);
+        if (k < 0) {
+            return k;
+        }
+        total += n;
+    }
+}
+
+// ---- UTF-16 to UTF-8 ----
+
 VEK_API vek_s32 wcs_buf_to_utf8_str(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSize) {
+    return units_to_utf8<false>(src, n, dst, dstSize);
+}
+
+VEK_API vek_s32 ucs2_buf_to_utf8_str(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSize) {
+    return units_to_utf8<true>(src, n, dst, dstSize);
+}
+
+VEK_API vek_s32 wcs_str_to_utf8_str(const vek_wchar* src, char* dst, vek_s32 dstSize) {
+    return units_to_utf8<false>(src, -1, dst, dstSize);
+}
+
+VEK_API vek_s32 ucs2_str_to_utf8_str(const vek_wchar* src, char* dst, vek_s32 dstSize) {
+    return units_to_utf8<true>(src, -1, dst, dstSize);
+}
+
+VEK_API vek_s32 wcs_strm_to_utf8_str(IStrm* strm, char* dst, vek_s32 dstSize) {
+    return units_strm_to_utf8<false>(strm, dst, dstSize);
+}
+
+VEK_API vek_s32 ucs2_strm_to_utf8_str(IStrm* strm, char* dst, vek_s32 dstSize) {
+    return units_strm_to_utf8<true>(strm, dst, dstSize);
+}
+
+VEK_API vek_s32 wcs_str_to_utf8_strm(const vek_wchar* src, IStrm* dst) {
+    return units_str_to_utf8_strm<false>(src, dst);
+}
+
+VEK_API vek_s32 ucs2_str_to_utf8_strm(const vek_wchar* src, IStrm* dst) {
+    return units_str_to_utf8_strm<true>(src, dst);
+}
+
+VEK_API vek_s32 wcs_strm_to_utf8_strm(IStrm* src, IStrm* dst) {
+    return units_strm_to_utf8_strm<false>(src, dst);
+}
+
+VEK_API vek_s32 ucs2_strm_to_utf8_strm(IStrm* src, IStrm* dst) {
+    return units_strm_to_utf8_strm<true>(src, dst);
+}
+
+// ---- UTF-7 ----
+
+VEK_API vek_s32 utf7_str_to_utf8_str(const char* src, char* dst, vek_s32 dstSize) {
     if (!src || !dst || dstSize < 1) {
         VEK_ASSERT(src && dst && dstSize >= 1);
         return 0;
     }
-    vek_s32 out = 0;
-    for (vek_s32 i = 0; (n < 0 || i < n) && src[i] != 0 && dstSize - 1 - out >= 4; i++) {
-        out += wcs_char_to_utf8_char(src[i], dst + out);
+    MemBytes r(src);
+    Utf8BufOut out{dst, dstSize - 1};
+    utf7_decode(r, out);
+    dst[out.pos] = 0;
+    return out.pos;
+}
+
+VEK_API vek_s32 utf7_strm_to_utf8_strm(IStrm* src, IStrm* dst) {
+    if (!src || !dst) {
+        VEK_ASSERT(src && dst);
+        return 0;
     }
-    dst[out] = 0;
-    return out;
+    BlockBytes r(src);
+    Utf8StrmOut out(dst);
+    utf7_decode(r, out);
+    return out.result();
+}
+
+VEK_API vek_s32 utf8_strm_to_utf7_strm(IStrm* src, IStrm* dst) {
+    if (!src || !dst) {
+        VEK_ASSERT(src && dst);
+        return 0;
+    }
+    BlockBytes r(src);
+    return utf7_encode(r, dst);
+}
+
+// ---- ANSI ----
+
+VEK_API vek_s32 ansi_str_to_wcs_str(const char* src, vek_wchar* dst, vek_s32 dstSize) {
+    if (!src || !dst || dstSize < 1) {
+        VEK_ASSERT(src && dst && dstSize >= 1);
+        return 0;
+    }
+    return al_ansi_to_wcs(src, -1, dst, dstSize);
+}
+
+VEK_API vek_s32 wcs_str_to_ansi_str(const vek_wchar* src, char* dst, vek_s32 dstSize) {
+    if (!src || !dst || dstSize < 1) {
+        VEK_ASSERT(src && dst && dstSize >= 1);
+        return 0;
+    }
+    return al_wcs_to_ansi(src, -1, dst, dstSize);
+}
+
+/* Each ANSI byte gives at most one UTF-16 unit, and so does each UTF-8
+ * byte: the scratch buffer needs the byte length plus the terminator. */
+VEK_API vek_s32 ansi_str_to_utf8_str(const char* src, char* dst, vek_s32 dstSize) {
+    if (!src || !dst || dstSize < 1) {
+        VEK_ASSERT(src && dst && dstSize >= 1);
+        return 0;
+    }
+    vek_s32 n = (vek_s32)std::strlen(src);
+    TempUnits tmp((size_t)n + 1);
+    if (!tmp.get()) {
+        dst[0] = 0;
+        return 0;
+    }
+    vek_s32 units = al_ansi_to_wcs(src, n, tmp.get(), n + 1);
+    return units_to_utf8<false>(tmp.get(), units, dst, dstSize);
+}
+
+VEK_API vek_s32 utf8_str_to_ansi_str(const char* src, char* dst, vek_s32 dstSize) {
+    if (!src || !dst || dstSize < 1) {
+        VEK_ASSERT(src && dst && dstSize >= 1);
+        return 0;
+    }
+    vek_s32 n = (vek_s32)std::strlen(src);
+    TempUnits tmp((size_t)n + 1);
+    if (!tmp.get()) {
+        dst[0] = 0;
+        return 0;
+    }
+    MemBytes r(src);
+    vek_s32 units = utf8_to_units<false>(r, INT_MAX, tmp.get(), n + 1);
+    return al_wcs_to_ansi(tmp.get(), units, dst, dstSize);
+}
+
+// ---- helpers ----
+
+VEK_API vek_s32 utf8_str_len(const char* s) {
+    vek_s32 n = 0;
+    if (s) {
+        MemBytes r(s);
+        while (decode(r)) {
+            n++;
+        }
+    }
+    return n;
+}
+
+VEK_API vek_s32 utf8_str_clean(char* s, vek_s32* len, vek_s32* removed) {
+    vek_s32 keep = 0;
+    vek_s32 cut = 0;
+    if (!s) {
+        VEK_ASSERT(s);
+    } else {
+        const vek_u8* p = (const vek_u8*)s;
+        for (vek_s32 k; (k = well_formed(p + keep)) > 0;) {
+            keep += k;
+        }
+        cut = (vek_s32)std::strlen(s + keep);
+        s[keep] = 0;
+    }
+    if (len) {
+        *len = keep;
+    }
+    if (removed) {
+        *removed = cut;
+    }
+    return keep;
+}
+
+VEK_API vek_s32 utf8_str_copy(char* dst, const char* src, vek_s32 dstSize) {
+    if (!dst || dstSize < 1) {
+        VEK_ASSERT(dst && dstSize >= 1);
+        return 0;
+    }
+    vek_s32 n = 0;
+    if (src) {
+        MemBytes r(src);
+        while (decode(r) && r.pos <= dstSize - 1) {
+            n = r.pos;
+        }
+        std::memmove(dst, src, (size_t)n);
+    }
+    dst[n] = 0;
+    return n;
+}
+
+VEK_API vek_s32 wcs_str_copy(vek_wchar* dst, const vek_wchar* src, vek_s32 dstSize) {
+    if (!dst || dstSize < 1) {
+        VEK_ASSERT(dst && dstSize >= 1);
+        return 0;
+    }
+    vek_s32 n = 0;
+    if (src) {
+        while (n < dstSize - 1 && src[n]) {
+            n++;
+        }
+        // Never keep the first half of a surrogate pair without the second.
+        if (n > 0 && src[n] && is_high_surrogate(src[n - 1]) && is_low_surrogate(src[n])) {
+            n--;
+        }
+        std::memmove(dst, src, (size_t)n * 2);
+    }
+    dst[n] = 0;
+    return n;
+}
+
+VEK_API vek_s32 wcs_cmp_utf8(const vek_wchar* w, const char* s) {
+    return equal_wcs_utf8<false>(w, s);
+}
+
+VEK_API vek_s32 wcs_icmp_utf8(const vek_wchar* w, const char* s) {
+    return equal_wcs_utf8<true>(w, s);
+}
+
+VEK_API vek_s32 utf8_cmp_wcs(const char* s, const vek_wchar* w) {
+    return equal_wcs_utf8<false>(w, s);
+}
+
+VEK_API vek_s32 utf8_icmp_wcs(const char* s, const vek_wchar* w) {
+    return equal_wcs_utf8<true>(w, s);
 }
 
 VEK_API vek_s32 vek_u16s_turn(vek_wchar* w, vek_s32 n) {
@@ -165,7 +983,7 @@ VEK_API vek_s32 vek_u16s_turn(vek_wchar* w, vek_s32 n) {
     }
     vek_s32 i = 0;
     for (; n < 0 ? w[i] != 0 : i < n; i++) {
-        w[i] = (vek_wchar)((w[i] << 8) | (w[i] >> 8));
+        w[i] = swap16(w[i]);
     }
     return i;
 }
