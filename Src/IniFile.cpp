@@ -63,6 +63,12 @@ const char* cs(const VekStr* s) {
     return VekStr_buf(s);
 }
 
+// The length straight from the string's block: lookups compare it for
+// every section and line they pass.
+vek_s32 slen(const VekStr* s) {
+    return s->data->len;
+}
+
 bool is_valid(const IniField* f) {
     return (f->flags & INIFIELD_VALID) != 0;
 }
@@ -151,9 +157,12 @@ IniSect* find_sect(IniFile* file, const char* name) {
         IniSect* first = first_sect(file);
         return first && VekStr_len(&first->name) == 0 ? first : nullptr;
     }
+    // Names that differ in length never match without case: most sections
+    // are passed over on one comparison of lengths.
+    vek_s32 len = (vek_s32)std::strlen(name);
     for (VekListNode* n = file->sects.hdr; n; n = n->next) {
         IniSect* s = (IniSect*)n;
-        if (vek_stricmp(cs(&s->name), name) == 0) {
+        if (slen(&s->name) == len && vek_stricmp(s->name.data->buf, name) == 0) {
             return s;
         }
     }
@@ -161,9 +170,10 @@ IniSect* find_sect(IniFile* file, const char* name) {
 }
 
 IniField* find_field(IniSect* s, const char* name) {
+    vek_s32 len = (vek_s32)std::strlen(name);
     for (VekListNode* n = s->fields.hdr; n; n = n->next) {
         IniField* f = (IniField*)n;
-        if (is_valid(f) && vek_stricmp(cs(&f->name), name) == 0) {
+        if (is_valid(f) && slen(&f->name) == len && vek_stricmp(f->name.data->buf, name) == 0) {
             return f;
         }
     }

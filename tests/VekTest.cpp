@@ -105,7 +105,8 @@ std::string self_dir() {
 #ifdef _WIN32
     wchar_t buf[1024];
     DWORD n = GetModuleFileNameW(nullptr, buf, 1024);
-    return std::filesystem::path(std::wstring(buf, n)).parent_path().u8string();
+    std::u8string u = std::filesystem::path(std::wstring(buf, n)).parent_path().u8string();
+    return std::string(u.begin(), u.end());
 #else
     return std::filesystem::canonical("/proc/self/exe").parent_path().string();
 #endif

@@ -22,7 +22,7 @@ int main(int argc, char** argv) {
         VekTrcInfo trc;
         tout_info(&trc);
         std::string path = std::string(vek_base_fld()) + "/info.txt";
-        if (FILE* f = std::fopen(path.c_str(), "w")) {
+        if (FILE* f = std::fopen(path.c_str(), "wb")) {
             std::fprintf(f, "type=%s queue=%d hold=%d leakchk=%d holddll=%d\n", trc.type,
                          (int)trc.bufQueSize, (int)trc.holdConn, (int)vek_leak_chking(),
                          (int)vek_dbg_rtc_nval("VekHeap", "HoldDynDll", -1));
