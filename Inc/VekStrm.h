@@ -23,6 +23,7 @@
 #include "VekType.h"
 #include "AlOs.h"
 #include "BaseItf.h"
+#include "VekStr.h"
 #include "VekData.h"
 
 VEK_BEGIN_DECLS
@@ -31,6 +32,7 @@ VEK_BEGIN_DECLS
 #define VEK_CLS_MEMSTRM  0x3B72EAu
 #define VEK_CLS_FILESTRM 0xD732EDu
 #define VEK_CLS_STRSTRM  0xDA2063u
+#define VEK_CLS_CSTRSTRM 0x209F1Bu
 
 /* ---- MemStrm ----
  * A chain of VekData blocks of blk bytes each, grown one block at a time as
@@ -149,6 +151,37 @@ VEK_API const char* StrStrm_detach(IStrm* strm);
 VEK_API vek_s32 StrStrm_reset(IStrm* strm, const char* buf, vek_s32 len);
 /* Clears the class word and frees the record as above; the bytes stay. */
 VEK_API void StrStrm_delete(StrStrm* obj);
+
+/* ---- CstrStrm ----
+ * Read-write over a VekStr the caller owns (borrowed, never freed): bytes
+ * written land in the string, which grows as needed and stays terminated;
+ * writing past its end makes the length the new position. Without a
+ * string: putc, write, ungetc, clear and setSize return -1, getc -202,
+ * read 0, size 0, seek 0. A target outside 0..length is -9 for seek. A
+ * position beyond the string's length (the string changed behind the
+ * stream's back) is the assertion "_this->pos <= VekStr_len(_this->str)"
+ * in getc, read and write, which then go on from the string's end.
+ * setSize truncates and puts the position at 0. className "CstrStrm". */
+typedef struct CstrStrm {
+    vek_u32 cls;            /* VEK_CLS_CSTRSTRM, | VEK_CLS_OWNED when allocated */
+    AlAtom ref;
+    const IStrmVtbl* vtbl;
+    VekStr* str;            /* the string worked on, or null */
+    vek_s32 pos;            /* byte offset in the string, 0 to its length */
+} CstrStrm;
+
+/* A stream on str (or none) at position 0; a str that is not a live VekStr
+ * is the assertion "!str || (str->magic & 0xFFFFFF) == VEKSTR_MARK" and the
+ * stream is left without a string. */
+VEK_API CstrStrm* CstrStrm_new(CstrStrm* mem, VekStr* str);
+/* CstrStrm_new, then one reference. */
+VEK_API IStrm* CstrStrm_xcreate__(CstrStrm* mem, VekStr* str, const char* path, vek_s32 line);
+/* Works on str from position 0; returns 0. */
+VEK_API vek_s32 CstrStrm_attach(IStrm* strm, VekStr* str);
+/* Returns the string and leaves the stream without one, at position 0. */
+VEK_API VekStr* CstrStrm_detach(IStrm* strm);
+/* Clears the class word and frees the record as above; the string stays. */
+VEK_API void CstrStrm_delete(CstrStrm* obj);
 
 VEK_END_DECLS
 

@@ -57,13 +57,18 @@ void sym_stop(void) {
 
 } // namespace vek
 
+// The capturing functions count the frames they skip, so they must stay real
+// frames: never inlined.
 extern "C" {
 
-VEK_API vek_s32 vek_get_call_stack(void** addrs, vek_s32 capa, vek_s32 skip) {
+__attribute__((noinline)) VEK_API vek_s32 vek_get_call_stack(void** addrs, vek_s32 capa, vek_s32 skip) {
     if (!addrs || capa < 1) {
         return 0;
     }
-    return plat::call_stack(addrs, capa, skip < 0 ? 1 : skip + 1);
+    vek_s32 n = plat::call_stack(addrs, capa, skip < 0 ? 1 : skip + 1);
+    // This frame is one of those skipped: the call must not become a jump.
+    __asm__ __volatile__("" : "+r"(n));
+    return n;
 }
 
 VEK_API vek_s32 vek_fmt_call_stack(TinyStr* out, void* const* addrs, vek_s32 n, const char* prefix) {
@@ -84,7 +89,7 @@ VEK_API vek_s32 vek_fmt_call_stack(TinyStr* out, void* const* addrs, vek_s32 n, 
     return written;
 }
 
-VEK_API vek_s32 vek_out_call_stack(TinyStr* out, void* faultAddr, const char* skipFunc,
+__attribute__((noinline)) VEK_API vek_s32 vek_out_call_stack(TinyStr* out, void* faultAddr, const char* skipFunc,
                                    const char* prefix, vek_s32 maxFrames) {
     if (!out) {
         VEK_ASSERT(out);

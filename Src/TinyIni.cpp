@@ -243,38 +243,4 @@ VEK_API vek_s32 TinyIni_getInt(IStrm* strm, const char* sect, const char* field,
     return found ? (vek_s32)std::atoi(buf) : def;
 }
 
-VEK_API IStrm* TxtStrm_newv(IStrm* strm, va_list pairs) {
-    if (!strm) {
-        VEK_ASSERT(strm);
-        return strm;
-    }
-    IStrm_clear(strm);
-    for (;;) {
-        const char* name = va_arg(pairs, const char*);
-        if (!name) {
-            break;
-        }
-        const char* value = va_arg(pairs, const char*);
-        if (!*name) {
-            VEK_ASSERT(*name);
-            continue;
-        }
-        IStrm_write(strm, name, (vek_s32)std::strlen(name));
-        IStrm_write(strm, "=", 1);
-        if (value && *value) {
-            IStrm_write(strm, value, (vek_s32)std::strlen(value));
-        }
-        IStrm_write(strm, "\r\n", 2);
-    }
-    return strm;
-}
-
-VEK_API IStrm* TxtStrm_new(IStrm* strm, ...) {
-    va_list va;
-    va_start(va, strm);
-    TxtStrm_newv(strm, va);
-    va_end(va);
-    return strm;
-}
-
 } // extern "C"

@@ -9,7 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 #include "AlPlat.h"
+#include "IniFile.h"
 #include "VekCore.h"
+#include "VekStrm.h"
 
 using vek::g_core;
 
@@ -40,19 +42,34 @@ void free_src(vek::RtcSrc& s) {
     s.txtLen = 0;
 }
 
-// A read stream over a source: the file when a path is set, else the text.
-IStrm* open_src(vek_s32 source) {
+/* Storage for a source's stream, so that a value can be read without the
+ * tracked heap (the trace manager reads its settings before the heap
+ * monitor exists). */
+struct SrcStrmMem {
+    FileStrm file;
+    StrStrm text;
+};
+
+// A read stream over a source: the file when a path is set (a missing file
+// gives none), else the in-memory text. With mem the stream lives there.
+IStrm* open_src(vek_s32 source, SrcStrmMem* mem) {
     const vek::RtcSrc& s = g_core.rtc[source];
-    (void)s;
+    if (s.path) {
+        vek_s32 err = 0;
+        return FileStrm_xcreatex__(mem ? &mem->file : nullptr, s.path, "r", &err, __FILE__, __LINE__);
+    }
+    if (s.txt) {
+        return StrStrm_xcreate__(mem ? &mem->text : nullptr, s.txt, s.txtLen, __FILE__, __LINE__);
+    }
     return nullptr;
 }
 
-IStrm* open_strm(vek_s32 source) {
+IStrm* open_strm(vek_s32 source, SrcStrmMem* mem) {
     if (source == VEK_RTC_DBG && !g_core.rtc[VEK_RTC_DBG].path && !g_core.rtc[VEK_RTC_DBG].txt) {
         // Debug settings live in the system file when no debug source is set.
-        return open_src(VEK_RTC_SYS);
+        return open_src(VEK_RTC_SYS, mem);
     }
-    return open_src(source);
+    return open_src(source, mem);
 }
 
 void copy_bounded(char* buf, vek_s32 size, const char* s) {
@@ -115,13 +132,14 @@ void rtc_free_paths(void) {
 
 vek_s32 rtc_read(vek_s32 source, const char* sect, const char* key, const char* def, char* buf,
                  vek_s32 size) {
-    IStrm* strm = open_strm(source);
+    SrcStrmMem mem;
+    IStrm* strm = open_strm(source, &mem);
     if (!strm) {
         copy_bounded(buf, size, def);
         return 0;
     }
-    (void)sect;
-    (void)key;
+    TinyIni_getStr(strm, sect, key, def, buf, size);
+    vek_qstr_trim(buf);
     IStrm_release(strm);
     return 1;
 }
@@ -151,9 +169,9 @@ VEK_API const char* vek_trc_rtc_file(void) { return g_core.rtc[VEK_RTC_TRC].path
 VEK_API const char* vek_sys_rtc_txt(void) { return g_core.rtc[VEK_RTC_SYS].txt; }
 VEK_API const char* vek_dbg_rtc_txt(void) { return g_core.rtc[VEK_RTC_DBG].txt; }
 VEK_API const char* vek_trc_rtc_txt(void) { return g_core.rtc[VEK_RTC_TRC].txt; }
-VEK_API IStrm* vek_sys_rtc_strm(void) { return open_strm(VEK_RTC_SYS); }
-VEK_API IStrm* vek_dbg_rtc_strm(void) { return open_strm(VEK_RTC_DBG); }
-VEK_API IStrm* vek_trc_rtc_strm(void) { return open_strm(VEK_RTC_TRC); }
+VEK_API IStrm* vek_sys_rtc_strm(void) { return open_strm(VEK_RTC_SYS, nullptr); }
+VEK_API IStrm* vek_dbg_rtc_strm(void) { return open_strm(VEK_RTC_DBG, nullptr); }
+VEK_API IStrm* vek_trc_rtc_strm(void) { return open_strm(VEK_RTC_TRC, nullptr); }
 
 VEK_API char* vek_sys_rtc_sval(const char* sect, const char* key, const char* def, char* buf,
                                vek_s32 size) {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include "AlPlat.h"
+#include "IniFile.h"
 #include "VekCore.h"
 
 namespace {
@@ -362,12 +363,38 @@ VEK_API vek_s32 DbgMng_cfgByFile(const char* path) {
     if (!path || !*path) {
         return VEK_ERR_FILE_OPEN;
     }
-    AlFile* f = AlFile_open(path, "rb");
-    if (!f) {
-        return VEK_ERR_FILE_OPEN;
+    IniFile doc;
+    IniFile_new(&doc);
+    vek_s32 r = IniFile_loadFile(&doc, path);
+    for (VekListNode* n = r == 0 ? doc.sects.hdr : nullptr; n; n = n->next) {
+        IniSect* s = (IniSect*)n;
+        const char* name = VekStr_buf(&s->name);
+        if (!vek_stricmp(name, "DbgMng")) {
+            if (IniFile_findField(&doc, name, "Level")) {
+                DbgMng_setLevel(-1, -1, IniFile_getInt(&doc, name, "Level", 0));
+            }
+            continue;
+        }
+        if (vek_strincmp(name, "Mod", 3) != 0 || !name[3] || !vek_isdigits(name + 3)) {
+            continue;
+        }
+        vek_s32 module = std::atoi(name + 3);
+        for (VekListNode* m = s->fields.hdr; m; m = m->next) {
+            IniField* f = (IniField*)m;
+            const char* key = VekStr_buf(&f->name);
+            vek_s32 level = std::atoi(VekStr_buf(&f->value));
+            if (!IniField_valid(f)) {
+                continue;
+            }
+            if (!vek_stricmp(key, "Level")) {
+                DbgMng_setLevel(module, -1, level);
+            } else if (!vek_strincmp(key, "Fld", 3) && key[3] && vek_isdigits(key + 3)) {
+                DbgMng_setLevel(module, std::atoi(key + 3), level);
+            }
+        }
     }
-    AlFile_close(f);
-    return 0;
+    IniFile_delete(&doc);
+    return r;
 }
 
 VEK_API void DbgMng_setLevel(vek_s32 module, vek_s32 field, vek_s32 level) {

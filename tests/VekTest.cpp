@@ -3,10 +3,17 @@
  */
 #include "VekTest.h"
 #include <cstdio>
+#include <cstdlib>
+#ifndef _WIN32
+#include <sys/wait.h>
+#endif
 #include <fstream>
 #include <mutex>
 #include <sstream>
 #include <filesystem>
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 namespace {
 
@@ -92,6 +99,28 @@ std::string read_file(const std::string& path) {
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
+}
+
+std::string self_dir() {
+#ifdef _WIN32
+    wchar_t buf[1024];
+    DWORD n = GetModuleFileNameW(nullptr, buf, 1024);
+    std::u8string u = std::filesystem::path(std::wstring(buf, n)).parent_path().u8string();
+    return std::string(u.begin(), u.end());
+#else
+    return std::filesystem::canonical("/proc/self/exe").parent_path().string();
+#endif
+}
+
+int run_command(const std::string& cmd) {
+    std::fflush(nullptr);
+#ifdef _WIN32
+    // cmd.exe drops the first and last quote of a line that starts with one.
+    return std::system(("\"" + cmd + "\"").c_str());
+#else
+    int st = std::system(cmd.c_str());
+    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+#endif
 }
 
 void write_file(const std::string& path, const std::string& data) {

@@ -46,6 +46,10 @@ class TraceCapture {
 std::string temp_dir(const std::string& name);
 void remove_tree(const std::string& path);
 std::string read_file(const std::string& path);
+/* The folder of the running test program. */
+std::string self_dir();
+/* Runs a command line through the system's shell; its exit status. */
+int run_command(const std::string& cmd);
 void write_file(const std::string& path, const std::string& data);
 
 } // namespace vektest

@@ -187,7 +187,7 @@ void debug_break(void) {
     DebugBreak();
 }
 
-vek_s32 call_stack(void** addrs, vek_s32 cap, vek_s32 skip) {
+__attribute__((noinline)) vek_s32 call_stack(void** addrs, vek_s32 cap, vek_s32 skip) {
     if (!addrs || cap < 1) {
         return 0;
     }

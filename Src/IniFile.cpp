@@ -1,0 +1,1048 @@
+/*
+ * IniFile.cpp - the INI document that keeps every line.
+ *
+ * A document is a list of sections; a section is a list of every line
+ * below its header (fields, comments, blank and unparsable lines alike), so
+ * writing an unchanged document reproduces it. Only the lines the caller
+ * changes are regenerated. Names and values live in strings with inline
+ * buffers, so a typical line costs one allocation.
+ */
+#include <cstdlib>
+#include <cstring>
+#include "IniFile.h"
+#include "SafeFile.h"
+#include "StrUtil.h"
+#include "VekCore.h"
+#include "VekStrm.h"
+
+namespace {
+
+constexpr vek_u32 kOwned = 0x80000000u;
+constexpr vek_s32 kNameCells = 64;
+constexpr vek_s32 kLineCells = 128;
+constexpr vek_s32 kReadChunk = 4096;
+
+IniFile* doc_check(const IniFile* f, vek_s32 line) {
+    if (!f || (f->tag & ~kOwned) != INIFILE_TAG) {
+        ObjUtil_crashExit(__FILE__, line);
+    }
+    return const_cast<IniFile*>(f);
+}
+
+IniSect* sect_check(const IniSect* s, vek_s32 line) {
+    if (!s || s->tag != INISECT_TAG) {
+        ObjUtil_crashExit(__FILE__, line);
+    }
+    return const_cast<IniSect*>(s);
+}
+
+const IniField* field_check(const IniField* f, vek_s32 line) {
+    if (!f || f->tag != INIFIELD_TAG) {
+        ObjUtil_crashExit(__FILE__, line);
+    }
+    return f;
+}
+
+bool field_name_ok(const char* name, const char* expr, vek_s32 line) {
+    if (!name || !*name) {
+        vek_assert__(expr, __FILE__, line);
+        return false;
+    }
+    return true;
+}
+
+// Sets a string to exactly these bytes (a NUL among them included).
+void set_bytes(VekStr* s, const char* p, vek_s32 n) {
+    VekStr_clear(s);
+    if (n > 0) {
+        VekStr_appdStrx(s, p, n);
+    }
+}
+
+const char* cs(const VekStr* s) {
+    return VekStr_buf(s);
+}
+
+// The length straight from the string's block: lookups compare it for
+// every section and line they pass.
+vek_s32 slen(const VekStr* s) {
+    return s->data->len;
+}
+
+bool is_valid(const IniField* f) {
+    return (f->flags & INIFIELD_VALID) != 0;
+}
+
+// ---- records ----
+
+IniField* field_new(void) {
+    IniField* f = (IniField*)vek_malloc__(sizeof(IniField));
+    if (!f) {
+        return nullptr;
+    }
+    std::memset(&f->link, 0, sizeof f->link);
+    f->tag = INIFIELD_TAG;
+    f->flags = 0;
+    StrExt_new__(&f->name, f->nameBuf, kNameCells);
+    StrExt_new__(&f->value, f->valueBuf, kNameCells);
+    StrExt_new__(&f->line, f->lineBuf, kLineCells);
+    return f;
+}
+
+void field_delete(IniField* f) {
+    VekStr_delete(&f->name);
+    VekStr_delete(&f->value);
+    VekStr_delete(&f->line);
+    f->tag = 0;
+    vek_free__(f);
+}
+
+ptrdiff_t field_del_cb(void* node) {
+    field_delete((IniField*)node);
+    return 0;
+}
+
+IniSect* sect_new(const char* name, vek_s32 nameLen, const char* header, vek_s32 headerLen) {
+    IniSect* s = (IniSect*)vek_malloc__(sizeof(IniSect));
+    if (!s) {
+        return nullptr;
+    }
+    std::memset(&s->link, 0, sizeof s->link);
+    s->tag = INISECT_TAG;
+    StrExt_new__(&s->name, s->nameBuf, kNameCells);
+    StrExt_new__(&s->header, s->headerBuf, kLineCells);
+    set_bytes(&s->name, name, nameLen);
+    set_bytes(&s->header, header, headerLen);
+    VekList_init(&s->fields, LIST_TWO_WAY);
+    return s;
+}
+
+void sect_delete(IniSect* s) {
+    VekList_delAll(&s->fields, field_del_cb);
+    VekStr_delete(&s->name);
+    VekStr_delete(&s->header);
+    s->tag = 0;
+    vek_free__(s);
+}
+
+ptrdiff_t sect_del_cb(void* node) {
+    sect_delete((IniSect*)node);
+    return 0;
+}
+
+// Sets a field's name and value and regenerates its line as "name=value".
+void field_assign(IniField* f, const char* name, vek_s32 nameLen, const char* value, vek_s32 valueLen) {
+    set_bytes(&f->name, name, nameLen);
+    set_bytes(&f->value, value, valueLen);
+    VekStr_clear(&f->line);
+    VekStr_appdCstr(&f->line, &f->name);
+    VekStr_appdChar(&f->line, '=');
+    VekStr_appdCstr(&f->line, &f->value);
+    f->flags |= INIFIELD_VALID;
+}
+
+void field_take(IniField* dst, const IniField* src) {
+    field_assign(dst, cs(&src->name), VekStr_len(&src->name), cs(&src->value), VekStr_len(&src->value));
+}
+
+// ---- lookup ----
+
+IniSect* first_sect(IniFile* file) {
+    return (IniSect*)file->sects.hdr;
+}
+
+IniSect* find_sect(IniFile* file, const char* name) {
+    if (!name || !*name) {
+        // The nameless section, when there is one, is always the first.
+        IniSect* first = first_sect(file);
+        return first && VekStr_len(&first->name) == 0 ? first : nullptr;
+    }
+    // Names that differ in length never match without case: most sections
+    // are passed over on one comparison of lengths.
+    vek_s32 len = (vek_s32)std::strlen(name);
+    for (VekListNode* n = file->sects.hdr; n; n = n->next) {
+        IniSect* s = (IniSect*)n;
+        if (slen(&s->name) == len && vek_stricmp(s->name.data->buf, name) == 0) {
+            return s;
+        }
+    }
+    return nullptr;
+}
+
+IniField* find_field(IniSect* s, const char* name) {
+    vek_s32 len = (vek_s32)std::strlen(name);
+    for (VekListNode* n = s->fields.hdr; n; n = n->next) {
+        IniField* f = (IniField*)n;
+        if (is_valid(f) && slen(&f->name) == len && vek_stricmp(f->name.data->buf, name) == 0) {
+            return f;
+        }
+    }
+    return nullptr;
+}
+
+IniField* lookup(IniFile* file, const char* sect, const char* field) {
+    IniSect* s = find_sect(file, sect);
+    return s ? find_field(s, field) : nullptr;
+}
+
+IniSect* find_or_create_sect(IniFile* file, const char* name) {
+    IniSect* s = find_sect(file, name);
+    if (s) {
+        return s;
+    }
+    if (!name || !*name) {
+        s = sect_new("", 0, "", 0);
+        if (s) {
+            VekList_addHdr__(&file->sects, s);
+        }
+    } else {
+        VekStr header;
+        VekStr_new(&header);
+        VekStr_setf(&header, "[%s]", name);
+        s = sect_new(name, (vek_s32)std::strlen(name), cs(&header), VekStr_len(&header));
+        VekStr_delete(&header);
+        if (s) {
+            VekList_addTail__(&file->sects, s);
+        }
+    }
+    if (s) {
+        file->moded = 1;
+    }
+    return s;
+}
+
+// A new field goes right after the section's last name/value field, so it
+// lands above the comments that close the section.
+void insert_field(IniSect* s, IniField* f) {
+    IniField* lastValid = nullptr;
+    for (VekListNode* n = s->fields.hdr; n; n = n->next) {
+        if (is_valid((IniField*)n)) {
+            lastValid = (IniField*)n;
+        }
+    }
+    if (lastValid) {
+        VekList_addAnyNext__(&s->fields, f, lastValid);
+    } else {
+        VekList_addHdr__(&s->fields, f);
+    }
+}
+
+// ---- loading ----
+
+/* A header: optional blanks, "[", a name up to the next "]" that is not
+ * empty and does not start with a double quote, then "]". */
+bool parse_header(const char* line, vek_s32 len, const char** name, vek_s32* nameLen) {
+    if (len < 3) {
+        return false;
+    }
+    vek_s32 i = 0;
+    while (i < len && (line[i] == ' ' || line[i] == '\t')) {
+        i++;
+    }
+    if (i >= len || line[i] != '[') {
+        return false;
+    }
+    vek_s32 start = ++i;
+    while (i < len && line[i] != ']') {
+        i++;
+    }
+    if (i >= len || i == start || line[start] == '"') {
+        return false;
+    }
+    *name = line + start;
+    *nameLen = i - start;
+    return true;
+}
+
+/* A field: optional blanks, a word up to ";", "=", CR or a double quote
+ * (blanks inside and behind it belong to the name), then "=" and the rest
+ * of the line as it stands. */
+void parse_field(IniField* f, const char* line, vek_s32 len) {
+    vek_s32 i = 0;
+    while (i < len && (line[i] == ' ' || line[i] == '\t')) {
+        i++;
+    }
+    vek_s32 start = i;
+    while (i < len && line[i] != ';' && line[i] != '=' && line[i] != '\r' && line[i] != '"') {
+        i++;
+    }
+    if (i == start || i >= len || line[i] != '=') {
+        return;  // a comment, a blank or an unparsable line: kept verbatim
+    }
+    set_bytes(&f->name, line + start, i - start);
+    set_bytes(&f->value, line + i + 1, len - i - 1);
+    f->flags |= INIFIELD_VALID;
+}
+
+bool add_line(IniFile* file, IniSect*& cur, const char* line, vek_s32 len) {
+    const char* name;
+    vek_s32 nameLen;
+    if (parse_header(line, len, &name, &nameLen)) {
+        IniSect* s = sect_new(name, nameLen, line, len);
+        if (!s) {
+            return false;
+        }
+        VekList_addTail__(&file->sects, s);
+        cur = s;
+        return true;
+    }
+    if (!cur) {
+        cur = sect_new("", 0, "", 0);
+        if (!cur) {
+            return false;
+        }
+        VekList_addHdr__(&file->sects, cur);
+    }
+    IniField* f = field_new();
+    if (!f) {
+        return false;
+    }
+    set_bytes(&f->line, line, len);
+    parse_field(f, line, len);
+    VekList_addTail__(&cur->fields, f);
+    return true;
+}
+
+void drop_all(IniFile* file) {
+    VekList_delAll(&file->sects, sect_del_cb);
+}
+
+vek_s32 load_strm(IniFile* file, IStrm* strm) {
+    IStrm_seek(strm, 0, 0);
+    // Lines before any header go to the document's last section.
+    IniSect* cur = (IniSect*)file->sects.tail;
+    char line[INI_LINE_MAX];
+    char chunk[kReadChunk];
+    vek_s32 n = 0;
+    bool inLine = false;
+    bool afterCr = false;
+    for (;;) {
+        vek_s32 got = IStrm_read(strm, chunk, kReadChunk);
+        if (got <= 0) {
+            break;  // the end, or a read failure: what was collected counts
+        }
+        for (vek_s32 i = 0; i < got; i++) {
+            char c = chunk[i];
+            if (afterCr) {
+                afterCr = false;
+                if (c == '\n') {
+                    continue;  // CR LF ends one line
+                }
+            }
+            if (c == '\n' || c == '\r') {
+                afterCr = c == '\r';
+                if (!add_line(file, cur, line, n)) {
+                    return VEK_ERR_FULL;
+                }
+                n = 0;
+                inLine = false;
+                continue;
+            }
+            if (n == INI_LINE_MAX) {
+                drop_all(file);
+                return VEK_ERR_INI_LINE_LONG;
+            }
+            line[n++] = c;
+            inLine = true;
+        }
+    }
+    if (inLine && !add_line(file, cur, line, n)) {
+        return VEK_ERR_FULL;
+    }
+    return 0;
+}
+
+// ---- writing ----
+
+struct Out {
+    IStrm* strm;
+    vek_s32 err = 0;
+    vek_s32 total = 0;
+    void put(const char* p, vek_s32 n) {
+        if (n <= 0 || err < 0) {
+            return;
+        }
+        vek_s32 r = IStrm_write(strm, p, n);
+        if (r < 0) {
+            err = r;
+        } else {
+            total += n;
+        }
+    }
+    void put(const VekStr* s) { put(VekStr_buf(s), VekStr_len(s)); }
+    void eol() { put("\r\n", 2); }
+};
+
+vek_s32 sect_out(IniSect* s, IStrm* strm, bool withHeader, bool fieldsOnly) {
+    Out o{strm};
+    if (withHeader) {
+        if (VekStr_len(&s->header) > 0) {
+            o.put(&s->header);
+            o.eol();
+        } else if (VekStr_len(&s->name) > 0) {
+            o.put("[", 1);
+            o.put(&s->name);
+            o.put("]", 1);
+            o.eol();
+        }
+    }
+    for (VekListNode* n = s->fields.hdr; n; n = n->next) {
+        IniField* f = (IniField*)n;
+        if (fieldsOnly && !is_valid(f)) {
+            continue;
+        }
+        if (VekStr_len(&f->line) > 0) {
+            o.put(&f->line);
+        } else if (is_valid(f)) {
+            o.put(&f->name);
+            o.put("=", 1);
+            o.put(&f->value);
+        }
+        o.eol();
+    }
+    return o.err < 0 ? o.err : o.total;
+}
+
+vek_s32 doc_out(IniFile* file, IStrm* strm) {
+    for (VekListNode* n = file->sects.hdr; n; n = n->next) {
+        vek_s32 r = sect_out((IniSect*)n, strm, true, false);
+        if (r < 0) {
+            return r;
+        }
+    }
+    return 0;
+}
+
+// A copy of a section's name and name/value fields only.
+IniSect* sect_copy(const IniSect* src) {
+    IniSect* s = sect_new(cs(&src->name), VekStr_len(&src->name), "", 0);
+    if (!s) {
+        return nullptr;
+    }
+    for (VekListNode* n = src->fields.hdr; n; n = n->next) {
+        IniField* f = (IniField*)n;
+        if (!is_valid(f)) {
+            continue;
+        }
+        IniField* c = field_new();
+        if (!c) {
+            break;
+        }
+        set_bytes(&c->name, cs(&f->name), VekStr_len(&f->name));
+        set_bytes(&c->value, cs(&f->value), VekStr_len(&f->value));
+        c->flags = f->flags;
+        VekList_addTail__(&s->fields, c);
+    }
+    return s;
+}
+
+void append_copy(IniFile* doc, const IniSect* src) {
+    IniSect* s = sect_copy(src);
+    if (!s) {
+        return;
+    }
+    if (VekStr_len(&s->name) == 0) {
+        VekList_addHdr__(&doc->sects, s);  // the nameless section stays first
+    } else {
+        VekList_addTail__(&doc->sects, s);
+    }
+    doc->moded = 1;
+}
+
+void set_field(IniFile* doc, const char* sect, const IniField* f) {
+    if (doc) {
+        IniFile_setStr(doc, sect, cs(&f->name), cs(&f->value));
+    }
+}
+
+} // namespace
+
+extern "C" {
+
+// ---- creation and loading ----
+
+VEK_API IniFile* IniFile_new(IniFile* mem) {
+    vek_u32 tag = INIFILE_TAG;
+    if (!mem) {
+        mem = (IniFile*)vek_malloc__(sizeof(IniFile));
+        if (!mem) {
+            return nullptr;
+        }
+        tag |= kOwned;
+    }
+    mem->tag = tag;
+    VekList_init(&mem->sects, LIST_TWO_WAY);
+    mem->moded = 0;
+    return mem;
+}
+
+VEK_API void IniFile_delete(IniFile* file) {
+    doc_check(file, __LINE__);
+    drop_all(file);
+    bool owned = (file->tag & kOwned) != 0;
+    file->tag = 0;
+    if (owned) {
+        vek_free__(file);
+    }
+}
+
+VEK_API vek_s32 IniFile_loadStrm(IniFile* file, IStrm* strm) {
+    doc_check(file, __LINE__);
+    if (!strm) {
+        VEK_ASSERT(strm);
+        return VEK_ERR_BAD_ARG;
+    }
+    return load_strm(file, strm);
+}
+
+VEK_API vek_s32 IniFile_loadFile(IniFile* file, const char* path) {
+    doc_check(file, __LINE__);
+    if (!path) {
+        VEK_ASSERT(path);
+        return VEK_ERR_BAD_ARG;
+    }
+    FileStrm mem;
+    vek_s32 err = 0;
+    IStrm* s = FileStrm_xcreatex__(&mem, path, "rb", &err, __FILE__, __LINE__);
+    if (!s) {
+        return VEK_ERR_FILE_OPEN;
+    }
+    vek_s32 r = load_strm(file, s);
+    IStrm_release(s);
+    return r;
+}
+
+VEK_API vek_s32 IniFile_loadData(IniFile* file, VekData* data) {
+    doc_check(file, __LINE__);
+    MemStrm mem;
+    IStrm* s = MemStrm_xcreatex__(&mem, 0, __FILE__, __LINE__);
+    MemStrm_attach(s, data);
+    vek_s32 r = load_strm(file, s);
+    MemStrm_detach(s);  // the chain stays the caller's
+    IStrm_release(s);
+    return r;
+}
+
+VEK_API vek_s32 IniFile_loadBuf(IniFile* file, const char* buf, vek_s32 len) {
+    doc_check(file, __LINE__);
+    StrStrm mem;
+    IStrm* s = StrStrm_xcreate__(&mem, buf, len < 1 ? -1 : len, __FILE__, __LINE__);
+    vek_s32 r = load_strm(file, s);
+    IStrm_release(s);
+    return r;
+}
+
+} // extern "C"
+
+namespace {
+
+template <class Load>
+IniFile* new_loaded(vek_s32* err, Load load) {
+    IniFile* doc = IniFile_new(nullptr);
+    vek_s32 r = doc ? load(doc) : VEK_ERR_FULL;
+    if (r < 0 && doc) {
+        IniFile_delete(doc);
+        doc = nullptr;
+    }
+    if (err) {
+        *err = r < 0 ? r : 0;
+    }
+    return doc;
+}
+
+} // namespace
+
+extern "C" {
+
+VEK_API IniFile* IniFile_newFile(const char* path, vek_s32* err) {
+    return new_loaded(err, [&](IniFile* d) { return IniFile_loadFile(d, path); });
+}
+
+VEK_API IniFile* IniFile_newStrm(IStrm* strm, vek_s32* err) {
+    return new_loaded(err, [&](IniFile* d) { return IniFile_loadStrm(d, strm); });
+}
+
+VEK_API IniFile* IniFile_newData(VekData* data, vek_s32* err) {
+    return new_loaded(err, [&](IniFile* d) { return IniFile_loadData(d, data); });
+}
+
+VEK_API IniFile* IniFile_newBuf(const char* buf, vek_s32 len, vek_s32* err) {
+    return new_loaded(err, [&](IniFile* d) { return IniFile_loadBuf(d, buf, len); });
+}
+
+// ---- writing ----
+
+VEK_API vek_s32 IniSect_outStrmx(IniSect* sect, IStrm* strm, vek_s32 withHeader, vek_s32 fieldsOnly) {
+    sect_check(sect, __LINE__);
+    if (!strm) {
+        VEK_ASSERT(strm);
+        return VEK_ERR_BAD_ARG;
+    }
+    return sect_out(sect, strm, withHeader != 0, fieldsOnly != 0);
+}
+
+VEK_API vek_s32 IniSect_outStrm(IniSect* sect, IStrm* strm) {
+    return IniSect_outStrmx(sect, strm, 1, 0);
+}
+
+VEK_API vek_s32 IniFile_outStrmx(IniFile* file, IStrm* strm, vek_s32 append) {
+    doc_check(file, __LINE__);
+    if (!strm) {
+        VEK_ASSERT(strm);
+        return VEK_ERR_BAD_ARG;
+    }
+    if (append) {
+        IStrm_seek(strm, 0, 2);
+    } else {
+        IStrm_clear(strm);  // a file stream refuses: it was opened empty
+    }
+    vek_s32 r = doc_out(file, strm);
+    return r < 0 ? r : (vek_s32)IStrm_size(strm);
+}
+
+VEK_API vek_s32 IniFile_outStrm(IniFile* file, IStrm* strm) {
+    return IniFile_outStrmx(file, strm, 0);
+}
+
+VEK_API vek_s32 IniFile_outFilex(IniFile* file, const char* path, vek_s32 append) {
+    doc_check(file, __LINE__);
+    if (!path) {
+        VEK_ASSERT(path);
+        return VEK_ERR_BAD_ARG;
+    }
+    FileStrm mem;
+    vek_s32 err = 0;
+    if (append) {
+        IStrm* s = FileStrm_xcreatex__(&mem, path, "ab", &err, __FILE__, __LINE__);
+        if (!s) {
+            return VEK_ERR_FILE_OPEN;
+        }
+        vek_s32 r = IniFile_outStrmx(file, s, 1);
+        vek_s32 c = FileStrm_close(s);
+        IStrm_release(s);
+        return r < 0 ? r : c;
+    }
+    // A configuration file is replaced only once the new text is complete
+    // and on the disk, so a failed write never loses the old one.
+    vek::SafeFile safe;
+    if (safe.open(path) != 0) {
+        return VEK_ERR_FILE_OPEN;
+    }
+    IStrm* s = FileStrm_xcreatex__(&mem, "", "", &err, __FILE__, __LINE__);
+    FileStrm_attach(s, safe.file());
+    vek_s32 r = doc_out(file, s);
+    FileStrm_detach(s);
+    IStrm_release(s);
+    if (r < 0) {
+        safe.discard();
+        return r;
+    }
+    return safe.commit();
+}
+
+VEK_API vek_s32 IniFile_outFile(IniFile* file, const char* path) {
+    return IniFile_outFilex(file, path, 0);
+}
+
+VEK_API vek_s32 IniFile_outData(IniFile* file, VekData** data) {
+    doc_check(file, __LINE__);
+    if (!data) {
+        VEK_ASSERT(data);
+        return VEK_ERR_BAD_ARG;
+    }
+    MemStrm mem;
+    IStrm* s = MemStrm_xcreatex__(&mem, 0, __FILE__, __LINE__);
+    vek_s32 r = IniFile_outStrmx(file, s, 0);
+    *data = MemStrm_detach(s);
+    IStrm_release(s);
+    return r;
+}
+
+VEK_API vek_s32 IniFile_outBuf(IniFile* file, char** buf) {
+    doc_check(file, __LINE__);
+    if (!buf) {
+        VEK_ASSERT(buf);
+        return VEK_ERR_BAD_ARG;
+    }
+    *buf = nullptr;
+    MemStrm mem;
+    IStrm* s = MemStrm_xcreatex__(&mem, 0, __FILE__, __LINE__);
+    vek_s32 len = IniFile_outStrmx(file, s, 0);
+    if (len >= 0) {
+        *buf = (char*)vek_malloc__((size_t)len + 1);
+        if (*buf) {
+            IStrm_seek(s, 0, 0);
+            if (len > 0) {
+                IStrm_read(s, *buf, len);
+            }
+            (*buf)[len] = 0;
+        } else {
+            len = VEK_ERR_FULL;
+        }
+    }
+    IStrm_release(s);
+    return len;
+}
+
+// ---- state and lookup ----
+
+VEK_API vek_s32 IniFile_moded(const IniFile* file) {
+    return doc_check(file, __LINE__)->moded;
+}
+
+VEK_API void IniFile_clear(IniFile* file) {
+    doc_check(file, __LINE__);
+    if (file->sects.len > 0) {
+        drop_all(file);
+        file->moded = 1;
+    }
+}
+
+VEK_API VekList* IniFile_sectList(IniFile* file) {
+    return &doc_check(file, __LINE__)->sects;
+}
+
+VEK_API vek_s32 IniFile_sectCount(const IniFile* file) {
+    return doc_check(file, __LINE__)->sects.len;
+}
+
+VEK_API IniSect* IniFile_findSect(IniFile* file, const char* sectName) {
+    return find_sect(doc_check(file, __LINE__), sectName);
+}
+
+VEK_API IniField* IniFile_findField(IniFile* file, const char* sectName, const char* fieldName) {
+    doc_check(file, __LINE__);
+    if (!field_name_ok(fieldName, "fieldName && *fieldName", __LINE__)) {
+        return nullptr;
+    }
+    return lookup(file, sectName, fieldName);
+}
+
+VEK_API vek_s32 IniField_valid(const IniField* field) {
+    return is_valid(field_check(field, __LINE__)) ? 1 : 0;
+}
+
+VEK_API vek_s32 IniFile_fieldCount(IniFile* file, const char* sectName) {
+    IniSect* s = find_sect(doc_check(file, __LINE__), sectName);
+    return s ? s->fields.len : VEK_ERR_NOT_FOUND;
+}
+
+VEK_API IniSect* IniFile_sectById(IniFile* file, vek_s32 id) {
+    doc_check(file, __LINE__);
+    if (id < 0) {
+        VEK_ASSERT(id >= 0);
+        return nullptr;
+    }
+    VekListNode* n = file->sects.hdr;
+    for (; n && id > 0; id--) {
+        n = n->next;
+    }
+    return (IniSect*)n;
+}
+
+VEK_API IniField* IniFile_fieldById(IniFile* file, const char* sectName, vek_s32 id) {
+    doc_check(file, __LINE__);
+    if (id < 0) {
+        VEK_ASSERT(id >= 0);
+        return nullptr;
+    }
+    IniSect* s = find_sect(file, sectName);
+    if (!s || id >= s->fields.len) {
+        return nullptr;
+    }
+    for (VekListNode* n = s->fields.hdr; n; n = n->next) {
+        if (is_valid((IniField*)n) && id-- == 0) {
+            return (IniField*)n;
+        }
+    }
+    return nullptr;
+}
+
+// ---- reading values ----
+
+VEK_API vek_s32 IniFile_getStr(IniFile* file, const char* sectName, const char* fieldName,
+                               const char* def, char* buf, vek_s32 size) {
+    doc_check(file, __LINE__);
+    if (!field_name_ok(fieldName, "fieldName && *fieldName", __LINE__) || !buf || size < 1) {
+        return 0;
+    }
+    IniField* f = lookup(file, sectName, fieldName);
+    if (f) {
+        return vek_strxfrm(buf, cs(&f->value), size);
+    }
+    if (!def) {
+        buf[0] = 0;
+        return 0;
+    }
+    return vek_strxfrm(buf, def, size);
+}
+
+VEK_API vek_s32 IniFile_getStrx(IniFile* file, const char* sectName, const char* fieldName,
+                                const char* def, VekStr* str) {
+    doc_check(file, __LINE__);
+    if (!field_name_ok(fieldName, "fieldName && *fieldName", __LINE__) || !str) {
+        return 0;
+    }
+    IniField* f = lookup(file, sectName, fieldName);
+    if (f) {
+        VekStr_setCstr(str, &f->value);
+    } else {
+        VekStr_setStr(str, def);
+    }
+    return VekStr_len(str);
+}
+
+VEK_API vek_s32 IniFile_getInt(IniFile* file, const char* sectName, const char* fieldName, vek_s32 def) {
+    doc_check(file, __LINE__);
+    if (!field_name_ok(fieldName, "fieldName && *fieldName", __LINE__)) {
+        return def;
+    }
+    IniField* f = lookup(file, sectName, fieldName);
+    return f ? (vek_s32)std::atoi(cs(&f->value)) : def;
+}
+
+// ---- changing values ----
+
+VEK_API vek_s32 IniFile_setStr(IniFile* file, const char* sectName, const char* fieldName, const char* value) {
+    doc_check(file, __LINE__);
+    if (!field_name_ok(fieldName, "fieldName && *fieldName", __LINE__)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    IniSect* s = find_or_create_sect(file, sectName);
+    if (!s) {
+        return VEK_ERR_FULL;
+    }
+    IniField* f = find_field(s, fieldName);
+    if (!f) {
+        f = field_new();
+        if (!f) {
+            return VEK_ERR_FULL;
+        }
+        insert_field(s, f);
+    }
+    if (!value) {
+        value = "";
+    }
+    field_assign(f, fieldName, (vek_s32)std::strlen(fieldName), value, (vek_s32)std::strlen(value));
+    file->moded = 1;
+    return 0;
+}
+
+VEK_API vek_s32 IniFile_setInt(IniFile* file, const char* sectName, const char* fieldName, vek_s32 n) {
+    char buf[16];
+    vek_snprintf(buf, sizeof buf, "%d", (int)n);
+    return IniFile_setStr(file, sectName, fieldName, buf);
+}
+
+VEK_API vek_s32 IniFile_delSect(IniFile* file, const char* sectName) {
+    IniSect* s = find_sect(doc_check(file, __LINE__), sectName);
+    if (!s) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    VekList_getAny__(&file->sects, s);
+    sect_delete(s);
+    file->moded = 1;
+    return 0;
+}
+
+VEK_API vek_s32 IniFile_delField(IniFile* file, const char* sectName, const char* fieldName) {
+    doc_check(file, __LINE__);
+    if (!field_name_ok(fieldName, "fieldName && *fieldName", __LINE__)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    IniSect* s = find_sect(file, sectName);
+    IniField* f = s ? find_field(s, fieldName) : nullptr;
+    if (!f) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    VekList_getAny__(&s->fields, f);
+    field_delete(f);
+    file->moded = 1;
+    return 0;
+}
+
+VEK_API vek_s32 IniFile_renSect(IniFile* file, const char* sectName, const char* newName) {
+    doc_check(file, __LINE__);
+    if (!field_name_ok(newName, "newSectName && *newSectName", __LINE__)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    IniSect* s = find_sect(file, sectName);
+    if (!s) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    VekStr_setStr(&s->name, newName);
+    VekStr_setf(&s->header, "[%s]", newName);
+    file->moded = 1;
+    return 0;
+}
+
+VEK_API vek_s32 IniFile_renField(IniFile* file, const char* sectName, const char* oldName,
+                                 const char* newName) {
+    doc_check(file, __LINE__);
+    if (!oldName || !*oldName || !newName || !*newName) {
+        vek_assert__("oldFieldName && *oldFieldName && newFieldName && *newFieldName", __FILE__, __LINE__);
+        return VEK_ERR_BAD_ARG;
+    }
+    IniField* f = lookup(file, sectName, oldName);
+    if (!f) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    // Only "name=" is written from now on; the value stays readable.
+    VekStr_setStr(&f->name, newName);
+    VekStr_setStr(&f->line, newName);
+    VekStr_appdChar(&f->line, '=');
+    file->moded = 1;
+    return 0;
+}
+
+VEK_API vek_s32 IniFile_moveSect(IniFile* file, const char* srcName, const char* dstName) {
+    IniSect* src = find_sect(doc_check(file, __LINE__), srcName);
+    if (!src) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    bool existed = find_sect(file, dstName) != nullptr;
+    IniSect* dst = find_or_create_sect(file, dstName);
+    if (!dst) {
+        return VEK_ERR_FULL;
+    }
+    // Counted, so that a section moved onto itself cannot cycle for ever.
+    for (vek_s32 left = src->fields.len; left > 0; left--) {
+        IniField* f = (IniField*)VekList_getHdr(&src->fields);
+        if (!f) {
+            break;
+        }
+        IniField* same = existed && is_valid(f) ? find_field(dst, cs(&f->name)) : nullptr;
+        if (same) {
+            field_take(same, f);
+            field_delete(f);
+        } else {
+            VekList_addTail__(&dst->fields, f);
+        }
+    }
+    VekList_getAny__(&file->sects, src);
+    sect_delete(src);
+    file->moded = 1;
+    return 0;
+}
+
+VEK_API vek_s32 IniFile_moveField(IniFile* file, const char* srcSect, const char* fieldName,
+                                  const char* dstSect) {
+    doc_check(file, __LINE__);
+    if (!field_name_ok(fieldName, "srcFieldName && *srcFieldName", __LINE__)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    IniSect* src = find_sect(file, srcSect);
+    IniField* f = src ? find_field(src, fieldName) : nullptr;
+    if (!f) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    VekList_getAny__(&src->fields, f);
+    bool existed = find_sect(file, dstSect) != nullptr;
+    IniSect* dst = find_or_create_sect(file, dstSect);
+    IniField* same = dst && existed ? find_field(dst, fieldName) : nullptr;
+    if (same) {
+        field_take(same, f);
+        field_delete(f);
+    } else if (dst) {
+        VekList_addTail__(&dst->fields, f);
+    } else {
+        field_delete(f);
+        return VEK_ERR_FULL;
+    }
+    file->moded = 1;
+    return 0;
+}
+
+// ---- exporting and comparing ----
+
+VEK_API vek_s32 IniFile_getSect(IniFile* file, const char* sectName, IStrm* strm) {
+    doc_check(file, __LINE__);
+    if (!strm) {
+        VEK_ASSERT(strm);
+        return VEK_ERR_BAD_ARG;
+    }
+    IniSect* s = find_sect(file, sectName);
+    if (!s) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    vek_s32 r = sect_out(s, strm, true, false);
+    return r < 0 ? r : (vek_s32)IStrm_size(strm);
+}
+
+VEK_API vek_s32 IniFile_getCate(IniFile* file, const char* cateName, IStrm* strm) {
+    doc_check(file, __LINE__);
+    if (!cateName || !strm) {
+        vek_assert__("cateName && strm", __FILE__, __LINE__);
+        return VEK_ERR_BAD_ARG;
+    }
+    VekStr prefix;
+    VekStr_new(&prefix);
+    VekStr_setf(&prefix, "%s.", cateName);
+    vek_s32 plen = VekStr_len(&prefix);
+    vek_s32 count = 0;
+    for (VekListNode* n = file->sects.hdr; n; n = n->next) {
+        IniSect* s = (IniSect*)n;
+        if (VekStr_len(&s->name) < plen || vek_strincmp(cs(&s->name), cs(&prefix), plen) != 0) {
+            continue;
+        }
+        char head[128 + 4];
+        vek_snprintf(head, sizeof head, "[%.127s]\r\n", cs(&s->name) + plen);
+        IStrm_write(strm, head, (vek_s32)std::strlen(head));
+        sect_out(s, strm, false, false);
+        count++;
+    }
+    VekStr_delete(&prefix);
+    return count;
+}
+
+VEK_API vek_s32 IniFile_diff(IniFile* oldFile, IniFile* newFile, IniFile* added, IniFile* changed,
+                             IniFile* removed) {
+    doc_check(oldFile, __LINE__);
+    doc_check(newFile, __LINE__);
+    bool differs = false;
+    for (VekListNode* n = newFile->sects.hdr; n; n = n->next) {
+        IniSect* ns = (IniSect*)n;
+        const char* name = cs(&ns->name);
+        IniSect* os = find_sect(oldFile, name);
+        if (!os) {
+            differs = true;
+            if (added) {
+                append_copy(added, ns);
+            }
+            continue;
+        }
+        for (VekListNode* m = ns->fields.hdr; m; m = m->next) {
+            IniField* nf = (IniField*)m;
+            if (!is_valid(nf)) {
+                continue;
+            }
+            IniField* of = find_field(os, cs(&nf->name));
+            if (!of) {
+                differs = true;
+                set_field(added, name, nf);
+            } else if (vek_stricmp(cs(&of->value), cs(&nf->value)) != 0) {
+                differs = true;  // values compare without case, deliberately
+                set_field(changed, name, nf);
+            }
+        }
+        for (VekListNode* m = os->fields.hdr; m; m = m->next) {
+            IniField* of = (IniField*)m;
+            if (is_valid(of) && !find_field(ns, cs(&of->name))) {
+                differs = true;
+                set_field(removed, name, of);
+            }
+        }
+    }
+    for (VekListNode* n = oldFile->sects.hdr; n; n = n->next) {
+        IniSect* os = (IniSect*)n;
+        if (!find_sect(newFile, cs(&os->name))) {
+            differs = true;
+            if (removed) {
+                append_copy(removed, os);
+            }
+        }
+    }
+    return differs ? 1 : 0;
+}
+
+} // extern "C"

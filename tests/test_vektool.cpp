@@ -1,0 +1,71 @@
+/*
+ * vektool ini, through the real program: results, exit codes and messages.
+ */
+#include <string>
+#include "VekTest.h"
+
+namespace {
+
+class Tool {
+  public:
+    Tool() : dir_(vektest::temp_dir("vektool")) {}
+    ~Tool() { vektest::remove_tree(dir_); }
+    std::string path(const std::string& name) const { return dir_ + "/" + name; }
+    /* Runs "vektool <args>", stdout and stderr to files; the exit code. */
+    int run(const std::string& args) {
+#ifdef _WIN32
+        std::string exe = "\"" + vektest::self_dir() + "\\vektool.exe\"";
+#else
+        std::string exe = "'" + vektest::self_dir() + "/vektool'";
+#endif
+        return vektest::run_command(exe + " " + args + " > \"" + path("out") + "\" 2> \"" + path("err") + "\"");
+    }
+    std::string out() const { return vektest::read_file(path("out")); }
+    std::string err() const { return vektest::read_file(path("err")); }
+    std::string q(const std::string& name) const { return "\"" + path(name) + "\""; }
+
+  private:
+    std::string dir_;
+};
+
+} // namespace
+
+using Vektool = VekTest;
+
+TEST_F(Vektool, IniCommands) {
+    Tool t;
+    vektest::write_file(t.path("a.ini"), "; top\r\nname=x\r\n[Net]\r\nHost=a\r\n; end\r\n");
+    EXPECT_EQ(0, t.run("ini get " + t.q("a.ini") + " net HOST"));
+    EXPECT_EQ("a\n", t.out());
+    EXPECT_EQ(1, t.run("ini get " + t.q("a.ini") + " Net Port"));
+    EXPECT_EQ(0, t.run("ini get " + t.q("a.ini") + " - name"));
+    EXPECT_EQ(0, t.run("ini set " + t.q("a.ini") + " Net Port 80"));
+    EXPECT_EQ("; top\r\nname=x\r\n[Net]\r\nHost=a\r\nPort=80\r\n; end\r\n", vektest::read_file(t.path("a.ini")));
+    EXPECT_EQ(0, t.run("ini fmt " + t.q("a.ini")));
+    EXPECT_EQ(vektest::read_file(t.path("a.ini")), t.out());
+    EXPECT_EQ(0, t.run("ini sections " + t.q("a.ini")));
+    EXPECT_NE(std::string::npos, t.out().find("-"));
+    EXPECT_NE(std::string::npos, t.out().find("Net"));
+    vektest::write_file(t.path("b.ini"), "name=y\r\n[Net]\r\nHost=a\r\n[New]\r\nk=v\r\n");
+    EXPECT_EQ(0, t.run("ini diff " + t.q("a.ini") + " " + t.q("b.ini")));
+    EXPECT_EQ("; added\n[New]\r\nk=v\r\n; changed\nname=y\r\n; removed\n[Net]\r\nPort=80\r\n", t.out());
+    EXPECT_EQ(1, t.run("ini del " + t.q("a.ini") + " Net None"));
+    EXPECT_EQ(0, t.run("ini del " + t.q("a.ini") + " Net"));
+    EXPECT_EQ("; top\r\nname=x\r\n", vektest::read_file(t.path("a.ini")));
+}
+
+TEST_F(Vektool, ErrorsExitWithTwoAndAMessage) {
+    Tool t;
+    EXPECT_EQ(2, t.run("ini get " + t.q("missing.ini") + " s k"));
+    EXPECT_NE(std::string::npos, t.err().find("cannot be opened"));
+    EXPECT_EQ(2, t.run("ini get onlyone"));
+    EXPECT_NE(std::string::npos, t.err().find("usage: vektool ini get FILE SECT KEY"));
+    EXPECT_EQ(2, t.run("ini frob"));
+    EXPECT_EQ(2, t.run("nosuchcommand"));
+    vektest::write_file(t.path("long.ini"), "k=" + std::string(2000, 'v') + "\r\n");
+    EXPECT_EQ(2, t.run("ini set " + t.q("long.ini") + " s k v"));
+    EXPECT_NE(std::string::npos, t.err().find("longer than 1024"));
+    EXPECT_EQ(2004u, vektest::read_file(t.path("long.ini")).size());  // never overwritten
+    EXPECT_EQ(0, t.run("--help"));
+    EXPECT_NE(std::string::npos, t.out().find("ini diff OLD NEW"));
+}
