@@ -165,6 +165,15 @@ VEK_API vek_wchar* vek_mutex_fmtw(vek_wchar* name);
 /* The calling process's executable path (UTF-8) into buf of size bytes,
  * always terminated; returns its length, 0 when unknown. */
 VEK_API vek_s32 vek_proc_path__(char* buf, vek_s32 size);
+/* The name of the system-wide mutex that guards a file: str (cleared
+ * first) becomes "Global\FileMutex$" and filePath, formatted as above (so
+ * C:\Data\X.ini gives Global\filemutex$c$$data$x.ini). Returns str's
+ * text. Assertions: "mutexName" for a null str, "!str_noo(filePath)" for
+ * a null or empty path. */
+VEK_API const char* vek_file_mutex__(VekStr* str, const char* filePath);
+/* The same for a process: "Global\ProcMutex$" and procName, or the
+ * calling process's executable path when procName is null or empty. */
+VEK_API const char* vek_proc_mutex__(VekStr* str, const char* procName);
 
 /* ---- semaphores ----
  * A counting semaphore in caller memory (VekSem_init, VekSem_new with mem)

@@ -13,6 +13,7 @@
 #include "AlSync.h"
 #include "VekCall.h"
 #include "VekCore.h"
+#include "VekStr.h"
 #include "VekUni.h"
 
 namespace {
@@ -441,6 +442,53 @@ VEK_API vek_s32 vek_proc_path__(char* buf, vek_s32 size) {
     }
     buf[0] = 0;
     return plat::exe_path(buf, size);
+}
+
+} // extern "C"
+
+namespace {
+
+// "Global\<kind>$<name>" in str, formatted in place as a kernel-object name.
+const char* kobj_name(VekStr* str, const char* kind, const char* name) {
+    VekStr_setf(str, "Global\\%s$%s", kind, name);
+    char* p = VekStr_useBufBeg(str, -1);
+    if (!p) {
+        return VekStr_buf(str);
+    }
+    kobj_fmt(p);
+    VekStr_useBufEnd(str, -1);
+    return VekStr_buf(str);
+}
+
+} // namespace
+
+extern "C" {
+
+VEK_API const char* vek_file_mutex__(VekStr* str, const char* filePath) {
+    if (!str) {
+        vek_assert__("mutexName", __FILE__, __LINE__);
+        return "";
+    }
+    VekStr_clear(str);
+    if (!filePath || !*filePath) {
+        vek_assert__("!str_noo(filePath)", __FILE__, __LINE__);
+        return VekStr_buf(str);
+    }
+    return kobj_name(str, "FileMutex", filePath);
+}
+
+VEK_API const char* vek_proc_mutex__(VekStr* str, const char* procName) {
+    if (!str) {
+        vek_assert__("mutexName", __FILE__, __LINE__);
+        return "";
+    }
+    VekStr_clear(str);
+    char path[3072];
+    if (!procName || !*procName) {
+        vek_proc_path__(path, sizeof path);
+        procName = path;
+    }
+    return kobj_name(str, "ProcMutex", procName);
 }
 
 } // extern "C"

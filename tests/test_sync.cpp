@@ -378,6 +378,19 @@ TEST_F(Sync, KernelObjectNames) {
     vek_s32 n = vek_proc_path__(path, sizeof path);
     EXPECT_GT(n, 0);
     EXPECT_NE(nullptr, std::strstr(path, "test_sync"));
+
+    VekStr name;
+    VekStr_new(&name);
+    EXPECT_STREQ("Global\\filemutex$c$$data$x.ini", vek_file_mutex__(&name, "C:\\Data\\X.ini"));
+    EXPECT_STREQ("Global\\procmutex$modem.exe", vek_proc_mutex__(&name, "Modem.EXE"));
+    std::string own = std::string("Global\\procmutex$") + path;
+    vek_mutex_fmt(&own[0] + 7);  // the executable's own path, formatted
+    EXPECT_EQ(own, vek_proc_mutex__(&name, nullptr));
+    EXPECT_STREQ("", vek_file_mutex__(&name, ""));
+    expect_assert("!str_noo(filePath)");
+    EXPECT_STREQ("", vek_file_mutex__(nullptr, "x"));
+    expect_assert("mutexName");
+    VekStr_delete(&name);
 }
 
 // The record's fields in their order; the 32-bit leg has no padding.
