@@ -10,8 +10,8 @@
 VEK_BEGIN_DECLS
 
 /* Start / stop the layer. Counted: only the first start and the matching
- * last stop act; a stop below zero is an assertion failure. Both return the
- * counter after the change. */
+ * last stop act. Both return the counter after the change; a stop below
+ * zero is an assertion failure that changes nothing and returns -1. */
 VEK_API vek_s32 AlOs_init(void);
 VEK_API vek_s32 AlOs_exit(void);
 

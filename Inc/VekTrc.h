@@ -67,7 +67,7 @@ VEK_API vek_s32 tout_info(VekTrcInfo* info);
 
 /* ---- debug manager ---- */
 VEK_API vek_s32 DbgMng_init(void);  /* counted; returns the count */
-VEK_API vek_s32 DbgMng_exit(void);  /* counted; below zero asserts */
+VEK_API vek_s32 DbgMng_exit(void);  /* counted; below zero asserts, -1 */
 /* Reads the output limits from an INI file: section "DbgMng" key "Level"
  * (default limit), sections "Mod<N>" with key "Level" (limit of module N)
  * and keys "Fld<M>" (limit of field M of module N). Returns 0, or

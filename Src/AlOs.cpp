@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include "AlPlat.h"
 #include "AlOs.h"
+#include "VekCore.h"
 
 struct AlFile {
     std::FILE* fp;
@@ -49,13 +50,7 @@ VEK_API vek_s32 AlOs_init(void) {
 }
 
 VEK_API vek_s32 AlOs_exit(void) {
-    vek_s32 ret = AlAtom_dec(&g_osCnt);
-    if (ret < 0) {
-        low_assert__("ret >= 0", __FILE__, __LINE__);
-        AlAtom_inc(&g_osCnt);
-        return 0;
-    }
-    return ret;
+    return vek::count_down(&g_osCnt, true);
 }
 
 VEK_API void* al_malloc(size_t size) {

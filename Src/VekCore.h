@@ -58,6 +58,12 @@ extern CoreState g_core;
 void load_attach(void* module);
 void load_detach(void);
 
+/* A counted stop: decrements cnt and returns the new count. Going below
+ * zero is the assertion "ret >= 0" (the bare form when low is set, for the
+ * layers that run without the trace); the count is then left at 0 and the
+ * result is -1. */
+vek_s32 count_down(AlAtom* cnt, bool low);
+
 /* The next global handle after the counter at p: never 0, never all ones. */
 inline vek_u32 glb_hnd_next(AlAtom* p) {
     vek_u32 v;

@@ -111,6 +111,19 @@ void emit(const char* text, vek_s32 len) {
     trc_unlock();
 }
 
+/* Formats into a TinyStr (never the tracked heap, which reports through
+ * here) and hands the text to out; returns its length. */
+template <class Out>
+vek_s32 with_text(const char* fmt, va_list va, Out out) {
+    TinyStr t;
+    TinyStr_new(&t);
+    TinyStr_appdvf(&t, fmt, va);
+    vek_s32 n = TinyStr_len(&t);
+    out(TinyStr_buf(&t), n);
+    TinyStr_delete(&t);
+    return n;
+}
+
 /* The record a thread is building between tout_beg and tout_endx. */
 struct ThreadRecord {
     TinyStr text;
@@ -218,15 +231,10 @@ vek_s32 trc_printf(vek_s32 module, vek_s32 field, vek_s32 level, const char* fmt
     if (!trc_active() || !DbgMng_enabled__(nullptr, module, field, level)) {
         return 0;
     }
-    TinyStr t;
-    TinyStr_new(&t);
     va_list va;
     va_start(va, fmt);
-    TinyStr_appdvf(&t, fmt, va);
+    vek_s32 n = with_text(fmt, va, emit);
     va_end(va);
-    vek_s32 n = TinyStr_len(&t);
-    emit(TinyStr_buf(&t), n);
-    TinyStr_delete(&t);
     return n;
 }
 
@@ -262,15 +270,10 @@ VEK_API vek_s32 vek_printf(const char* fmt, ...) {
     if (!vek::trc_active() || !fmt) {
         return 0;
     }
-    TinyStr t;
-    TinyStr_new(&t);
     va_list va;
     va_start(va, fmt);
-    TinyStr_appdvf(&t, fmt, va);
+    vek_s32 n = with_text(fmt, va, emit);
     va_end(va);
-    vek_s32 n = TinyStr_len(&t);
-    emit(TinyStr_buf(&t), n);
-    TinyStr_delete(&t);
     return n;
 }
 
@@ -299,17 +302,14 @@ VEK_API vek_s32 sys_printf(const char* fmt, ...) {
     if (!fmt) {
         return 0;
     }
-    TinyStr t;
-    TinyStr_new(&t);
     va_list va;
     va_start(va, fmt);
-    TinyStr_appdvf(&t, fmt, va);
+    vek_s32 n = with_text(fmt, va, [](const char* text, vek_s32 len) {
+        if (len > 0) {
+            plat::debug_output(text, 0);
+        }
+    });
     va_end(va);
-    vek_s32 n = TinyStr_len(&t);
-    if (n > 0) {
-        plat::debug_output(TinyStr_buf(&t), 0);
-    }
-    TinyStr_delete(&t);
     return n;
 }
 
@@ -350,13 +350,7 @@ VEK_API vek_s32 DbgMng_init(void) {
 }
 
 VEK_API vek_s32 DbgMng_exit(void) {
-    vek_s32 ret = AlAtom_dec(&g_dbgCnt);
-    if (ret < 0) {
-        VEK_ASSERT(ret >= 0);
-        AlAtom_inc(&g_dbgCnt);
-        return 0;
-    }
-    return ret;
+    return vek::count_down(&g_dbgCnt, false);
 }
 
 VEK_API vek_s32 DbgMng_cfgByFile(const char* path) {

@@ -118,13 +118,7 @@ void close_heap(IHeapMon*& mon) {
 }
 
 void load_exit(void) {
-    vek_s32 ret = AlAtom_dec(&g_core.loadCnt);
-    if (ret < 0) {
-        low_assert__("ret >= 0", __FILE__, __LINE__);
-        AlAtom_inc(&g_core.loadCnt);
-        return;
-    }
-    if (ret > 0) {
+    if (vek::count_down(&g_core.loadCnt, true) != 0) {
         return;
     }
     close_heap(g_core.heapMon);
@@ -176,6 +170,20 @@ void find_base_fld(void) {
 } // namespace
 
 namespace vek {
+
+vek_s32 count_down(AlAtom* cnt, bool low) {
+    vek_s32 ret = AlAtom_dec(cnt);
+    if (ret < 0) {
+        if (low) {
+            low_assert__("ret >= 0", __FILE__, __LINE__);
+        } else {
+            vek_assert__("ret >= 0", __FILE__, __LINE__);
+        }
+        AlAtom_inc(cnt);
+        return -1;
+    }
+    return ret;
+}
 
 void load_attach(void* module) {
     sys_printf("proc beg, clk=%ld\n", (long)al_clock());
@@ -257,13 +265,7 @@ VEK_API vek_s32 BaseLib_init(void) {
 }
 
 VEK_API void BaseLib_exit(void) {
-    vek_s32 ret = AlAtom_dec(&g_core.appCnt);
-    if (ret < 0) {
-        VEK_ASSERT(ret >= 0);
-        AlAtom_inc(&g_core.appCnt);
-        return;
-    }
-    if (ret > 0) {
+    if (vek::count_down(&g_core.appCnt, false) != 0) {
         return;
     }
     if (al_thrd_id() != g_core.primTid) {
@@ -601,13 +603,7 @@ VEK_API vek_s32 EvtMng_init(void) {
 }
 
 VEK_API vek_s32 EvtMng_exit(void) {
-    vek_s32 ret = AlAtom_dec(&g_evtMngCnt);
-    if (ret < 0) {
-        VEK_ASSERT(ret >= 0);
-        AlAtom_inc(&g_evtMngCnt);
-        return 0;
-    }
-    return ret;
+    return vek::count_down(&g_evtMngCnt, false);
 }
 
 } // extern "C"

@@ -120,12 +120,17 @@ int save_doc(IniFile* doc, const char* path) {
     return r < 0 ? fail("write", path, r) : 0;
 }
 
+// INI text goes out with its CR LF line ends as they stand.
+void binary_stdout() {
+    std::fflush(stdout);
+#ifdef _WIN32
+    _setmode(_fileno(stdout), _O_BINARY);
+#endif
+}
+
 void write_stdout(IniFile* doc) {
     char* text = nullptr;
     vek_s32 len = IniFile_outBuf(doc, &text);
-#ifdef _WIN32
-    _setmode(_fileno(stdout), _O_BINARY);  // CR LF goes out as it stands
-#endif
     if (len > 0) {
         std::fwrite(text, 1, (size_t)len, stdout);
     }
@@ -213,11 +218,10 @@ int ini_diff(int argc, char** argv) {
     IniFile* parts[3] = {IniFile_new(nullptr), IniFile_new(nullptr), IniFile_new(nullptr)};
     IniFile_diff(oldDoc, newDoc, parts[0], parts[1], parts[2]);
     const char* names[3] = {"added", "changed", "removed"};
+    binary_stdout();
     for (int i = 0; i < 3; i++) {
-        std::printf("; %s\n", names[i]);
-        std::fflush(stdout);
+        std::printf("; %s\r\n", names[i]);
         write_stdout(parts[i]);
-        std::fflush(stdout);
         IniFile_delete(parts[i]);
     }
     IniFile_delete(oldDoc);
@@ -234,6 +238,7 @@ int ini_fmt(int argc, char** argv) {
     if (!doc) {
         return rc;
     }
+    binary_stdout();
     write_stdout(doc);
     IniFile_delete(doc);
     return 0;
