@@ -151,33 +151,64 @@ IniSect* first_sect(IniFile* file) {
     return (IniSect*)file->sects.hdr;
 }
 
-IniSect* find_sect(IniFile* file, const char* name) {
-    if (!name || !*name) {
+unsigned fold_upper(unsigned c) {
+    return c >= 'a' && c <= 'z' ? c - 32 : c;
+}
+
+// Names compare without ASCII case over their whole length: a stored name
+// may hold a NUL byte (loaded from any text), so lengths are explicit.
+bool same_name(const VekStr* stored, const char* name, vek_s32 len) {
+    if (slen(stored) != len) {
+        return false;  // most candidates are passed over here
+    }
+    const char* a = stored->data->buf;
+    for (vek_s32 i = 0; i < len; i++) {
+        if (fold_upper((vek_u8)a[i]) != fold_upper((vek_u8)name[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+IniSect* find_sect_n(IniFile* file, const char* name, vek_s32 len) {
+    if (len == 0) {
         // The nameless section, when there is one, is always the first.
         IniSect* first = first_sect(file);
-        return first && VekStr_len(&first->name) == 0 ? first : nullptr;
+        return first && slen(&first->name) == 0 ? first : nullptr;
     }
-    // Names that differ in length never match without case: most sections
-    // are passed over on one comparison of lengths.
-    vek_s32 len = (vek_s32)std::strlen(name);
     for (VekListNode* n = file->sects.hdr; n; n = n->next) {
         IniSect* s = (IniSect*)n;
-        if (slen(&s->name) == len && vek_stricmp(s->name.data->buf, name) == 0) {
+        if (same_name(&s->name, name, len)) {
             return s;
         }
     }
     return nullptr;
 }
 
-IniField* find_field(IniSect* s, const char* name) {
-    vek_s32 len = (vek_s32)std::strlen(name);
+IniSect* find_sect(IniFile* file, const char* name) {
+    return find_sect_n(file, name, name ? (vek_s32)std::strlen(name) : 0);
+}
+
+IniSect* find_sect_as(IniFile* file, const VekStr* name) {
+    return find_sect_n(file, name->data->buf, slen(name));
+}
+
+IniField* find_field_n(IniSect* s, const char* name, vek_s32 len) {
     for (VekListNode* n = s->fields.hdr; n; n = n->next) {
         IniField* f = (IniField*)n;
-        if (is_valid(f) && slen(&f->name) == len && vek_stricmp(f->name.data->buf, name) == 0) {
+        if (is_valid(f) && same_name(&f->name, name, len)) {
             return f;
         }
     }
     return nullptr;
+}
+
+IniField* find_field(IniSect* s, const char* name) {
+    return find_field_n(s, name, (vek_s32)std::strlen(name));
+}
+
+IniField* find_field_as(IniSect* s, const VekStr* name) {
+    return find_field_n(s, name->data->buf, slen(name));
 }
 
 IniField* lookup(IniFile* file, const char* sect, const char* field) {
@@ -911,7 +942,7 @@ VEK_API vek_s32 IniFile_moveSect(IniFile* file, const char* srcName, const char*
         if (!f) {
             break;
         }
-        IniField* same = existed && is_valid(f) ? find_field(dst, cs(&f->name)) : nullptr;
+        IniField* same = existed && is_valid(f) ? find_field_as(dst, &f->name) : nullptr;
         if (same) {
             field_take(same, f);
             field_delete(f);
@@ -1003,7 +1034,7 @@ VEK_API vek_s32 IniFile_diff(IniFile* oldFile, IniFile* newFile, IniFile* added,
     for (VekListNode* n = newFile->sects.hdr; n; n = n->next) {
         IniSect* ns = (IniSect*)n;
         const char* name = cs(&ns->name);
-        IniSect* os = find_sect(oldFile, name);
+        IniSect* os = find_sect_as(oldFile, &ns->name);
         if (!os) {
             differs = true;
             if (added) {
@@ -1016,7 +1047,7 @@ VEK_API vek_s32 IniFile_diff(IniFile* oldFile, IniFile* newFile, IniFile* added,
             if (!is_valid(nf)) {
                 continue;
             }
-            IniField* of = find_field(os, cs(&nf->name));
+            IniField* of = find_field_as(os, &nf->name);
             if (!of) {
                 differs = true;
                 set_field(added, name, nf);
@@ -1027,7 +1058,7 @@ VEK_API vek_s32 IniFile_diff(IniFile* oldFile, IniFile* newFile, IniFile* added,
         }
         for (VekListNode* m = os->fields.hdr; m; m = m->next) {
             IniField* of = (IniField*)m;
-            if (is_valid(of) && !find_field(ns, cs(&of->name))) {
+            if (is_valid(of) && !find_field_as(ns, &of->name)) {
                 differs = true;
                 set_field(removed, name, of);
             }
@@ -1035,7 +1066,7 @@ VEK_API vek_s32 IniFile_diff(IniFile* oldFile, IniFile* newFile, IniFile* added,
     }
     for (VekListNode* n = oldFile->sects.hdr; n; n = n->next) {
         IniSect* os = (IniSect*)n;
-        if (!find_sect(newFile, cs(&os->name))) {
+        if (!find_sect_as(newFile, &os->name)) {
             differs = true;
             if (removed) {
                 append_copy(removed, os);

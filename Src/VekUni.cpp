@@ -261,6 +261,9 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
         } else if ((c = decode(r)) == 0) {
             break;
         }
+        if (c == 0) {
+            break;  // an overlong form of 0: a 0 result ends the text
+        }
         dst[units++] = order<Swap>(c);
     }
     dst[units] = 0;

@@ -29,11 +29,13 @@ for leg in $legs; do
   fi
   echo "=== $leg: test"
   ctest --preset "$leg" -j "$jobs"
+  echo "=== $leg: vektool info"
   if [ "$leg" = windows-x64 ]; then
-    echo "=== $leg: vektool info"
     cmake/wine-run.sh "build/$leg/bin/vektool.exe" info >/dev/null
     bash scripts/wine.sh stop "$wine_dir"
     wine_dir=""
+  else
+    "build/$leg/bin/vektool" info >/dev/null
   fi
 done
 

@@ -193,6 +193,10 @@ TEST_F(Utf8Buffers, DecodingIntoUnits) {
     EXPECT_EQ(5, utf8_buf_to_wcs_str("\xF0\x9F\x98\x80-\x80\x80-x", 10, dst, 8));
     EXPECT_EQ(u"?-!-x", u16(dst));
     EXPECT_EQ(4, utf8_buf_to_wcs_str("\xF0\x9F\x98\x80-\x80\x80-x", -1, dst, 8));  // 8 bytes
+    // A sequence that decodes to 0 (an overlong form of NUL) ends the text.
+    EXPECT_EQ(1, utf8_buf_to_wcs_str("a\xC0\x80" "b", 4, dst, 8));
+    EXPECT_EQ(1, utf8_buf_to_wcs_str("a\xC0\xC0" "b", 4, dst, 8));
+    EXPECT_EQ(2, utf8_str_to_wcs_str("ab\xE0\x80\x80" "c", dst, 8));
     // Without a length dstSize is also the byte budget.
     EXPECT_EQ(2, utf8_buf_to_wcs_strx("\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E", -1, dst, 4, &more));
     EXPECT_EQ(1, more);
