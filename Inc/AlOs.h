@@ -29,7 +29,7 @@ typedef struct AlMutex {
     void* opaque[8]; /* large enough for a CRITICAL_SECTION or a pthread mutex */
 } AlMutex;
 VEK_API AlMutex* AlMutex_new(AlMutex* mem);   /* initialises mem, returns it */
-VEK_API void AlMutex_delete(AlMutex* mem);
+VEK_API void AlMutex_delete(AlMutex* mem);   /* destroys the lock; mem stays the caller's */
 VEK_API void AlMutex_lock(AlMutex* mem);      /* recursive within one thread */
 VEK_API vek_s32 AlMutex_unlock(AlMutex* mem); /* returns 0 */
 VEK_API vek_s32 AlMutex_trylock(AlMutex* mem);/* non-zero when entered */
@@ -52,7 +52,7 @@ VEK_API vek_s32 AlFile_flush(AlFile* file);  /* 0 or a negative error */
 
 /* ---- memory, threads, clock ---- */
 VEK_API void* al_malloc(size_t size);  /* plain, untracked allocation */
-VEK_API void al_free(void* block);
+VEK_API void al_free(void* block);     /* a block of al_malloc / al_realloc; null is ignored */
 /* Resizes a block of al_malloc, in place where the system can; null (and
  * the block untouched) when out of memory. */
 VEK_API void* al_realloc(void* block, size_t size);

@@ -125,9 +125,16 @@ VEK_API vek_s32 IniFile_moded(const IniFile* file);  /* 1 after any change */
 /* Deletes all sections; sets the modified flag when there was one. */
 VEK_API void IniFile_clear(IniFile* file);
 VEK_API VekList* IniFile_sectList(IniFile* file);   /* of IniSect */
+/* The number of sections, the nameless first one included when there is one. */
 VEK_API vek_s32 IniFile_sectCount(const IniFile* file);
+/* Lookup by name: the section (a null or empty sectName: the nameless one),
+ * or the name/value field fieldName of a section (an empty fieldName is the
+ * assertion "fieldName && *fieldName"). Null when missing. The records
+ * belong to the document: do not keep them across changes to it. */
 VEK_API IniSect* IniFile_findSect(IniFile* file, const char* sectName);
 VEK_API IniField* IniFile_findField(IniFile* file, const char* sectName, const char* fieldName);
+/* 1 when the line is a name/value field, 0 for a comment, a blank line or
+ * any other line kept only to be written back. */
 VEK_API vek_s32 IniField_valid(const IniField* field);
 /* The number of LINES of a section (fields, comments and blank lines), or -25. */
 VEK_API vek_s32 IniFile_fieldCount(IniFile* file, const char* sectName);

@@ -46,6 +46,8 @@ VEK_API void vek_free__(void* block);     /* null is ignored */
 VEK_API vek_s32 vek_heap_chk__(void);
 VEK_API void* vek_set_mpos__(void* block); /* returns block; records nothing */
 VEK_API vek_s32 vek_leak_chking(void);     /* 1 when LeakChkLev >= 1 */
+/* The process heap's allocation and release functions (vek_malloc__ and
+ * vek_free__), for code that takes an allocator as function pointers. */
 VEK_API vek_malloc_fn vek_malloc_func(void);
 VEK_API vek_free_fn vek_free_func(void);
 
@@ -144,7 +146,15 @@ struct ILeakMon {
  * leakChkLev 0 counts only). Returns the interface with one reference. */
 VEK_API ILeakMon* LeakMon_create(const char* name, vek_s32 leakChkLev);
 
-/* ---- the user-interface heap: the same services, a separate monitor ---- */
+/* ---- the user-interface heap ----
+ * The services of the process heap on a separate monitor ("UiHeap", same
+ * configuration), for the user-interface code: a block of ui_malloc or
+ * ui_realloc goes back through ui_free only. ui_malloc: the block or null;
+ * ui_realloc: as the monitor's reallocMem (null block: allocates; size 0:
+ * frees and returns null); ui_free: null is ignored; ui_heap_chk__: the
+ * number of damaged blocks (0 without the monitor); ui_leak_chking: the
+ * leak-checking flag, as vek_leak_chking. Outside the load level (no
+ * monitor) allocation is the assertion "ui_heap_mon" and gives null. */
 VEK_API void* ui_malloc(size_t size);
 VEK_API void* ui_realloc(void* block, size_t size);
 VEK_API void ui_free(void* block);

@@ -82,7 +82,7 @@ VEK_API void VekStr_delete(VekStr* str);
 
 /* ---- access ---- */
 VEK_API const char* VekStr_buf(const VekStr* str);   /* never null; do not write */
-VEK_API vek_s32 VekStr_len(const VekStr* str);
+VEK_API vek_s32 VekStr_len(const VekStr* str);      /* characters in use */
 VEK_API vek_s32 VekStr_size(const VekStr* str);      /* 0 for the empty block */
 VEK_API vek_s32 VekStr_capa(const VekStr* str);      /* size - len - 1, 0 when empty */
 
@@ -129,16 +129,24 @@ VEK_API vek_s32 VekStr_findSubPos(const VekStr* str, const char* sub, vek_s32 st
 /* ---- setting (each empties the string first; returns str) ---- */
 /* Shares other's block (a fixed-buffer source is copied instead). */
 VEK_API VekStr* VekStr_setCstr(VekStr* str, const VekStr* other);
+/* A C string (null or "" empties the string). */
 VEK_API VekStr* VekStr_setStr(VekStr* str, const char* s);
 /* n bytes as they are; null text, a first byte 0 or n 0 empty the string. */
 VEK_API VekStr* VekStr_setStrx(VekStr* str, const char* s, vek_s32 n);
 VEK_API VekStr* VekStr_setChar(VekStr* str, char c);                 /* 0 empties */
 VEK_API VekStr* VekStr_setCharx(VekStr* str, char c, vek_s32 n);     /* n copies */
+/* At most n bytes read from strm, as VekStr_appdStrm. */
 VEK_API VekStr* VekStr_setStrm(VekStr* str, IStrm* strm, vek_s32 n);
 VEK_API VekStr* VekStr_setCwcs(VekStr* str, const VekWcs* wcs);      /* as UTF-8 */
+/* UTF-16 text as UTF-8: the string emptied, then as VekStr_appdWcs and
+ * VekStr_appdWcsx below (with their assertion "len > 0"); setWchar: one
+ * unit, 0 empties. */
 VEK_API VekStr* VekStr_setWcs(VekStr* str, const vek_wchar* w);
 VEK_API VekStr* VekStr_setWcsx(VekStr* str, const vek_wchar* w, vek_s32 n);
 VEK_API VekStr* VekStr_setWchar(VekStr* str, vek_wchar c);
+/* Numbers as the appdLong, appdUlong, appdU64 and appdS64 forms below write
+ * them: "%ld" / "%lu" of a 32-bit value, and the two-word rendering of a
+ * 64-bit value (the decimal value only below 2^32). */
 VEK_API VekStr* VekStr_setLong(VekStr* str, vek_s32 v);
 VEK_API VekStr* VekStr_setUlong(VekStr* str, vek_u32 v);
 VEK_API VekStr* VekStr_setU64(VekStr* str, vek_u64 v);
@@ -148,12 +156,14 @@ VEK_API vek_s32 VekStr_setf(VekStr* str, const char* fmt, ...) VEK_PRINTF(2, 3);
 VEK_API vek_s32 VekStr_setvf(VekStr* str, const char* fmt, va_list args);
 
 /* ---- appending (returns the count added unless stated) ---- */
+/* Another string's text, copied (null adds nothing), or a C string (null
+ * or "" adds nothing). */
 VEK_API vek_s32 VekStr_appdCstr(VekStr* str, const VekStr* other);
 VEK_API vek_s32 VekStr_appdStr(VekStr* str, const char* s);
 /* n bytes (negative: strlen), added even when the first is 0. */
 VEK_API vek_s32 VekStr_appdStrx(VekStr* str, const char* s, vek_s32 n);
-VEK_API vek_s32 VekStr_appdChar(VekStr* str, char c);
-VEK_API vek_s32 VekStr_appdCharx(VekStr* str, char c, vek_s32 n);
+VEK_API vek_s32 VekStr_appdChar(VekStr* str, char c);              /* 0 adds nothing */
+VEK_API vek_s32 VekStr_appdCharx(VekStr* str, char c, vek_s32 n);  /* n copies */
 /* Reads at most n bytes through the stream's read operation, stopping at
  * the first read that delivers nothing; returns the bytes read. */
 VEK_API vek_s32 VekStr_appdStrm(VekStr* str, IStrm* strm, vek_s32 n);

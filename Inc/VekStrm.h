@@ -56,6 +56,10 @@ typedef struct MemStrm {
     vek_s32 rsv[2];         /* reserved, zero */
 } MemStrm;
 
+/* An empty stream whose blocks hold blkSize bytes (1024 when blkSize <= 0),
+ * built in mem or allocated when mem is null; the _xcreatex__ form adds the
+ * first reference and returns the interface, which the caller releases.
+ * Null only when the record cannot be allocated. */
 VEK_API MemStrm* MemStrm_new(MemStrm* mem, vek_s32 blkSize);
 VEK_API IStrm* MemStrm_xcreatex__(MemStrm* mem, vek_s32 blkSize, const char* path, vek_s32 line);
 /* Frees the whole chain, then the record as above. */

@@ -34,7 +34,17 @@ VEK_API const vek_wchar* vek_base_fldw(void);
 /* ---- runtime configuration ----
  * Three sources: system ("VekSys.ini"), debug ("VekDbg.ini") and trace
  * ("VekTrc.ini"), beside the library. A source is a file path and/or an
- * in-memory INI text; the path wins when both are set.
+ * in-memory INI text; the path wins when both are set. */
+#define VEK_RTC_SYS 0
+#define VEK_RTC_DBG 1
+#define VEK_RTC_TRC 2
+/* Replaces a source: path (UTF-8, null for none) and text (null for none;
+ * txtLen negative means up to the terminator). The strings are copied.
+ * Returns 0, or VEK_ERR_BAD_ARG for an unknown source. */
+VEK_API vek_s32 vek_rtc_set_src(vek_s32 source, const char* path, const char* txt, vek_s32 txtLen);
+
+/* Reading a source, vek_<source>_rtc_<op> (the trace source has no value
+ * operations; sect and key are INI section and key names):
  *   _file  the source's path or null
  *   _txt   the source's in-memory text or null
  *   _strm  a new read stream over the source, or null; the caller releases it.
@@ -44,15 +54,9 @@ VEK_API const vek_wchar* vek_base_fldw(void);
  *          opened) into buf of size bytes; returns buf
  *   _nval  atol of the value; def only when the source cannot be opened
  *   _bval  "true"/"false" (any case), else atoi != 0; def only when the
- *          source cannot be opened */
-#define VEK_RTC_SYS 0
-#define VEK_RTC_DBG 1
-#define VEK_RTC_TRC 2
-/* Replaces a source: path (UTF-8, null for none) and text (null for none;
- * txtLen negative means up to the terminator). The strings are copied.
- * Returns 0, or VEK_ERR_BAD_ARG for an unknown source. */
-VEK_API vek_s32 vek_rtc_set_src(vek_s32 source, const char* path, const char* txt, vek_s32 txtLen);
-
+ *          source cannot be opened
+ * The _file and _txt texts are the library's, valid until the source is
+ * replaced. */
 VEK_API const char* vek_sys_rtc_file(void);
 VEK_API const char* vek_dbg_rtc_file(void);
 VEK_API const char* vek_trc_rtc_file(void);
@@ -115,9 +119,14 @@ VEK_API VEK_NORETURN void vek_exit(void);
 VEK_API vek_u32 vek_glb_hnd(void);    /* new process-wide number, never 0 nor 0xFFFFFFFF */
 VEK_API vek_u32 vek_main_tid(void);   /* main thread id; 0 outside the load level */
 VEK_API vek_u32 vek_msec(void);       /* milliseconds of the OS clock */
-VEK_API void vek_sleep(vek_u32 ms);
+VEK_API void vek_sleep(vek_u32 ms);   /* sleeps ms milliseconds (al_sleep) */
+/* The process-wide pseudo-random generator, state = state x 1103515245 +
+ * 12345 (mod 2^32), seeded with the time when the library loads: srand sets
+ * the state, rand gives (state >> 16) & 0x7FFF (0 to 32767), rand_buf fills
+ * n bytes of buf with the low bytes of successive rand results. Not for
+ * secrets; threads drawing at once may get the same number. */
 VEK_API void vek_srand(vek_u32 seed);
-VEK_API vek_s32 vek_rand(void);       /* 0 to 32767 */
+VEK_API vek_s32 vek_rand(void);
 VEK_API void vek_rand_buf(void* buf, vek_s32 n);
 
 /* ---- call stacks ----
