@@ -13,6 +13,9 @@ fi
 if [ "$want" = bench ]; then
   pkgs+=(libinih-dev libglib2.0-dev)
 fi
+if [ "$want" = bench ]; then
+  pkgs+=(zlib1g-dev libssl-dev)
+fi
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
