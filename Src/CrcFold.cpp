@@ -11,8 +11,8 @@
  *     k3 = x^(128+32)   mod P, k4 = x^(128-32)   mod P
  *     k5 = x^64 mod P,  mu = x^64 / P,  and P itself (0x1DB710641).
  * Only SSE2 and PCLMULQDQ are used, so the same code serves 32- and 64-bit
- * builds; the functions carry the target attribute, the file needs no
- * special flags.
+ * builds; the functions carry the target attribute, so the file builds
+ * with the project's usual flags.
  */
 #include "CrcFold.h"
 
