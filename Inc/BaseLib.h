@@ -22,5 +22,6 @@
 #include "VekStrm.h"
 #include "VekList.h"
 #include "IniFile.h"
+#include "VekTime.h"
 
 #endif /* VEK_BASELIB_H */
