@@ -8,7 +8,7 @@ set -euo pipefail
 want=${1:-main}
 pkgs=(cmake make g++ pkg-config)
 if [ "$want" = test ] || [ "$want" = bench ]; then
-  pkgs+=(g++-multilib mingw-w64 wine64 libgtest-dev libbenchmark-dev)
+  pkgs+=(g++-multilib mingw-w64 wine64 libgtest-dev libbenchmark-dev tzdata)
 fi
 if [ "$want" = bench ]; then
   pkgs+=(libinih-dev libglib2.0-dev)
