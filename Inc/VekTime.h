@@ -271,7 +271,9 @@ VEK_API vek_bool VekDur_cmp(const VekDur* a, const VekDur* b);
 /* ---- ISO 8601 ----
  * Decoders return 1 on success, 0 on failure; the record is set with
  * VekDt_init first and on failure holds what was read before the fault.
- * mask reports the fields met (VEK_ISO_*), extended 1 when a separator
+ * mask reports the fields met (VEK_ISO_*; the fraction bit comes with the
+ * seconds, and the zone bit too when the text ends there, zone unknown),
+ * extended 1 when a separator
  * ("-", "/" or ":") was met. The fraction is the digits after "." as a
  * whole number (".5" is 5); the zone is in the ISO sign ("+08:00" is 480,
  * "Z" 0, none VEK_ZONE_UNKNOWN); year 0000 is VEK_DT_UNSET. Output

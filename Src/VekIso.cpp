@@ -129,7 +129,8 @@ bool parse_dt(const char* text, VekDt* dt, vek_s32* mask, vek_s32* ext, bool dat
     if ((r = field2(p, &dt->second)) <= 0) {
         return r == 0;
     }
-    *mask |= VEK_ISO_SECOND;
+    // The fraction bit comes with the seconds, whether digits follow or not.
+    *mask |= VEK_ISO_SECOND | VEK_ISO_FRAC;
     if (*p == '.') {
         // The digits as a whole number, as written: ".5" is 5, ".123" 123.
         vek_s64 v = 0;
@@ -141,7 +142,6 @@ bool parse_dt(const char* text, VekDt* dt, vek_s32* mask, vek_s32* ext, bool dat
             p++;
         }
         dt->millisecond = (vek_s32)v;
-        *mask |= VEK_ISO_FRAC;
     }
     return parse_zone(p, dt, mask, ext);
 }
