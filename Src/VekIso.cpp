@@ -165,6 +165,18 @@ void copy_fields(const VekDt& dt, vek_s32* year, vek_s32* month, vek_s32* day, v
     put(zone, dt.zone);
 }
 
+// A decode into a record, with the optional mask and notation outputs.
+vek_s32 dec_record(const char* text, VekDt* dt, vek_s32* mask, vek_s32* extended, bool dateOnly) {
+    vek_s32 m, e;
+    if (!dt) {
+        return 0;
+    }
+    bool ok = parse_dt(text, dt, &m, &e, dateOnly);
+    put(mask, m);
+    put(extended, e);
+    return ok ? 1 : 0;
+}
+
 // "%0<width>u" of v.
 char* put_u(char* p, vek_u32 v, int width) {
     char tmp[10];
@@ -301,12 +313,9 @@ VEK_API vek_s32 iso_dt_decfx(const char* text, vek_s32* year, vek_s32* month, ve
                              vek_s32* hour, vek_s32* minute, vek_s32* second,
                              vek_s32* fraction, vek_s32* zone, vek_s32* mask, vek_s32* extended) {
     VekDt dt;
-    vek_s32 m, e;
-    bool ok = parse_dt(text, &dt, &m, &e, false);
+    vek_s32 ok = dec_record(text, &dt, mask, extended, false);
     copy_fields(dt, year, month, day, hour, minute, second, fraction, zone);
-    put(mask, m);
-    put(extended, e);
-    return ok ? 1 : 0;
+    return ok;
 }
 
 VEK_API vek_s32 iso_dt_decf(const char* text, vek_s32* year, vek_s32* month, vek_s32* day,
@@ -317,14 +326,7 @@ VEK_API vek_s32 iso_dt_decf(const char* text, vek_s32* year, vek_s32* month, vek
 }
 
 VEK_API vek_s32 iso_dt_decx(const char* text, VekDt* dt, vek_s32* mask, vek_s32* extended) {
-    vek_s32 m, e;
-    if (!dt) {
-        return 0;
-    }
-    bool ok = parse_dt(text, dt, &m, &e, false);
-    put(mask, m);
-    put(extended, e);
-    return ok ? 1 : 0;
+    return dec_record(text, dt, mask, extended, false);
 }
 
 VEK_API vek_s32 iso_dt_dec(const char* text, VekDt* dt) {
@@ -332,14 +334,7 @@ VEK_API vek_s32 iso_dt_dec(const char* text, VekDt* dt) {
 }
 
 VEK_API vek_s32 iso_date_decx(const char* text, VekDt* dt, vek_s32* mask, vek_s32* extended) {
-    vek_s32 m, e;
-    if (!dt) {
-        return 0;
-    }
-    bool ok = parse_dt(text, dt, &m, &e, true);
-    put(mask, m);
-    put(extended, e);
-    return ok ? 1 : 0;
+    return dec_record(text, dt, mask, extended, true);
 }
 
 VEK_API vek_s32 iso_date_dec(const char* text, VekDt* dt) {

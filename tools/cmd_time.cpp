@@ -9,17 +9,21 @@
 
 namespace {
 
-// The text argument, or the first line of standard input for "-".
-bool text_arg(const char* arg, std::string& out) {
-    if (std::strcmp(arg, "-") != 0) {
-        out = arg;
-        return true;
+// The one TEXT argument, or the first line of standard input for "-".
+// Returns -2 when it is there, else the exit code.
+int text_arg(int argc, char** argv, std::string& out) {
+    if (argc != 1) {
+        return vektool::kUsage;
+    }
+    if (std::strcmp(argv[0], "-") != 0) {
+        out = argv[0];
+        return -2;
     }
     if (!vektool::read_input("time", "-", out)) {
-        return false;
+        return vektool::kFailed;
     }
     out = out.substr(0, out.find_first_of("\r\n"));
-    return true;
+    return -2;
 }
 
 void print_str(VekStr* s) {
@@ -48,11 +52,8 @@ int time_now(int argc, char** argv) {
 
 int time_parse(int argc, char** argv) {
     std::string text;
-    if (argc != 1) {
-        return vektool::kUsage;
-    }
-    if (!text_arg(argv[0], text)) {
-        return vektool::kFailed;
+    if (int rc = text_arg(argc, argv, text); rc != -2) {
+        return rc;
     }
     VekDt dt;
     vek_s32 mask, ext;
@@ -80,11 +81,8 @@ int time_parse(int argc, char** argv) {
 
 int time_dur(int argc, char** argv) {
     std::string text;
-    if (argc != 1) {
-        return vektool::kUsage;
-    }
-    if (!text_arg(argv[0], text)) {
-        return vektool::kFailed;
+    if (int rc = text_arg(argc, argv, text); rc != -2) {
+        return rc;
     }
     VekDur d;
     if (!iso_dur_dec(text.c_str(), &d)) {
