@@ -37,6 +37,12 @@
  * Summer time is in force exactly when the current offset differs from the
  * standard one. Both follow the TZ variable as the C library does.
  *
+ * Choices of this library where callers might expect otherwise:
+ * VekDt_cmp returns negative, 0 or positive; VekDt_toMargin(start, end)
+ * measures end - start; VekDt_toMarginx gives that difference in ticks;
+ * the date-only form of VekDt_encDate / VekDt_decDate is the tick count of
+ * the date's midnight; a cleared VekDt output is the VekDt_init state.
+ *
  * System time and file time are the portable records VekSysTime (the
  * 16-byte layout of a Win32 SYSTEMTIME) and VekFileTime (a FILETIME: the
  * 100 ns count since 1601 in two 32-bit halves), converted by portable
@@ -224,7 +230,8 @@ VEK_API vek_bool VekTime_noo(const VekTime* time); /* 1 when all seven are 0 */
 /* Same as VekDt_isEst. */
 VEK_API vek_s32 VekTime_isEstivalTime(vek_s32* bias, vek_s32* daylightBias);
 /* Move by the current zone (bias, plus the daylight bias in summer time):
- * local = utc - zone, utc = local + zone. The daylight flag is copied.
+ * local = utc - zone, utc = local + zone. The daylight flag is copied (a
+ * VekTime has no millisecond field to clear).
  * Outside 1601-2093 the output is cleared. */
 VEK_API void VekTime_utcToLocal(const VekTime* utc, VekTime* local);
 VEK_API void VekTime_localToUtc(const VekTime* local, VekTime* utc);
