@@ -23,5 +23,6 @@
 #include "VekList.h"
 #include "IniFile.h"
 #include "VekMd5.h"
+#include "VekTime.h"
 
 #endif /* VEK_BASELIB_H */

@@ -9,6 +9,7 @@
 #define VEK_ALPLAT_H
 
 #include <cstdio>
+#include <ctime>
 #include "VekType.h"
 #include "VekVos.h"
 
@@ -85,6 +86,14 @@ struct LocalTime {
     vek_s32 year, month, day, hour, minute, second, msec;
 };
 void local_time(LocalTime* out);
+
+/* The current time zone (AlTime / WinTime): bias and daylight bias in
+ * minutes with UTC = local + bias; returns 1 when summer time is in force
+ * now, else 0. Windows: the system's time-zone information and the
+ * "ActiveTimeBias" registry value; POSIX: localtime_r, see VekTime.h. */
+vek_s32 zone_info(vek_s32* bias, vek_s32* daylightBias);
+/* t broken down as local time (thread-safe localtime); false on failure. */
+bool local_tm(time_t t, std::tm* out);
 
 /* 1 when the calling thread owns windows or a message queue (a UI thread). */
 vek_s32 is_ui_thread(void);

@@ -10,6 +10,7 @@ int main(void) {
     VekStr vs;
     void* p;
     vek_handle evt;
+    VekDt dt;
     TinyStr_new(&ts);
     TinyStr_appdf(&ts, "%d+%d", 1, 2);
     vek_snprintf(buf, sizeof buf, "%s", TinyStr_buf(&ts));
@@ -23,6 +24,10 @@ int main(void) {
     VekStr_new(&vs);
     VekStr_appdf(&vs, "%s", buf);
     if (VekStr_len(&vs) != 3) {
+        return 1;
+    }
+    /* "20120822T101530.0Z": the fraction bit comes with the seconds */
+    if (!iso_dt_dec("2012-08-22T10:15:30Z", &dt) || iso_dt_enc(&vs, &dt) != 18) {
         return 1;
     }
     VekStr_delete(&vs);
