@@ -21,6 +21,11 @@
 #include "VekData.h"
 #include "VekStrm.h"
 #include "VekList.h"
+#include "VekQue.h"
+#include "ProtBuf.h"
+#include "IdUtil.h"
+#include "VekVect.h"
+#include "VekStack.h"
 #include "IniFile.h"
 
 #endif /* VEK_BASELIB_H */
