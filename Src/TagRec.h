@@ -14,12 +14,18 @@
 
 namespace vek {
 
+/* The failure path of tag_check, kept out of line so that the callers'
+ * fast paths need no stack frame. */
+[[gnu::cold, gnu::noinline]] inline void tag_fail(const char* file, vek_s32 line) {
+    ObjUtil_crashExit(file, line);
+}
+
 /* rec when its tag carries mark; otherwise the process ends through
  * ObjUtil_crashExit(file, line). Inline: every container call runs it. */
 template <class T>
 inline T* tag_check(T* rec, vek_u32 mark, const char* file, vek_s32 line) {
-    if (!rec || (rec->tag & VEK_CLS_MASK) != mark) {
-        ObjUtil_crashExit(file, line);
+    if (__builtin_expect(!rec || (rec->tag & VEK_CLS_MASK) != mark, 0)) {
+        tag_fail(file, line);
     }
     return rec;
 }

@@ -30,24 +30,32 @@ vek_s32 used(const Q* _this) {
     return d < 0 ? d + _this->bufSize : d;
 }
 
-// The entries after checking that the indices make sense; a broken pair is
-// traced and asserted, and the count is then computed all the same.
+// A broken index pair: traced and asserted (out of line, off the fast path).
 template <class Q>
-vek_s32 checked_used(Q* _this) {
+[[gnu::cold, gnu::noinline]] void report_broken(Q* _this, vek_s32 err) {
+    vek_printf("fault err(%d,t=%d,h=%d,bs=%d,p=%p)", (int)err, (int)_this->tail, (int)_this->head,
+               (int)_this->bufSize, (void*)_this);
+    VEK_ASSERT(err > -_this->bufSize && err < _this->bufSize);
+}
+
+// The entries after checking that the indices make sense: tail - head must
+// lie strictly between -bufSize and bufSize (one unsigned comparison). A
+// broken pair is reported, and the count is then computed all the same.
+template <class Q>
+inline vek_s32 checked_used(Q* _this) {
     vek_s32 err = _this->tail - _this->head;
-    if (!(err > -_this->bufSize && err < _this->bufSize)) {
-        vek_printf("fault err(%d,t=%d,h=%d,bs=%d,p=%p)", (int)err, (int)_this->tail, (int)_this->head,
-                   (int)_this->bufSize, (void*)_this);
-        VEK_ASSERT(err > -_this->bufSize && err < _this->bufSize);
+    vek_u32 bs = (vek_u32)_this->bufSize;
+    if (__builtin_expect((vek_u32)err + bs - 1u > bs * 2u - 2u, 0)) {
+        report_broken(_this, err);
     }
-    return used(_this);
+    return err < 0 ? err + _this->bufSize : err;
 }
 
 // Whether put may write at tail: room left and a tail inside the storage
 // (a broken tail must not send the write outside it).
 template <class Q>
-bool can_put(Q* _this, vek_s32 capa) {
-    return checked_used(_this) < capa && _this->tail >= 0 && _this->tail < _this->bufSize;
+inline bool can_put(Q* _this, vek_s32 capa) {
+    return checked_used(_this) < capa && (vek_u32)_this->tail < (vek_u32)_this->bufSize;
 }
 
 vek_s32 advance(vek_s32 idx, vek_s32 n, vek_s32 bufSize) {
