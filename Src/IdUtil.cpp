@@ -38,6 +38,20 @@ vek_s32 at_least_one(vek_s32 n, const char* expr, vek_s32 line) {
     return n;
 }
 
+// A map record and its table of bytes bytes: both, or neither (null).
+template <class M, class T>
+M* map_alloc(size_t bytes, T** table) {
+    M* m = (M*)vek_malloc__(sizeof(M));
+    T* t = (T*)vek_malloc__(bytes);
+    if (!m || !t) {
+        vek_free__(m);
+        vek_free__(t);
+        return nullptr;
+    }
+    *table = t;
+    return m;
+}
+
 char* slot_of(const StrMap* m, vek_s32 id) {
     return m->buf + (size_t)id * (size_t)m->width;
 }
@@ -186,11 +200,9 @@ VEK_API vek_s32 IntDictEnum_next(IntDictEnum* en, vek_u32* key, vek_u32* value) 
 
 VEK_API IntMap* IntMap_new(vek_s32 slotNum) {
     slotNum = at_least_one(slotNum, "slotNum >= 1", __LINE__);
-    IntMap* m = (IntMap*)vek_malloc__(sizeof(IntMap));
-    vek_u32* slots = (vek_u32*)vek_malloc__(sizeof(vek_u32) * (size_t)slotNum);
-    if (!m || !slots) {
-        vek_free__(m);
-        vek_free__(slots);
+    vek_u32* slots;
+    IntMap* m = map_alloc<IntMap>(sizeof(vek_u32) * (size_t)slotNum, &slots);
+    if (!m) {
         return nullptr;
     }
     m->slots = slots;
@@ -286,11 +298,9 @@ VEK_API StrMap* StrMap_new(vek_s32 width, vek_s32 slotNum) {
         width = width < 1 ? 1 : width;
         slotNum = slotNum < 1 ? 1 : slotNum;
     }
-    StrMap* m = (StrMap*)vek_malloc__(sizeof(StrMap));
-    char* buf = (char*)vek_malloc__((size_t)width * (size_t)slotNum);
-    if (!m || !buf) {
-        vek_free__(m);
-        vek_free__(buf);
+    char* buf;
+    StrMap* m = map_alloc<StrMap>((size_t)width * (size_t)slotNum, &buf);
+    if (!m) {
         return nullptr;
     }
     m->buf = buf;

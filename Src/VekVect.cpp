@@ -22,14 +22,21 @@ BlkVect* blk_vect(BlkVect* v, vek_s32 line) {
     return vek::tag_check(v, BLKVECT_TAG, kSrc, line);
 }
 
-// A copy of the first used bytes of old in a new block of bytes; null (old
-// kept) when memory runs out.
-void* grown(const void* old, size_t used, size_t bytes) {
-    void* p = vek_malloc__(bytes);
-    if (p && used) {
-        std::memcpy(p, old, used);
+// Grows a full table by exactly one element of ele bytes, copying the
+// count used ones; false (table unchanged) when memory runs out.
+template <class T>
+bool grow_by_one(T*& tab, vek_s32& size, vek_s32 count, size_t ele) {
+    T* p = (T*)vek_malloc__(ele * ((size_t)size + 1));
+    if (!p) {
+        return false;
     }
-    return p;
+    if (count) {
+        std::memcpy(p, tab, ele * (size_t)count);
+    }
+    vek_free__(tab);
+    tab = p;
+    size++;
+    return true;
 }
 
 template <class V>
@@ -84,15 +91,8 @@ VEK_API vek_s32 PtrVect_add(PtrVect* vec, void* ptr) {
         VEK_ASSERT(ptr);
         return VEK_ERR_BAD_ARG;
     }
-    if (_this->count >= _this->size) {
-        void** tab = (void**)grown(_this->tab, sizeof(void*) * (size_t)_this->count,
-                                   sizeof(void*) * ((size_t)_this->size + 1));
-        if (!tab) {
-            return VEK_ERR_FULL;
-        }
-        vek_free__(_this->tab);
-        _this->tab = tab;
-        _this->size++;
+    if (_this->count >= _this->size && !grow_by_one(_this->tab, _this->size, _this->count, sizeof(void*))) {
+        return VEK_ERR_FULL;
     }
     _this->tab[_this->count++] = ptr;
     return 0;
@@ -167,14 +167,8 @@ VEK_API vek_s32 BlkVect_add(BlkVect* vec, const void* rec) {
         return VEK_ERR_BAD_ARG;
     }
     size_t ele = (size_t)_this->eleSize;
-    if (_this->count >= _this->size) {
-        vek_u8* tab = (vek_u8*)grown(_this->tab, ele * (size_t)_this->count, ele * ((size_t)_this->size + 1));
-        if (!tab) {
-            return VEK_ERR_FULL;
-        }
-        vek_free__(_this->tab);
-        _this->tab = tab;
-        _this->size++;
+    if (_this->count >= _this->size && !grow_by_one(_this->tab, _this->size, _this->count, ele)) {
+        return VEK_ERR_FULL;
     }
     std::memcpy(_this->tab + ele * (size_t)_this->count, rec, ele);
     return _this->count++;

@@ -13,21 +13,11 @@
 #include <string>
 #include <vector>
 #include "BaseLib.h"
+#include "FuzzReader.h"
 
 namespace {
 
-struct Reader {
-    const uint8_t* p;
-    size_t n;
-    bool more() const { return n > 0; }
-    uint32_t byte() {
-        if (!n) {
-            return 0;
-        }
-        n--;
-        return *p++;
-    }
-};
+using vekfuzz::Reader;
 
 void expect(bool ok) {
     if (!ok) {
