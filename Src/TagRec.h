@@ -15,9 +15,11 @@
 namespace vek {
 
 /* The failure path of tag_check, kept out of line so that the callers'
- * fast paths need no stack frame. */
-[[gnu::cold, gnu::noinline]] inline void tag_fail(const char* file, vek_s32 line) {
+ * fast paths need no stack frame. The crash exit ends the process whatever
+ * the fault dialog answers, so nothing follows it. */
+[[noreturn, gnu::cold, gnu::noinline]] inline void tag_fail(const char* file, vek_s32 line) {
     ObjUtil_crashExit(file, line);
+    __builtin_unreachable();
 }
 
 /* rec when its tag carries mark; otherwise the process ends through

@@ -30,35 +30,66 @@ vek_s32 used(const Q* _this) {
     return d < 0 ? d + _this->bufSize : d;
 }
 
+// The index check: tail - head must lie strictly between -bufSize and
+// bufSize (one unsigned comparison).
+template <class Q>
+inline bool indices_broken(const Q* _this) {
+    vek_u32 err = (vek_u32)(_this->tail - _this->head);
+    vek_u32 bs = (vek_u32)_this->bufSize;
+    return __builtin_expect(err + bs - 1u > bs * 2u - 2u, 0);
+}
+
 // A broken index pair: traced and asserted (out of line, off the fast path).
 template <class Q>
-[[gnu::cold, gnu::noinline]] void report_broken(Q* _this, vek_s32 err) {
+[[gnu::cold, gnu::noinline]] void report_broken(Q* _this) {
+    vek_s32 err = _this->tail - _this->head;
     vek_printf("fault err(%d,t=%d,h=%d,bs=%d,p=%p)", (int)err, (int)_this->tail, (int)_this->head,
                (int)_this->bufSize, (void*)_this);
     VEK_ASSERT(err > -_this->bufSize && err < _this->bufSize);
 }
 
-// The entries after checking that the indices make sense: tail - head must
-// lie strictly between -bufSize and bufSize (one unsigned comparison). A
-// broken pair is reported, and the count is then computed all the same.
+// The entries after the index check; a broken pair is reported, and the
+// count is then computed all the same.
 template <class Q>
-inline vek_s32 checked_used(Q* _this) {
-    vek_s32 err = _this->tail - _this->head;
-    vek_u32 bs = (vek_u32)_this->bufSize;
-    if (__builtin_expect((vek_u32)err + bs - 1u > bs * 2u - 2u, 0)) {
-        report_broken(_this, err);
+vek_s32 checked_used(Q* _this) {
+    if (indices_broken(_this)) {
+        report_broken(_this);
     }
-    return err < 0 ? err + _this->bufSize : err;
+    return used(_this);
 }
 
-// Whether put may write at tail: room left and a tail inside the storage
-// (a broken tail must not send the write outside it).
-template <class Q>
-inline bool can_put(Q* _this, vek_s32 capa) {
-    return checked_used(_this) < capa && (vek_u32)_this->tail < (vek_u32)_this->bufSize;
+vek_s32 advance(vek_s32 idx, vek_s32 n, vek_s32 bufSize);
+
+// One entry at tail when there is room and tail lies inside the storage (a
+// broken tail must not send the write outside it): 1, else 0.
+template <class Q, class V>
+inline vek_s32 put_one(Q* _this, V* slots, V v, vek_s32 capa) {
+    vek_s32 t = _this->tail, bs = _this->bufSize;
+    if (used(_this) >= capa || (vek_u32)t >= (vek_u32)bs) {
+        return 0;
+    }
+    slots[t] = v;
+    _this->tail = t + 1 == bs ? 0 : t + 1;
+    return 1;
 }
 
-vek_s32 advance(vek_s32 idx, vek_s32 n, vek_s32 bufSize) {
+template <class Q, class V>
+[[gnu::cold, gnu::noinline]] vek_s32 put_reported(Q* _this, V* slots, V v, vek_s32 capa) {
+    report_broken(_this);
+    return put_one(_this, slots, v, capa);
+}
+
+// put checks the indices as size does; the check's slow path is a tail call
+// so that the common case runs without a stack frame.
+template <class Q, class V>
+inline vek_s32 ring_put(Q* _this, V* slots, V v, vek_s32 capa) {
+    if (indices_broken(_this)) {
+        return put_reported(_this, slots, v, capa);
+    }
+    return put_one(_this, slots, v, capa);
+}
+
+inline vek_s32 advance(vek_s32 idx, vek_s32 n, vek_s32 bufSize) {
     idx += n;
     return idx >= bufSize ? idx - bufSize : idx;
 }
@@ -191,12 +222,7 @@ VEK_API void* PtrQue_peek(PtrQue* que) {
 
 VEK_API vek_s32 PtrQue_put(PtrQue* que, void* ptr) {
     PtrQue* _this = ptr_que(que, __LINE__);
-    if (!can_put(_this, _this->bufSize - 1)) {
-        return 0;
-    }
-    _this->buf[_this->tail] = ptr;
-    _this->tail = advance(_this->tail, 1, _this->bufSize);
-    return 1;
+    return ring_put(_this, _this->buf, ptr, _this->bufSize - 1);
 }
 
 /* ---- ByteQue ---- */
@@ -293,12 +319,7 @@ VEK_API vek_s32 ByteQue_skip(ByteQue* que, vek_s32 n) {
 
 VEK_API vek_s32 ByteQue_put(ByteQue* que, vek_u8 byte) {
     ByteQue* _this = byte_que(que, __LINE__);
-    if (!can_put(_this, _this->capa)) {
-        return 0;
-    }
-    _this->buf[_this->tail] = byte;
-    _this->tail = advance(_this->tail, 1, _this->bufSize);
-    return 1;
+    return ring_put(_this, _this->buf, byte, _this->capa);
 }
 
 VEK_API vek_s32 ByteQue_puts(ByteQue* que, const void* src, vek_s32 n) {
