@@ -17,6 +17,9 @@
  * len and tail; the record that carries the storage (the one directly in
  * front of head) lives on until the last record of the storage is deleted.
  * Buffers hold no lock.
+ *
+ * The record is 44 bytes on 32-bit builds (the reserved last word keeps it
+ * so); head lies sizeof(ProtBuf) bytes behind the carrier's address.
  */
 #ifndef VEK_PROTBUF_H
 #define VEK_PROTBUF_H
@@ -54,7 +57,9 @@ struct ProtBufList {
 };
 
 /* A buffer for a payload of size bytes, with 16 bytes of head room and an
- * empty packet. The allocation is asserted; null when memory runs out. */
+ * empty packet, in one allocation of ((size + 31) rounded down to 16) +
+ * sizeof(ProtBuf) + 4 bytes. The allocation is asserted ("pb"); null when
+ * memory runs out. */
 VEK_API ProtBuf* ProtBuf_new(vek_u32 size);
 /* Back to the state just after ProtBuf_new (links, pointers, len, counts),
  * keeping the storage. Meant for a buffer that shares its storage with no

@@ -56,7 +56,7 @@ typedef void (*PtrQueDelFunc)(void* ptr);
  * Null pointers should not be queued: get and peek answer null for empty. */
 
 /* Builds a queue of capa pointers in que, or in a new record when que is
- * null. Returns the queue; null when que is null and memory runs out (a
+ * null (assertion "capa >= 0"; 0 is used then). Returns the queue; null when que is null and memory runs out (a
  * queue whose slots could not be allocated has capacity 0). */
 VEK_API PtrQue* PtrQue_new(PtrQue* que, vek_s32 capa);
 /* Frees the slots and, when PtrQue_new allocated it, the record. */
@@ -75,12 +75,14 @@ VEK_API vek_s32 PtrQue_put(PtrQue* que, void* ptr);
 /* ---- ByteQue ---- */
 
 /* A ring of capa bytes of its own (storage of capa + 4 bytes, own 1) in que,
- * or in a new record when que is null. Returns the queue; null when que is
+ * or in a new record when que is null (assertion "capa >= 0"; 0 is used
+ * then). Returns the queue; null when que is
  * null and memory runs out (a ring whose storage could not be allocated has
  * capacity 0). */
 VEK_API ByteQue* ByteQue_new(ByteQue* que, vek_s32 capa);
 /* A ring over the caller's buffer of size bytes (capacity size - 1, own 0);
- * the buffer stays the caller's. */
+ * the buffer stays the caller's. A null buffer or a size below 1 is the
+ * assertion "buf && size >= 1" and gives a ring of capacity 0. */
 VEK_API ByteQue* ByteQue_newx(ByteQue* que, void* buf, vek_s32 size);
 /* Frees the storage when the queue owns it, and the record when
  * ByteQue_new / ByteQue_newx allocated it. */
@@ -94,14 +96,16 @@ VEK_API void ByteQue_clear(ByteQue* que);
 VEK_API vek_s32 ByteQue_get(ByteQue* que);
 VEK_API vek_s32 ByteQue_peek(ByteQue* que);
 /* Copy up to n bytes (as many as are queued) to dst, removing them (gets)
- * or not (peeks). Return the count, 0 when empty. */
+ * or not (peeks). Return the count, 0 when empty or n <= 0 (a null dst
+ * with bytes to copy is the assertion "dst", and 0). */
 VEK_API vek_s32 ByteQue_gets(ByteQue* que, void* dst, vek_s32 n);
 VEK_API vek_s32 ByteQue_peeks(ByteQue* que, void* dst, vek_s32 n);
 /* Discards up to n bytes; returns the count discarded. */
 VEK_API vek_s32 ByteQue_skip(ByteQue* que, vek_s32 n);
 /* Appends one byte: 1, or 0 when full. */
 VEK_API vek_s32 ByteQue_put(ByteQue* que, vek_u8 byte);
-/* Appends as many of the n bytes as fit: the count stored, 0 when full. */
+/* Appends as many of the n bytes as fit: the count stored, 0 when full or
+ * n <= 0 (a null src with room to write is the assertion "src", and 0). */
 VEK_API vek_s32 ByteQue_puts(ByteQue* que, const void* src, vek_s32 n);
 /* Appends all n bytes or none: n, or 0 (nothing stored) when fewer than n
  * bytes are free. */

@@ -254,6 +254,27 @@ TEST_F(QueTest, BrokenIndicesAreTracedAndAsserted) {
     ByteQue_delete(&bq);
 }
 
+TEST_F(QueTest, BadArgumentsLeaveUsableEmptyQueues) {
+    PtrQue pq;
+    EXPECT_ASSERT("capa >= 0", PtrQue_new(&pq, -1));
+    EXPECT_TRUE(PtrQue_capa(&pq) == 0 && PtrQue_put(&pq, ptr(1)) == 0 && !PtrQue_get(&pq));
+    PtrQue_delete(&pq);
+    ByteQue bq;
+    EXPECT_ASSERT("capa >= 0", ByteQue_new(&bq, -5));
+    EXPECT_TRUE(ByteQue_capa(&bq) == 0 && ByteQue_put(&bq, 1) == 0);
+    ByteQue_delete(&bq);
+    EXPECT_ASSERT("buf && size >= 1", ByteQue_newx(&bq, nullptr, 8));
+    EXPECT_TRUE(ByteQue_capa(&bq) == 0 && ByteQue_puts(&bq, "ab", 2) == 0 && ByteQue_get(&bq) == VEK_ERR_QUEUE_EMPTY);
+    ByteQue_delete(&bq);
+    ByteQue_new(&bq, 8);
+    EXPECT_ASSERT("src", EXPECT_EQ(0, ByteQue_puts(&bq, nullptr, 2)));
+    ByteQue_putf(&bq, "abc", 3);
+    EXPECT_ASSERT("dst", EXPECT_EQ(0, ByteQue_gets(&bq, nullptr, 2)));
+    EXPECT_EQ(0, ByteQue_gets(&bq, nullptr, -1));
+    EXPECT_EQ(3, ByteQue_size(&bq));
+    ByteQue_delete(&bq);
+}
+
 TEST_F(QueTest, ForeignRecordsEndTheProcess) {
     PtrQue pq;
     PtrQue_new(&pq, 1);
