@@ -147,7 +147,7 @@ VEK_API vek_s32 StrMap_add(StrMap* map, const char* str, vek_s32* id);
  * index (existing or new) in id, or StrMap_add's error. */
 VEK_API vek_s32 StrMap_uadd(StrMap* map, const char* str, vek_s32* id);
 /* The text of a slot in use, or null (free slot, id out of range). */
-VEK_API const char* StrMap_get(StrMap* map, vek_s32 id);
+VEK_API char* StrMap_get(StrMap* map, vek_s32 id);
 /* Stores str (cut to width - 1) at id, doubling the storage until id lies
  * inside it; count follows the slot's change between free and used (an
  * empty str frees the slot). 0; VEK_ERR_FULL for a negative id or when the

@@ -49,7 +49,8 @@ typedef struct ProtBuf {
 } ProtBuf;
 
 /* A list head is its own sentinel: next and prev sit where a buffer keeps
- * them, so an empty list points to itself. */
+ * them, so an empty list points to itself (ProtBufList_init). An all-zero
+ * head counts as empty as well. */
 struct ProtBufList {
     ProtBuf* next;  /* first buffer, or the list itself when empty */
     ProtBuf* prev;  /* last buffer, or the list itself when empty */

@@ -339,11 +339,11 @@ VEK_API vek_s32 StrMap_uadd(StrMap* map, const char* str, vek_s32* id) {
     return StrMap_find(map, str, id) == 1 ? 0 : StrMap_add(map, str, id);
 }
 
-VEK_API const char* StrMap_get(StrMap* map, vek_s32 id) {
+VEK_API char* StrMap_get(StrMap* map, vek_s32 id) {
     if (id < 0 || id >= map->slotNum) {
         return nullptr;
     }
-    const char* slot = slot_of(map, id);
+    char* slot = slot_of(map, id);
     return slot[0] ? slot : nullptr;
 }
 

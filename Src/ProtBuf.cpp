@@ -62,6 +62,15 @@ ProtBuf*& prev_of(ProtBuf* node) {
     return *reinterpret_cast<ProtBuf**>(reinterpret_cast<char*>(node) + offsetof(ProtBuf, prev));
 }
 
+// A zeroed head is taken as an empty list: it is made to point to itself
+// before the first link.
+ProtBufList* ready(ProtBufList* list) {
+    if (!list->next) {
+        ProtBufList_init(list);
+    }
+    return list;
+}
+
 void link_between(ProtBufList* list, ProtBuf* pb, ProtBuf* before, ProtBuf* after) {
     pb->list = list;
     pb->prev = before;
@@ -170,10 +179,12 @@ VEK_API ProtBufList* ProtBufList_init(ProtBufList* list) {
 }
 
 VEK_API void ProtBufList_queueTail(ProtBufList* list, ProtBuf* pb) {
+    ready(list);
     link_between(list, pb, list->prev, sentinel(list));
 }
 
 VEK_API void ProtBufList_queueHead(ProtBufList* list, ProtBuf* pb) {
+    ready(list);
     link_between(list, pb, sentinel(list), list->next);
 }
 
@@ -201,7 +212,7 @@ VEK_API ProtBuf* ProtBufList_dequeueTail(ProtBufList* list) {
 }
 
 VEK_API ProtBuf* ProtBufList_peek(ProtBufList* list) {
-    return list->next == sentinel(list) ? nullptr : list->next;
+    return list->next == sentinel(list) ? nullptr : list->next;  // null for a zeroed head too
 }
 
 VEK_API ProtBuf* ProtBufList_peekTail(ProtBufList* list) {

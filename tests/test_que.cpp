@@ -378,6 +378,12 @@ TEST_F(QueTest, ProtBufListIsItsOwnSentinel) {
     EXPECT_EQ(b[1], ProtBufList_dequeue(&list));
     EXPECT_TRUE(!b[1]->next && !b[1]->prev && !b[1]->list);
     EXPECT_TRUE(list.next == (ProtBuf*)&list && list.prev == (ProtBuf*)&list && list.len == 0);
+
+    ProtBufList zeroed = {};  // counts as empty
+    EXPECT_TRUE(!ProtBufList_peek(&zeroed) && !ProtBufList_peekTail(&zeroed) && !ProtBufList_dequeue(&zeroed));
+    ProtBufList_queueHead(&zeroed, b[3]);
+    EXPECT_EQ(b[3], ProtBufList_dequeueTail(&zeroed));
+    EXPECT_TRUE(zeroed.next == (ProtBuf*)&zeroed && zeroed.len == 0);
     for (auto& p : b) {
         ProtBuf_delete(p);
     }
