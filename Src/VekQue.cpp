@@ -58,8 +58,6 @@ vek_s32 checked_used(Q* _this) {
     return used(_this);
 }
 
-vek_s32 advance(vek_s32 idx, vek_s32 n, vek_s32 bufSize);
-
 // One entry at tail when there is room and tail lies inside the storage (a
 // broken tail must not send the write outside it): 1, else 0.
 template <class Q, class V>
