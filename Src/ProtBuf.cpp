@@ -54,6 +54,9 @@ ProtBuf* sentinel(ProtBufList* list) {
     return reinterpret_cast<ProtBuf*>(list);
 }
 
+// The links of a node that may be the list head: reached by offset, so a
+// head (which is no ProtBuf) is only ever read and written as the two
+// pointers it really has.
 ProtBuf*& next_of(ProtBuf* node) {
     return *reinterpret_cast<ProtBuf**>(reinterpret_cast<char*>(node) + offsetof(ProtBuf, next));
 }
