@@ -9,29 +9,11 @@
 #include <cstring>
 #include <string>
 #include "BaseLib.h"
+#include "FuzzReader.h"
 
 namespace {
 
-struct Reader {
-    const uint8_t* p;
-    size_t n;
-    bool more() const { return n > 0; }
-    uint32_t byte() {
-        if (!n) {
-            return 0;
-        }
-        n--;
-        return *p++;
-    }
-    std::string bytes(size_t max) {
-        size_t k = byte() % (max + 1);
-        k = k < n ? k : n;
-        std::string s((const char*)p, k);
-        p += k;
-        n -= k;
-        return s;
-    }
-};
+using vekfuzz::Reader;
 
 void check(const VekStr* s, const std::string& model) {
     if ((size_t)VekStr_len(s) != model.size() || std::memcmp(VekStr_buf(s), model.data(), model.size()) != 0 ||

@@ -11,6 +11,8 @@ int main(void) {
     void* p;
     vek_handle evt;
     VekDt dt;
+    PtrQue que;
+    ProtBuf* pb;
     TinyStr_new(&ts);
     TinyStr_appdf(&ts, "%d+%d", 1, 2);
     vek_snprintf(buf, sizeof buf, "%s", TinyStr_buf(&ts));
@@ -31,6 +33,13 @@ int main(void) {
         return 1;
     }
     VekStr_delete(&vs);
+    PtrQue_new(&que, 2);
+    pb = ProtBuf_new(8);
+    if (PtrQue_put(&que, pb) != 1 || PtrQue_get(&que) != pb || ProtBuf_put(pb, 8) == NULL) {
+        return 1;
+    }
+    ProtBuf_delete(pb);
+    PtrQue_delete(&que);
     p = vek_malloc__(16);
     vek_free__(p);
     if (vek_heap_stat(&st) != 0 || strcmp(buf, "1+2") != 0 || vek_glb_hnd() == 0) {
