@@ -22,5 +22,8 @@
 #include "VekStrm.h"
 #include "VekList.h"
 #include "IniFile.h"
+#include "CsvUtil.h"
+#include "VekEnc.h"
+#include "MimeHdr.h"
 
 #endif /* VEK_BASELIB_H */
