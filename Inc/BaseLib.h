@@ -22,6 +22,7 @@
 #include "VekStrm.h"
 #include "VekList.h"
 #include "IniFile.h"
+#include "VekTime.h"
 #include "CsvUtil.h"
 #include "VekEnc.h"
 #include "MimeHdr.h"
