@@ -26,5 +26,6 @@
 #include "CsvUtil.h"
 #include "VekEnc.h"
 #include "MimeHdr.h"
+#include "GsmUtil.h"
 
 #endif /* VEK_BASELIB_H */
