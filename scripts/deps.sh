@@ -12,6 +12,7 @@ if [ "$want" = test ] || [ "$want" = bench ]; then
 fi
 if [ "$want" = bench ]; then
   pkgs+=(libinih-dev libglib2.0-dev)
+  pkgs+=(libssl-dev)
 fi
 missing=()
 for p in "${pkgs[@]}"; do

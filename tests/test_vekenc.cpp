@@ -7,6 +7,7 @@
  */
 #include <cstring>
 #include <string>
+#include <vector>
 #include "StrmTest.h"
 
 using namespace vektest;
@@ -295,4 +296,51 @@ TEST_F(Bcd, SwappedDigits) {
     EXPECT_STREQ("123451234", VekStr_buf(&s));
     EXPECT_ASSERT("cstr && bcdLen >= 0", bcd_dec_buf_to_cstr(&s, digits, -1));
     VekStr_delete(&s);
+}
+
+// Long texts go through the block path; every rule above still holds at
+// any offset: room limits, a bad or padded quartet among good ones, CR LF
+// in the chunked form.
+TEST_F(Base64, LongTextsKeepTheRules) {
+    std::string data = pattern(3000);
+    VekStr s;
+    VekStr_new(&s);
+    b64_enc_cstr_from_buf(&s, (const vek_u8*)data.data(), 3000);
+    const std::string text = VekStr_buf(&s);
+    VekStr_delete(&s);
+    ASSERT_EQ(4000u, text.size());
+    std::vector<char> enc(4001);
+    for (vek_s32 room : {4001, 4000, 3999, 100, 33, 17, 16}) {
+        vek_s32 n = b64_enc_buf_from_buf(enc.data(), room, (const vek_u8*)data.data(), 3000);
+        EXPECT_EQ((room - 1) / 4 * 4 < 4000 ? (room - 1) / 4 * 4 : 4000, n) << room;
+        EXPECT_EQ(text.substr(0, (size_t)n), std::string(enc.data())) << room;
+    }
+    std::vector<vek_u8> out(3010);
+    for (vek_s32 size : {3004, 3003, 3001, 100, 16, 13, 12}) {
+        vek_s32 n = b64_dec_str_to_buf(text.c_str(), out.data(), size);
+        EXPECT_EQ(size > 3003 ? 3000 : (size - 1) / 3 * 3, n) << size;
+        EXPECT_EQ(0, std::memcmp(out.data(), data.data(), (size_t)n));
+    }
+    for (size_t at : {0u, 5u, 17u, 999u, 2048u, 3996u}) {
+        std::string bad = text;
+        bad[at] = '!';
+        size_t q = at / 4 * 4;
+        std::string want = data.substr(0, q / 4 * 3) + data.substr(q / 4 * 3 + 3);
+        vek_s32 n = b64_dec_str_to_buf(bad.c_str(), out.data(), 3010);
+        EXPECT_EQ(want, std::string((const char*)out.data(), (size_t)n)) << at;
+        std::string pad = text;
+        pad[q + 3] = '=';  // the quartet gives 2 bytes, the rest goes on
+        std::vector<vek_u8> o(3010);
+        vek_s32 len = (vek_s32)pad.size();
+        EXPECT_EQ(2999, b64_dec_str_to_bufx(pad.c_str(), &len, o.data())) << at;
+        EXPECT_EQ(data.substr(q / 4 * 3 + 3), std::string((const char*)o.data() + q / 4 * 3 + 2, 3000 - q / 4 * 3 - 3));
+    }
+    std::string folded;
+    for (size_t i = 0; i < text.size(); i += 76) {
+        folded += text.substr(i, 76) + "\r\n";
+    }
+    vek_s32 len = (vek_s32)folded.size() - 3;  // cuts the last quartet short
+    EXPECT_EQ(2997, b64_dec_str_to_bufx(folded.c_str(), &len, out.data()));
+    EXPECT_EQ((vek_s32)folded.size() - 3 - 3, len);
+    EXPECT_EQ(0, std::memcmp(out.data(), data.data(), 2997));
 }
