@@ -2,33 +2,9 @@
  * vektool ini, through the real program: results, exit codes and messages.
  */
 #include <string>
-#include "VekTest.h"
+#include "ToolRun.h"
 
-namespace {
-
-class Tool {
-  public:
-    Tool() : dir_(vektest::temp_dir("vektool")) {}
-    ~Tool() { vektest::remove_tree(dir_); }
-    std::string path(const std::string& name) const { return dir_ + "/" + name; }
-    /* Runs "vektool <args>", stdout and stderr to files; the exit code. */
-    int run(const std::string& args) {
-#ifdef _WIN32
-        std::string exe = "\"" + vektest::self_dir() + "\\vektool.exe\"";
-#else
-        std::string exe = "'" + vektest::self_dir() + "/vektool'";
-#endif
-        return vektest::run_command(exe + " " + args + " > \"" + path("out") + "\" 2> \"" + path("err") + "\"");
-    }
-    std::string out() const { return vektest::read_file(path("out")); }
-    std::string err() const { return vektest::read_file(path("err")); }
-    std::string q(const std::string& name) const { return "\"" + path(name) + "\""; }
-
-  private:
-    std::string dir_;
-};
-
-} // namespace
+using Tool = ToolRun;
 
 using Vektool = VekTest;
 
