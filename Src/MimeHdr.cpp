@@ -30,9 +30,14 @@ inline char upper(char c) {
 }
 
 // Splits len bytes at the first ":" into a trimmed, non-empty name range
-// and the trimmed value range; false when the line has no such name.
+// and the trimmed value range; false when the line has no such name (a
+// null line is the assertion "line").
 bool split(const char* text, vek_s32 len, const char** nb, const char** ne, const char** vb,
            const char** ve) {
+    if (!text) {
+        vek_assert__("line", __FILE__, __LINE__);
+        return false;
+    }
     const char* end = text + (len < 0 ? (vek_s32)std::strlen(text) : len);
     const char* colon = (const char*)std::memchr(text, ':', (size_t)(end - text));
     if (!colon || colon == text) {
@@ -115,10 +120,6 @@ extern "C" {
 VEK_API vek_s32 mhdr_strx_dec(const char* text, vek_s32 len, VekStr* name, VekStr* value) {
     clear(name);
     clear(value);
-    if (!text) {
-        vek_assert__("line", __FILE__, __LINE__);
-        return 0;
-    }
     const char *nb, *ne, *vb, *ve;
     if (!split(text, len, &nb, &ne, &vb, &ve)) {
         return 0;
@@ -138,10 +139,6 @@ VEK_API vek_s32 mhdr_strx_chk(const char* text, vek_s32 len, const char* hdrName
         return 0;
     }
     clear(value);
-    if (!text) {
-        vek_assert__("line", __FILE__, __LINE__);
-        return 0;
-    }
     const char *nb, *ne, *vb, *ve;
     if (!split(text, len, &nb, &ne, &vb, &ve)) {
         return 0;

@@ -11,14 +11,19 @@ namespace {
 constexpr vek_s32 kB64Line = 76;
 constexpr vek_s32 kQpLine = 76;
 
-int b64_enc(int argc, char** argv) {
+// Runs a codec on its input: the one optional argument FILE or "-".
+int with_input(const char* what, int argc, char** argv, int (*body)(const std::string&, const char*)) {
     std::string in;
     if (argc > 1) {
         return vektool::kUsage;
     }
-    if (!input("b64 enc", argc, argv, in)) {
+    if (!input(what, argc, argv, in)) {
         return vektool::kFailed;
     }
+    return body(in, argc > 0 ? argv[0] : "-");
+}
+
+int b64_enc_body(const std::string& in, const char*) {
     VekStr s;
     VekStr_new(&s);
     b64_enc_cstr_from_buf(&s, (const vek_u8*)in.data(), (vek_s32)in.size());
@@ -31,14 +36,7 @@ int b64_enc(int argc, char** argv) {
     return vektool::kDone;
 }
 
-int b64_dec(int argc, char** argv) {
-    std::string in;
-    if (argc > 1) {
-        return vektool::kUsage;
-    }
-    if (!input("b64 dec", argc, argv, in)) {
-        return vektool::kFailed;
-    }
+int b64_dec_body(const std::string& in, const char* path) {
     // Line ends are skipped by the decoder itself; other blanks are not
     // Base64 and would spoil their quartets.
     std::string text = no_space(in);
@@ -53,7 +51,7 @@ int b64_dec(int argc, char** argv) {
         pads++;
     }
     if (len != (vek_s32)text.size() || (size_t)n != text.size() / 4 * 3 - pads) {
-        return bad_input("b64 dec", argc, argv, "not valid Base64 (bad or incomplete quartets skipped)");
+        return vektool::fail("b64 dec", path, "not valid Base64 (bad or incomplete quartets skipped)");
     }
     return vektool::kDone;
 }
@@ -67,14 +65,7 @@ void put_strm(IStrm* s) {
     }
 }
 
-int qp_enc(int argc, char** argv) {
-    std::string in;
-    if (argc > 1) {
-        return vektool::kUsage;
-    }
-    if (!input("qp enc", argc, argv, in)) {
-        return vektool::kFailed;
-    }
+int qp_enc_body(const std::string& in, const char*) {
     IStrm* s = MemStrm_xcreatex__(nullptr, 0, __FILE__, __LINE__);
     qp_enc_strm_from_buf(s, (const vek_u8*)in.data(), (vek_s32)in.size(), kQpLine, 0);
     IStrm_write(s, "=\r\n", 3);  // a last soft break: a line end that decodes to nothing
@@ -84,14 +75,7 @@ int qp_enc(int argc, char** argv) {
     return vektool::kDone;
 }
 
-int qp_dec(int argc, char** argv) {
-    std::string in;
-    if (argc > 1) {
-        return vektool::kUsage;
-    }
-    if (!input("qp dec", argc, argv, in)) {
-        return vektool::kFailed;
-    }
+int qp_dec_body(const std::string& in, const char*) {
     StrStrm src;
     IStrm* s = StrStrm_xcreate__(&src, in.data(), (vek_s32)in.size(), __FILE__, __LINE__);
     IStrm* d = MemStrm_xcreatex__(nullptr, 0, __FILE__, __LINE__);
@@ -103,46 +87,25 @@ int qp_dec(int argc, char** argv) {
     return vektool::kDone;
 }
 
-int hex_enc(int argc, char** argv) {
-    std::string in;
-    if (argc > 1) {
-        return vektool::kUsage;
-    }
-    if (!input("hex enc", argc, argv, in)) {
-        return vektool::kFailed;
-    }
+int hex_enc_body(const std::string& in, const char*) {
     put_hex_line((const vek_u8*)in.data(), in.size());
     return vektool::kDone;
 }
 
-int hex_dec(int argc, char** argv) {
-    std::string in;
+int hex_dec_body(const std::string& in, const char* path) {
     std::vector<vek_u8> out;
-    if (argc > 1) {
-        return vektool::kUsage;
-    }
-    if (!input("hex dec", argc, argv, in)) {
-        return vektool::kFailed;
-    }
     if (!from_hex(in, out)) {
-        return bad_input("hex dec", argc, argv, "not an even number of hexadecimal digits");
+        return vektool::fail("hex dec", path, "not an even number of hexadecimal digits");
     }
     vektool::binary_stdout();
     vektool::write_out(out.data(), out.size());
     return vektool::kDone;
 }
 
-int bcd_enc(int argc, char** argv) {
-    std::string in;
-    if (argc > 1) {
-        return vektool::kUsage;
-    }
-    if (!input("bcd enc", argc, argv, in)) {
-        return vektool::kFailed;
-    }
+int bcd_enc_body(const std::string& in, const char* path) {
     std::string digits = no_space(in);
     if (digits.find_first_not_of("0123456789") != std::string::npos) {
-        return bad_input("bcd enc", argc, argv, "not a decimal digit");
+        return vektool::fail("bcd enc", path, "not a decimal digit");
     }
     std::vector<vek_u8> out(digits.size() / 2 + 1);
     vek_s32 n = bcd_enc_buf_from_str(out.data(), (vek_s32)out.size(), digits.c_str(), 1);
@@ -151,14 +114,7 @@ int bcd_enc(int argc, char** argv) {
     return vektool::kDone;
 }
 
-int bcd_dec(int argc, char** argv) {
-    std::string in;
-    if (argc > 1) {
-        return vektool::kUsage;
-    }
-    if (!input("bcd dec", argc, argv, in)) {
-        return vektool::kFailed;
-    }
+int bcd_dec_body(const std::string& in, const char*) {
     std::vector<char> out(2 * in.size() + 2);
     vek_s32 n = bcd_dec_buf_to_str((const vek_u8*)in.data(), (vek_s32)in.size(), out.data(), (vek_s32)out.size());
     out[(size_t)n] = '\n';
@@ -167,20 +123,28 @@ int bcd_dec(int argc, char** argv) {
 }
 
 const vektool::SubCommand kB64[] = {
-    {"enc", "b64 enc [FILE|-]", "Base64 of the bytes, in lines of 76", b64_enc},
-    {"dec", "b64 dec [FILE|-]", "the bytes of Base64 text (blanks and line ends skipped)", b64_dec},
+    {"enc", "b64 enc [FILE|-]", "Base64 of the bytes, in lines of 76",
+     [](int argc, char** argv) { return with_input("b64 enc", argc, argv, b64_enc_body); }},
+    {"dec", "b64 dec [FILE|-]", "the bytes of Base64 text (blanks and line ends skipped)",
+     [](int argc, char** argv) { return with_input("b64 dec", argc, argv, b64_dec_body); }},
 };
 const vektool::SubCommand kQp[] = {
-    {"enc", "qp enc [FILE|-]", "quoted-printable (every blank and line end encoded), lines of 76", qp_enc},
-    {"dec", "qp dec [FILE|-]", "the bytes of quoted-printable text", qp_dec},
+    {"enc", "qp enc [FILE|-]", "quoted-printable (every blank and line end encoded), lines of 76",
+     [](int argc, char** argv) { return with_input("qp enc", argc, argv, qp_enc_body); }},
+    {"dec", "qp dec [FILE|-]", "the bytes of quoted-printable text",
+     [](int argc, char** argv) { return with_input("qp dec", argc, argv, qp_dec_body); }},
 };
 const vektool::SubCommand kHex[] = {
-    {"enc", "hex enc [FILE|-]", "IRA hexadecimal (lower case) of the bytes", hex_enc},
-    {"dec", "hex dec [FILE|-]", "the bytes of hexadecimal text (blanks and line ends skipped)", hex_dec},
+    {"enc", "hex enc [FILE|-]", "IRA hexadecimal (lower case) of the bytes",
+     [](int argc, char** argv) { return with_input("hex enc", argc, argv, hex_enc_body); }},
+    {"dec", "hex dec [FILE|-]", "the bytes of hexadecimal text (blanks and line ends skipped)",
+     [](int argc, char** argv) { return with_input("hex dec", argc, argv, hex_dec_body); }},
 };
 const vektool::SubCommand kBcd[] = {
-    {"enc", "bcd enc [FILE|-]", "pack decimal digits, first digit in the low nibble, F filler", bcd_enc},
-    {"dec", "bcd dec [FILE|-]", "the digits of packed BCD bytes (nibbles A-F skipped)", bcd_dec},
+    {"enc", "bcd enc [FILE|-]", "pack decimal digits, first digit in the low nibble, F filler",
+     [](int argc, char** argv) { return with_input("bcd enc", argc, argv, bcd_enc_body); }},
+    {"dec", "bcd dec [FILE|-]", "the digits of packed BCD bytes (nibbles A-F skipped)",
+     [](int argc, char** argv) { return with_input("bcd dec", argc, argv, bcd_dec_body); }},
 };
 
 } // namespace
