@@ -96,7 +96,10 @@ void enc_tail(char* out4, const vek_u8* in, vek_s32 n) {
 #define VEK_SSSE3 __attribute__((target("ssse3")))
 
 bool have_ssse3() {
-    static const bool yes = __builtin_cpu_supports("ssse3");
+    static const bool yes = [] {
+        __builtin_cpu_init();  // the library may run before the runtime's own constructors
+        return __builtin_cpu_supports("ssse3") != 0;
+    }();
     return yes;
 }
 

@@ -66,6 +66,7 @@ int csv_run(int argc, char** argv) {
     if (!vektool::read_input("csv", argv[0], in)) {
         return vektool::kFailed;
     }
+    vektool::binary_stdout();  // the same LF-ended lines on every platform
     const char* text = in.c_str();
     const char* pos = nullptr;
     CsvField* fields = nullptr;
