@@ -33,7 +33,8 @@ struct B64Tables {
     vek_u32 quad[4][256];   // dec pre-shifted per position; kSlow for "=" and bad
     char enc12[4096][2];    // two characters for 12 bits
     vek_s8 hex[256];        // hexadecimal digit value or -1
-    constexpr B64Tables() : dec(), quad(), enc12(), hex() {
+    char ira[256][2];       // the two lower-case digits of a byte
+    constexpr B64Tables() : dec(), quad(), enc12(), hex(), ira() {
         for (int c = 0; c < 256; c++) {
             dec[c] = kBad;
             hex[c] = -1;
@@ -50,6 +51,10 @@ struct B64Tables {
         for (int v = 0; v < 4096; v++) {
             enc12[v][0] = kB64[v >> 6];
             enc12[v][1] = kB64[v & 63];
+        }
+        for (int b = 0; b < 256; b++) {
+            ira[b][0] = kHexLow[b >> 4];
+            ira[b][1] = kHexLow[b & 15];
         }
         for (int i = 0; i < 16; i++) {
             hex[(vek_u8)kHexUp[i]] = (vek_s8)i;
@@ -283,8 +288,7 @@ inline vek_u8 ira_pair(const char* p) {
 }
 
 inline void ira_byte(char* out, vek_u8 b) {
-    out[0] = kHexLow[b >> 4];
-    out[1] = kHexLow[b & 15];
+    std::memcpy(out, T.ira[b], 2);
 }
 
 // Digits of one BCD byte (low nibble first, nibbles above 9 skipped) into
