@@ -29,5 +29,9 @@
 #include "IniFile.h"
 #include "VekMd5.h"
 #include "VekTime.h"
+#include "CsvUtil.h"
+#include "VekEnc.h"
+#include "MimeHdr.h"
+#include "GsmUtil.h"
 
 #endif /* VEK_BASELIB_H */

@@ -13,6 +13,8 @@ int main(void) {
     VekDt dt;
     PtrQue que;
     ProtBuf* pb;
+    CsvField* fields = NULL;
+    char b64[8];
     TinyStr_new(&ts);
     TinyStr_appdf(&ts, "%d+%d", 1, 2);
     vek_snprintf(buf, sizeof buf, "%s", TinyStr_buf(&ts));
@@ -43,6 +45,14 @@ int main(void) {
     p = vek_malloc__(16);
     vek_free__(p);
     if (vek_heap_stat(&st) != 0 || strcmp(buf, "1+2") != 0 || vek_glb_hnd() == 0) {
+        return 1;
+    }
+    /* A CSV record is freed with the simple list's own call. */
+    if (CsvUtil_read("a,b\r\n", NULL, NULL, &fields, ',') != 1 || SmpList_size(fields) != 2) {
+        return 1;
+    }
+    SmpList_delete(fields, vek_free__);
+    if (b64_enc_buf_from_buf(b64, sizeof b64, (const vek_u8*)"foo", 3) != 4 || strcmp(b64, "Zm9v") != 0) {
         return 1;
     }
     printf("c99 ok %s\n", vek_version());
