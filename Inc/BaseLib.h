@@ -22,5 +22,6 @@
 #include "VekStrm.h"
 #include "VekList.h"
 #include "IniFile.h"
+#include "VekEvt.h"
 
 #endif /* VEK_BASELIB_H */
