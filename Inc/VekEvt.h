@@ -131,7 +131,13 @@ VEK_API void VekMes_free(VekMes* hnd);
  * (headers included, a multiple of 8). GenEvt_Encode: encodes evt through
  * an encoding handle. GenEvt_Decode: decodes one packet through a decoding
  * handle into an initialised event (GenEvt_init), replacing its contents.
- * handle is a VekMes; a handle of the wrong direction is the assertion "0".
+ * handle is a VekMes, the same portable encoder on every platform; a handle
+ * of the wrong direction is the assertion "0". On Windows a handle of the
+ * RPC runtime (MesEncodeDynBufferHandleCreate, MesDecodeBufferHandleCreate
+ * and their kin) is accepted too: the runtime then pickles the event with
+ * the library's type description of it (NdrMesTypeAlignSize2/Encode2/
+ * Decode2) and raises its own exceptions on bad data. Any other handle ends
+ * the process (ObjUtil_crashExit).
  *
  * The decoder trusts nothing: every count is checked against the bytes
  * that remain before anything is read or allocated, the headers must say

@@ -11,6 +11,7 @@
  * a number it carries, and leaves the event as it was.
  */
 #include <cstring>
+#include "AlPlat.h"
 #include "VekCore.h"
 #include "VekEvt.h"
 #include "VekStrm.h"
@@ -189,6 +190,20 @@ VekMes* mes_check(void* handle, int line) {
         ObjUtil_crashExit(kSrc, line);
     }
     return h;
+}
+
+// The library's own handle, or null for a handle of the platform's RPC
+// runtime, which then does the work (plat::evt_pickle). Anything else ends
+// the process.
+VekMes* mes_or_runtime(void* handle, vek_s32 op, const GenEvt* evt, vek_u32* size, int line) {
+    VekMes* h = (VekMes*)handle;
+    if (h && h->tag == kMesTag) {
+        return h;
+    }
+    if (!h || !plat::evt_pickle(op, handle, const_cast<GenEvt*>(evt), size)) {
+        ObjUtil_crashExit(kSrc, line);
+    }
+    return nullptr;
 }
 
 VekMes* mes_new(vek_u32 op) {
@@ -469,7 +484,10 @@ VEK_API void VekMes_free(VekMes* hnd) {
 /* ---------------------------------------------------- type pickling */
 
 VEK_API vek_u32 GenEvt_AlignSize(void* handle, const GenEvt* evt) {
-    mes_check(handle, __LINE__);
+    vek_u32 size = 0;
+    if (!mes_or_runtime(handle, 0, evt, &size, __LINE__)) {
+        return size;
+    }
     Layout l;
     if (!evt || !layout_of(evt, &l)) {
         vek_assert__("0", kSrc, __LINE__);
@@ -479,8 +497,11 @@ VEK_API vek_u32 GenEvt_AlignSize(void* handle, const GenEvt* evt) {
 }
 
 VEK_API void GenEvt_Encode(void* handle, const GenEvt* evt) {
-    VekMes* h = mes_check(handle, __LINE__);
+    VekMes* h = mes_or_runtime(handle, 1, evt, nullptr, __LINE__);
     Layout l;
+    if (!h) {
+        return;
+    }
     if (h->op != kMesEnc || !evt || !layout_of(evt, &l)) {
         vek_assert__("0", kSrc, __LINE__);
         return;
@@ -497,9 +518,12 @@ VEK_API void GenEvt_Encode(void* handle, const GenEvt* evt) {
 }
 
 VEK_API void GenEvt_Decode(void* handle, GenEvt* evt) {
-    VekMes* h = mes_check(handle, __LINE__);
+    VekMes* h = mes_or_runtime(handle, 2, evt, nullptr, __LINE__);
     Layout l;
     vek_u32 used = 0;
+    if (!h) {
+        return;
+    }
     if (h->op != kMesDec || !evt || !check_packet(h->buf + h->pos, h->len - h->pos, &l, &used)) {
         vek_assert__("0", kSrc, __LINE__);
         return;
