@@ -77,20 +77,13 @@ TEST_F(Events, MarkCheckEndsTheProcess) {
 #endif
 }
 
-// Null form, empty stream, content read from the start whatever the
-// position, and back.
+// Content read from the start whatever the position, and back; the null
+// and empty forms are in the packet tests.
 TEST_F(Events, StreamUserForm) {
     vek_u32 flags = 0;
     vek_u8 buf[32];
     IStrm* none = nullptr;
     EXPECT_EQ(8u + 3, PIStrm_UserSize(&flags, 3, &none));
-    EXPECT_EQ(buf + 8, PIStrm_UserMarshal(&flags, buf, &none));
-    EXPECT_EQ(std::string("\1\0\0\0\0\0\0\0", 8), std::string((char*)buf, 8));
-    StrmPtr empty = mem_strm_with();
-    IStrm* e = empty.get();
-    PIStrm_UserMarshal(&flags, buf, &e);
-    EXPECT_EQ(std::string(8, '\0'), std::string((char*)buf, 8));
-
     StrmPtr full = mem_strm_with("hello", 2);   // several blocks
     IStrm_seek(full.get(), 3, 0);
     IStrm* f = full.get();

@@ -1,19 +1,13 @@
 /*
  * The generic event's packets against the system RPC runtime (rpcrt4): the
- * same events run through the runtime's NDR engine with the hand-written
- * type description the library hands the runtime (win/RpcEvtDesc.h), and
- * through the library's portable encoder; the bytes are compared and each
- * side decodes the other's. Where the runtime offers
- * type pickling, whole packets made through the runtime's own handles are
- * compared too; wine's rpcrt4 has no type pickling, so under wine only the
- * body is compared.
- *
- * The engine places each user-marshalled member's data behind the
- * structure at its own alignment. The library writes it 4-byte aligned, as
- * the type description says; wine's engine aligns it to 8. The comparison
- * therefore lays the library's body out again at the engine's alignment
- * (found from the engine's own output) and then compares byte for byte,
- * and reports the alignment it found.
+ * runtime's NDR engine, given the library's type description of the event
+ * (win/RpcEvtDesc.h), and the portable encoder make the same bytes, and each
+ * side decodes the other's. The engine puts each user form behind the
+ * structure at an alignment of its own choice (4 as described; wine's
+ * engine takes 8): the library's body is laid out at the engine's
+ * alignment, found from its output and reported, before the comparison.
+ * Wine's rpcrt4 has no type pickling, so whole packets are compared only
+ * where the runtime has it.
  */
 #include "EvtTest.h"
 
@@ -79,48 +73,41 @@ std::string packet_around(const std::string& body) {
     return p + b;
 }
 
-// Sets up a stub message over buf for the engine.
-void init_msg(MIDL_STUB_DESC* desc, RPC_MESSAGE* msg, MIDL_STUB_MESSAGE* sm) {
-    *desc = stub_desc();
-    std::memset(msg, 0, sizeof *msg);
-    NdrClientInitializeNew(msg, sm, desc, 0);
-}
+// The runtime's engine over a buffer of its own.
+struct Engine {
+    MIDL_STUB_DESC desc = stub_desc();
+    RPC_MESSAGE msg{};
+    MIDL_STUB_MESSAGE sm{};
+    std::vector<unsigned char> buf;
+    Engine() { NdrClientInitializeNew(&msg, &sm, &desc, 0); }
+    unsigned char* over(size_t len) {
+        buf.assign(len + 16, 0);
+        unsigned char* start = (unsigned char*)(((uintptr_t)buf.data() + 7) & ~(uintptr_t)7);
+        msg.Buffer = sm.Buffer = sm.BufferStart = start;
+        msg.BufferLength = sm.BufferLength = (unsigned int)len;
+        sm.BufferEnd = start + len;
+        return start;
+    }
+};
 
-void set_buffer(RPC_MESSAGE* msg, MIDL_STUB_MESSAGE* sm, unsigned char* start, size_t len) {
-    msg->Buffer = sm->Buffer = sm->BufferStart = start;
-    msg->BufferLength = sm->BufferLength = (unsigned int)len;
-    sm->BufferEnd = start + len;
-}
-
-// The NDR body of an event made by the runtime's engine.
+// The NDR body of an event made by the engine.
 std::string engine_body(const GenEvt* e) {
-    MIDL_STUB_DESC desc;
-    RPC_MESSAGE msg;
-    MIDL_STUB_MESSAGE sm;
-    init_msg(&desc, &msg, &sm);
-    sm.BufferLength = 0;
-    NdrComplexStructBufferSize(&sm, (unsigned char*)e, (PFORMAT_STRING)kFmt + 2);
-    std::vector<unsigned char> buf(sm.BufferLength + 16, 0);
-    unsigned char* start = (unsigned char*)(((uintptr_t)buf.data() + 7) & ~(uintptr_t)7);
-    set_buffer(&msg, &sm, start, sm.BufferLength);
-    NdrComplexStructMarshall(&sm, (unsigned char*)e, (PFORMAT_STRING)kFmt + 2);
-    return std::string((const char*)start, (size_t)(sm.Buffer - start));
+    Engine en;
+    en.sm.BufferLength = 0;
+    NdrComplexStructBufferSize(&en.sm, (unsigned char*)e, (PFORMAT_STRING)kFmt + 2);
+    unsigned char* start = en.over(en.sm.BufferLength);
+    NdrComplexStructMarshall(&en.sm, (unsigned char*)e, (PFORMAT_STRING)kFmt + 2);
+    return std::string((const char*)start, (size_t)(en.sm.Buffer - start));
 }
 
-// An event decoded by the runtime's engine from an NDR body.
+// The fields of the event the engine decodes from an NDR body.
 std::string engine_decode(const std::string& body) {
-    MIDL_STUB_DESC desc;
-    RPC_MESSAGE msg;
-    MIDL_STUB_MESSAGE sm;
-    init_msg(&desc, &msg, &sm);
-    std::vector<unsigned char> buf(body.size() + 16, 0);
-    unsigned char* start = (unsigned char*)(((uintptr_t)buf.data() + 7) & ~(uintptr_t)7);
-    std::memcpy(start, body.data(), body.size());
-    set_buffer(&msg, &sm, start, body.size());
+    Engine en;
+    std::memcpy(en.over(body.size()), body.data(), body.size());
     GenEvt out;
     GenEvt_init(&out);
     unsigned char* mem = (unsigned char*)&out;
-    NdrComplexStructUnmarshall(&sm, &mem, (PFORMAT_STRING)kFmt + 2, 0);
+    NdrComplexStructUnmarshall(&en.sm, &mem, (PFORMAT_STRING)kFmt + 2, 0);
     std::string f = fields(&out);
     GenEvt_clean(&out);
     return f;
