@@ -153,9 +153,9 @@ VEK_API void GenEvt_Encode(void* handle, const GenEvt* evt);
 VEK_API void GenEvt_Decode(void* handle, GenEvt* evt);
 
 /* The packet encoder: the packet (MIDL_user_allocate; the caller frees it
- * with MIDL_user_free) and its length in *len, or null and *len 0.
- * Assertions: "0" when the handle cannot be made, "(len % 8) == 0" on the
- * result. The packet decoder: always a new generic event (Evt_delete); after
+ * with MIDL_user_free) and its length in *len, or null and *len 0. It
+ * encodes through a VekMes of its own. Assertions: "0" when the packet
+ * cannot be made, "(len % 8) == 0" on the result. The packet decoder: always a new generic event (Evt_delete); after
  * a bad packet it is the empty event. Assertions: "pkt" for a null packet,
  * "len > 0 && (len % 8) == 0" for a bad length, and those of GenEvt_Decode. */
 VEK_API void* GenEvt_enc(const GenEvt* evt, vek_u32* len);

@@ -544,16 +544,9 @@ VEK_API void GenEvt_Decode(void* handle, GenEvt* evt) {
 VEK_API void* GenEvt_enc(const GenEvt* evt, vek_u32* len) {
     char* buf = nullptr;
     vek_u32 n = 0;
-    VekMes* h = nullptr;
-    if (VekMes_encDynCreate(&buf, &n, &h) != 0) {
-        vek_assert__("0", kSrc, __LINE__);
-        if (len) {
-            *len = 0;
-        }
-        return nullptr;
-    }
-    GenEvt_Encode(h, evt);
-    VekMes_free(h);
+    // The handle lives on the stack: a packet costs one allocation.
+    VekMes h = {kMesTag, kMesEnc, &buf, &n, nullptr, 0, 0};
+    GenEvt_Encode(&h, evt);
     if (!((n % 8) == 0)) {
         vek_assert__("(len % 8) == 0", kSrc, __LINE__);
     }
@@ -573,15 +566,10 @@ VEK_API GenEvt* GenEvt_dec(const void* pkt, vek_u32 len) {
         vek_assert__("len > 0 && (len % 8) == 0", kSrc, __LINE__);
         return evt;
     }
-    VekMes* h = nullptr;
-    if (VekMes_decBufCreate((const char*)pkt, len, &h) != 0) {
-        vek_assert__("0", kSrc, __LINE__);
-        return evt;
-    }
+    VekMes h = {kMesTag, kMesDec, nullptr, nullptr, (const vek_u8*)pkt, len, 0};
     if (evt) {
-        GenEvt_Decode(h, evt);
+        GenEvt_Decode(&h, evt);
     }
-    VekMes_free(h);
     return evt;
 }
 
