@@ -144,8 +144,9 @@ VEK_API void VekMes_free(VekMes* hnd);
  * version 1, little-endian, header length 8 and a body length that is a
  * multiple of 8 and fits the packet, each member marker must be "User",
  * and a string's capacity may exceed its text by at most the packet length
- * plus 64 KiB. A damaged packet raises the assertion "0" and leaves the
- * event as it was; the whole packet is checked before the event changes.
+ * plus 64 KiB (a decoded string keeps at most 32 KiB of spare room). A
+ * damaged packet raises the assertion "0" and leaves the event as it was;
+ * the whole packet is checked before the event changes.
  * A string form with a non-zero size not above its length still decodes,
  * after the assertion "size == 0 || size > len". */
 VEK_API vek_u32 GenEvt_AlignSize(void* handle, const GenEvt* evt);

@@ -67,6 +67,10 @@ constexpr vek_u32 kFixedLen = 16 + 3 * 4;   // four numbers, three markers
 constexpr vek_u32 kStrForm = 12;            // magic, size, len
 constexpr vek_u32 kStrmForm = 8;            // null word, count
 constexpr vek_u32 kMaxSpare = 65536;        // capacity beyond the packet a string may ask for
+// Capacity beyond its text that a decoded string gets at most. It lies
+// far enough under kMaxSpare that the string's own growth rounding cannot
+// carry a decoded string past kMaxSpare when it is sent on.
+constexpr vek_u32 kKeepSpare = 32768;
 // Larger packets than this are refused: lengths must stay 32-bit with room
 // for the headers and the filler.
 constexpr vek_u64 kMaxPacket = 0x7FFFFF00u;
@@ -163,6 +167,24 @@ bool check_packet(const vek_u8* pkt, vek_u32 len, Layout* l, vek_u32* used) {
     l->end = off + kStrmForm + count;
     *used = kHdrLen + body;
     return true;
+}
+
+// Rebuilds a string from its form (already checked), its capacity kept to
+// kKeepSpare beyond the text.
+void unmarshal_str(vek_u8* form, VekStr* str) {
+    vek_u32 flags = 0;
+    vek_u32 n = get32(form + 8);
+    if (get32(form + 4) > n + 1 + kKeepSpare) {
+        vek_u8* copy = (vek_u8*)vek_malloc__(kStrForm + n);
+        if (copy) {
+            std::memcpy(copy, form, kStrForm + n);
+            put32(copy + 4, n + 1 + kKeepSpare);
+            VekStr_UserUnmarshal(&flags, copy, str);
+            vek_free__(copy);
+            return;
+        }
+    }
+    VekStr_UserUnmarshal(&flags, form, str);
 }
 
 /* ---------------------------------------------------------- the handles */
@@ -536,8 +558,8 @@ VEK_API void GenEvt_Decode(void* handle, GenEvt* evt) {
     evt->num2 = (vek_s32)get32(b + 12);
     vek_u32 flags = 0;
     vek_u8* body = const_cast<vek_u8*>(b);
-    VekStr_UserUnmarshal(&flags, body + l.str1, &evt->str1);
-    VekStr_UserUnmarshal(&flags, body + l.str2, &evt->str2);
+    unmarshal_str(body + l.str1, &evt->str1);
+    unmarshal_str(body + l.str2, &evt->str2);
     PIStrm_UserUnmarshal(&flags, body + l.strm, &evt->strm);
 }
 

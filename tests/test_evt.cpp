@@ -212,6 +212,10 @@ TEST_F(Packets, BadLengthsAndDamage) {
     set_word(p, 16 + 28 + 4, 3);
     EXPECT_ASSERT("size == 0 || size > len", e = decode(p));
     EXPECT_EQ("5 6 7 8 |abc|defgh| stream bytes", fields(e.get()));
+    set_word(p, 16 + 28 + 4, 60000);   // a large capacity is cut to 32 KiB of spare room
+    e = decode(p);
+    EXPECT_LE(VekStr_capa(&e->str1), 32768 + 1040);
+    EXPECT_EQ(packet_of(e.get()).size(), good.size());
 }
 
 namespace {
