@@ -33,5 +33,6 @@
 #include "VekEnc.h"
 #include "MimeHdr.h"
 #include "GsmUtil.h"
+#include "VekEvt.h"
 
 #endif /* VEK_BASELIB_H */

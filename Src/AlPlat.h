@@ -110,6 +110,13 @@ vek_s32 dll_unload(void* module);
 const char* lang_name_by_id(vek_u16 id);
 const char* lang_name_by_tag(const char* tag);
 
+/* Type pickling of a generic event (VekEvt.h) through a handle that is not
+ * the library's own: on Windows a handle of the RPC runtime (MesEncodeDyn
+ * BufferHandleCreate and its kin), driven by the runtime with the library's
+ * type description of the generic event. op 0 sizes (*size), 1 encodes, 2
+ * decodes into evt. False where there is no such runtime. */
+bool evt_pickle(vek_s32 op, void* handle, void* evt, vek_u32* size);
+
 } // namespace plat
 
 #endif /* VEK_ALPLAT_H */

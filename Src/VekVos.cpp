@@ -595,16 +595,4 @@ VEK_API vek_s32 win_free_dll_dbg__(void* module, const char* path, vek_s32 line)
     return 1;
 }
 
-// ---- event manager: counted start and stop ----
-
-static AlAtom g_evtMngCnt;
-
-VEK_API vek_s32 EvtMng_init(void) {
-    return AlAtom_inc(&g_evtMngCnt);
-}
-
-VEK_API vek_s32 EvtMng_exit(void) {
-    return vek::count_down(&g_evtMngCnt, false);
-}
-
 } // extern "C"

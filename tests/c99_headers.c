@@ -42,6 +42,18 @@ int main(void) {
     }
     ProtBuf_delete(pb);
     PtrQue_delete(&que);
+    {
+        GenEvt* ge = GenEvt_newns(7, 1, 2, 3, "a", "b");
+        vek_u32 n = 0;
+        void* pkt = GenEvt_enc(ge, &n);
+        Evt_delete(ge);
+        ge = GenEvt_dec(pkt, n);
+        MIDL_user_free(pkt);
+        if (Evt_eid(ge) != 7 || strcmp(VekStr_buf(&ge->str2), "b") != 0) {
+            return 1;
+        }
+        Evt_delete(ge);
+    }
     p = vek_malloc__(16);
     vek_free__(p);
     if (vek_heap_stat(&st) != 0 || strcmp(buf, "1+2") != 0 || vek_glb_hnd() == 0) {
