@@ -116,6 +116,8 @@ TEST_F(Vektool, ErrorsExitWithTwoAndNameTheFileAndTheReason) {
         EXPECT_EQ(0, t.run(std::string("ini ") + sub + " --help")) << sub;
         EXPECT_TRUE(has(t.out(), std::string("usage: vektool ini ") + sub)) << t.out();
     }
+    EXPECT_EQ(0, t.run("ini set -- " + t.q("opt.ini") + " s k --help"));  // "--" ends the options
+    EXPECT_EQ("[s]\r\nk=--help\r\n", vektest::read_file(t.path("opt.ini")));
 #ifndef _WIN32
     vektest::write_file(t.path("a.ini"), "[s]\r\nk=v\r\n");
     EXPECT_EQ(2, vektest::run_command(Tool::exe() + " ini get " + t.q("a.ini") + " s k > /dev/full 2>/dev/null"));

@@ -351,6 +351,11 @@ int main(int argc, char** argv) {
     int rc = dispatch(*cmd, argc - 2, argv + 2, &run, &skip, &usage);
     if (rc == kUsage) {
         BaseLib_init();
+        // "--" ends the options: what follows is taken as it stands, so a
+        // value may be "--help".
+        if (argc - 2 > skip && !std::strcmp(argv[2 + skip], "--")) {
+            skip++;
+        }
         rc = run(argc - 2 - skip, argv + 2 + skip);
         BaseLib_exit();
         if (rc == kUsage) {

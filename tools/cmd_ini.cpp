@@ -213,11 +213,6 @@ int change_file(const char* cmd, const char* path, bool mustExist, Change change
     return rc == kDone ? save(in) : rc;
 }
 
-int usage_fail(const char* cmd, const char* why) {
-    std::fprintf(stderr, "vektool %s: %s\n", cmd, why);
-    return kFailed;
-}
-
 int ini_get(int argc, char** argv) {
     const char* def = nullptr;
     char* args[3];
@@ -237,7 +232,7 @@ int ini_get(int argc, char** argv) {
         return kUsage;
     }
     if (!*args[2]) {
-        return usage_fail("ini get", "the key is empty");
+        return vektool::fail("ini get", args[0], "the key is empty");
     }
     Input in;
     if (!in.load("ini get", args[0], false) || in.refuse_bom()) {
@@ -269,7 +264,7 @@ int ini_del(int argc, char** argv) {
         return kUsage;
     }
     if (argc == 3 && !*argv[2]) {
-        return usage_fail("ini del", "the key is empty");
+        return vektool::fail("ini del", argv[0], "the key is empty");
     }
     return change_file("ini del", argv[0], true, [&](Input& in) -> int {
         vek_s32 r = argc == 3 ? IniFile_delField(in.doc, sect_arg(argv[1]), argv[2])
@@ -286,7 +281,7 @@ int ini_rename(int argc, char** argv) {
     const char* key = argc == 4 ? argv[2] : nullptr;
     const char* to = argv[argc - 1];
     if (key && !*key) {
-        return usage_fail("ini rename", "the key is empty");
+        return vektool::fail("ini rename", argv[0], "the key is empty");
     }
     const char* why = key ? bad_name(nullptr, to, "") : is_stdio(to) || !*to ? "the new section name is empty"
                                                                               : bad_name(to, nullptr, nullptr);
@@ -392,7 +387,8 @@ int ini_diff(int argc, char** argv) {
         return kUsage;
     }
     if (is_stdio(argv[0]) && is_stdio(argv[1])) {
-        return usage_fail("ini diff", "standard input can be only one of the two files");
+        std::fprintf(stderr, "vektool ini diff: standard input can be only one of the two files\n");
+        return kFailed;
     }
     Input oldIn, newIn;
     if (!oldIn.load("ini diff", argv[0], false) || !newIn.load("ini diff", argv[1], false)) {
