@@ -339,18 +339,23 @@ int ini_keys(int argc, char** argv) {
     return kDone;
 }
 
-int ini_dump(int argc, char** argv) {
+// Lists the sections ("-" for the nameless one) or, with fields, every
+// field as SECT.KEY=VALUE, in document order.
+int print_doc(const char* cmd, int argc, char** argv, bool fields) {
     if (argc != 1) {
         return kUsage;
     }
     Input in;
-    if (!in.load("ini dump", argv[0], false)) {
+    if (!in.load(cmd, argv[0], false)) {
         return kFailed;
     }
     for (vek_s32 i = 0; i < IniFile_sectCount(in.doc); i++) {
         IniSect* s = IniFile_sectById(in.doc, i);
         const char* name = VekStr_len(&s->name) ? VekStr_buf(&s->name) : "-";
-        for (VekListNode* n = s->fields.hdr; n; n = n->next) {
+        if (!fields) {
+            std::printf("%s\n", name);
+        }
+        for (VekListNode* n = fields ? s->fields.hdr : nullptr; n; n = n->next) {
             auto* f = (IniField*)n;
             if (IniField_valid(f)) {
                 std::printf("%s.%s=%s\n", name, VekStr_buf(&f->name), VekStr_buf(&f->value));
@@ -360,19 +365,12 @@ int ini_dump(int argc, char** argv) {
     return kDone;
 }
 
+int ini_dump(int argc, char** argv) {
+    return print_doc("ini dump", argc, argv, true);
+}
+
 int ini_sections(int argc, char** argv) {
-    if (argc != 1) {
-        return kUsage;
-    }
-    Input in;
-    if (!in.load("ini sections", argv[0], false)) {
-        return kFailed;
-    }
-    for (vek_s32 i = 0; i < IniFile_sectCount(in.doc); i++) {
-        IniSect* s = IniFile_sectById(in.doc, i);
-        std::printf("%s\n", VekStr_len(&s->name) ? VekStr_buf(&s->name) : "-");
-    }
-    return kDone;
+    return print_doc("ini sections", argc, argv, false);
 }
 
 void write_doc(IniFile* doc) {
