@@ -59,9 +59,9 @@ vek_s32 module_path(char* buf, vek_s32 cap);
 vek_s32 exe_path(char* buf, vek_s32 cap);
 
 /* Writes text to the system's debug output: OutputDebugString on Windows;
- * standard error on POSIX when always is set (the "SysTrc" sink) or the
- * environment variable VEK_DEBUG_OUTPUT enables it. */
-void debug_output(const char* text, vek_s32 always);
+ * on POSIX standard error, only when the environment variable
+ * VEK_DEBUG_OUTPUT is set (the debugger channel is silent by default). */
+void debug_output(const char* text);
 /* Writes text to the process's standard error, unbuffered. */
 void stderr_write(const char* text);
 

@@ -124,8 +124,14 @@ const Ch* parse_spec(const Ch* p, Spec& sp, va_list* ap) {
     if (*p == '*') {
         int w = va_arg(*ap, int);
         if (w < 0) {
+            // A negative width is the "-" flag with the positive width; the
+            // flag goes into the directive too, as numbers are rendered by
+            // the C runtime from it.
             sp.left = true;
             w = w < -kMaxField ? kMaxField : -w;
+            if (nf < 6 && !std::strchr(sp.flags, '-')) {
+                sp.flags[nf++] = '-';
+            }
         }
         sp.width = w;
         p++;

@@ -36,11 +36,9 @@ struct Sets<char> {
     static constexpr const char* blank = " \t";
 };
 constexpr vek_wchar kSpaceW[] = {' ', '\t', '\r', '\n', 0};
-constexpr vek_wchar kBlankW[] = {' ', '\t', 0};
 template <>
 struct Sets<vek_wchar> {
     static constexpr const vek_wchar* space = kSpaceW;
-    static constexpr const vek_wchar* blank = kBlankW;
 };
 
 // The set of the skip and trim helpers: a null or empty one means the default.

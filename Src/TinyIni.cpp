@@ -93,7 +93,9 @@ class Scanner {
             if (c == '\n') {
                 return kNoName;
             }
-            if (offset >= TINI_NAME_MAX - 1) {
+            // The 127th character is one too many: a name keeps at most 126,
+            // so the buffer always has room for the terminator and a spare.
+            if (offset >= TINI_NAME_MAX - 2) {
                 if (!tooLong) {
                     low_assert__("offset < TINI_NAME_MAX - 1", __FILE__, __LINE__);
                     tooLong = true;  // keep the first 126 characters and go on

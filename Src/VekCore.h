@@ -58,6 +58,11 @@ extern CoreState g_core;
 void load_attach(void* module);
 void load_detach(void);
 
+/* Defined beside the load hooks and read by BaseLib_init: a program linked
+ * with the static library then always links the hooks' object too, which
+ * the linker would otherwise leave out (nothing else refers to it). */
+extern const int load_hooks_linked;
+
 /* A counted stop: decrements cnt and returns the new count. Going below
  * zero is the assertion "ret >= 0" (the bare form when low is set, for the
  * layers that run without the trace); the count is then left at 0 and the

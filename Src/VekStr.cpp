@@ -351,6 +351,15 @@ VEK_API vek_s32 VekStr_appdWcsx(VekStr* str, const vek_wchar* w, vek_s32 n) {
 
 VEK_API vek_s32 VekStr_appdWchar(VekStr* str, vek_wchar c) {
     C::check(str, __LINE__);
+    if (c == 0) {
+        return 0;
+    }
+    // Room for the longest form (3 bytes) is made before the conversion, so
+    // the block moves by the same rule whatever the character turns out to
+    // need.
+    if (str->data->len > C::kMaxLen - 3 || !C::grow(str, str->data->len + 3)) {
+        return 0;
+    }
     char buf[4];
     vek_s32 len = wcs_char_to_utf8_char(c, buf);
     if (!(len < 4)) {

@@ -92,7 +92,7 @@ void emit(const char* text, vek_s32 len) {
             TinyStr_appdStr(&t, head);
             TinyStr_appdStrx(&t, text, len);
             TinyStr_appdChar(&t, '\n');
-            plat::debug_output(TinyStr_buf(&t), 1);
+            plat::debug_output(TinyStr_buf(&t));
             TinyStr_delete(&t);
         } else {
             AlFile* f = g_trc.file ? g_trc.file : AlFile_open(g_trc.fileName, "ab");
@@ -306,7 +306,7 @@ VEK_API vek_s32 sys_printf(const char* fmt, ...) {
     va_start(va, fmt);
     vek_s32 n = with_text(fmt, va, [](const char* text, vek_s32 len) {
         if (len > 0) {
-            plat::debug_output(text, 0);
+            plat::debug_output(text);
         }
     });
     va_end(va);

@@ -227,6 +227,7 @@ extern "C" {
 // ---- lifecycle ----
 
 VEK_API vek_s32 BaseLib_init(void) {
+    (void)*(const volatile int*)&vek::load_hooks_linked;
     if (AlAtom_inc(&g_core.appCnt) > 1) {
         return 0;
     }

@@ -407,7 +407,8 @@ VEK_API void vek_lock_unlock(vek_handle mutex) {
 }
 
 VEK_API void vek_lock_close(vek_handle mutex) {
-    hnd_op(mutex, plat::handle_close, "mutex", "CloseHandle(mutex)");
+    // One text for a null handle and a failed close alike.
+    hnd_op(mutex, plat::handle_close, "CloseHandle(mutex)", "CloseHandle(mutex)");
 }
 
 VEK_API vek_bool win_mutex_exist__(const vek_wchar* mutexName) {

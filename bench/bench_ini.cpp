@@ -46,10 +46,12 @@ const std::string& text() {
     return t;
 }
 
+#ifdef HAVE_GLIB
 const std::string& hash_text() {
     static std::string t = make_text('#');
     return t;
 }
+#endif
 
 struct Probe {
     std::string sect, key;

@@ -21,6 +21,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include "BaseLib.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -47,10 +48,11 @@ struct Rng {
     uint32_t below(uint32_t n) { return n ? next() % n : 0; }
 };
 
-const char* const kPieces[] = {
+// string_view, so that the NUL byte piece is one byte long.
+const std::string_view kPieces[] = {
     "[", "]", "=", ";", "\"", "\r", "\n", "\r\n", " ", "\t", "[sect]", "key=value", "\xEF\xBB\xBF",
     "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "\xC3", "\x80", "\xFF", "+", "-", "+AGE-", "+ZeVnLIqe-",
-    "a", "Z", "0", "9", "%", "\\", "/", ":", "Global\\", std::string(1, '\0').c_str(),
+    "a", "Z", "0", "9", "%", "\\", "/", ":", "Global\\", std::string_view("\0", 1),
 };
 
 std::string make_input(Rng& r) {

@@ -66,6 +66,11 @@ vek_s32 g_symCnt;
 namespace plat {
 
 vek_s32 module_path(char* buf, vek_s32 cap) {
+#ifdef VEK_STATIC
+    // Linked into the program: the executable is the library's module, and
+    // its folder holds the configuration files.
+    return exe_path(buf, cap);
+#endif
     Dl_info info;
     if (dladdr((void*)&module_path, &info) && info.dli_fname && info.dli_fname[0]) {
         char* real = realpath(info.dli_fname, nullptr);
@@ -91,8 +96,10 @@ vek_s32 exe_path(char* buf, vek_s32 cap) {
     return (vek_s32)n;
 }
 
-void debug_output(const char* text, vek_s32 always) {
-    if (always || env_on("VEK_DEBUG_OUTPUT")) {
+// The debugger channel it stands for is invisible without a debugger, so
+// nothing shows unless the user asks for it.
+void debug_output(const char* text) {
+    if (env_on("VEK_DEBUG_OUTPUT")) {
         stderr_write(text);
     }
 }

@@ -4,6 +4,10 @@
  */
 #include "VekCore.h"
 
+namespace vek {
+const int load_hooks_linked = 1;
+}
+
 namespace {
 
 // Priority 101 runs before the library's own C++ initialisers (none of the

@@ -1,21 +1,24 @@
 #!/usr/bin/env bash
 # Installs what BaseLib needs on Debian, skipping what is already there.
 #   deps.sh main    compiler and CMake (build and run vektool)
-#   deps.sh test    also the x86 and Windows toolchains, wine64, GoogleTest,
-#                   Google Benchmark
-#   deps.sh bench   also the peer libraries the benchmarks compare against
+#   deps.sh test    also GoogleTest, clang, the x86 and Windows toolchains,
+#                   wine64 and the time-zone data (every test leg)
+#   deps.sh bench   the main set, Google Benchmark and the peer libraries
+#                   the benchmarks compare against
+#   deps.sh docs    the main set and Doxygen
 set -euo pipefail
 want=${1:-main}
 pkgs=(cmake make g++ pkg-config)
-if [ "$want" = test ] || [ "$want" = bench ]; then
-  pkgs+=(g++-multilib mingw-w64 wine64 libgtest-dev libbenchmark-dev)
-fi
-if [ "$want" = bench ]; then
-  pkgs+=(libinih-dev libglib2.0-dev)
-fi
+case "$want" in
+  main) ;;
+  test) pkgs+=(libgtest-dev clang g++-multilib mingw-w64 wine64 tzdata python3) ;;
+  bench) pkgs+=(libbenchmark-dev libinih-dev libglib2.0-dev) ;;
+  docs) pkgs+=(doxygen python3) ;;
+  *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs)" >&2; exit 2 ;;
+esac
 missing=()
 for p in "${pkgs[@]}"; do
-  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+  dpkg -s "$p" 2>/dev/null | grep -q '^Status: install ok installed' || missing+=("$p")
 done
 [ ${#missing[@]} -eq 0 ] && exit 0
 sudo=""

@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
-# Builds BaseLib on every leg and runs every test there:
+# Builds BaseLib on every leg and runs every test there (the test suites,
+# the fuzz targets' replay and the examples):
 #   linux-x64, linux-x86 (g++ -m32), windows-x64 (mingw-w64, under wine64),
-#   linux-asan (ASan + UBSan), linux-tsan (ThreadSanitizer);
-# then checks the plain build's install (CMake package, pkg-config, a
-# program built against it) and that exactly the API is exported.
+#   linux-asan (ASan + UBSan), linux-tsan (ThreadSanitizer),
+#   linux-clang (clang), linux-x64-static (the static library);
+# then checks the plain builds' install (shared and static: CMake package,
+# pkg-config, programs built against it, the installed vektool), the
+# exported symbols and the API reference.
 # BASELIB_LEGS narrows the legs, e.g. BASELIB_LEGS=linux-x64.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh test
 jobs=$(nproc)
-legs=${BASELIB_LEGS:-"linux-x64 linux-x86 windows-x64 linux-asan linux-tsan"}
+legs=${BASELIB_LEGS:-"linux-x64 linux-x86 windows-x64 linux-asan linux-tsan linux-clang linux-x64-static"}
 
 wine_dir=""
 cleanup() {
@@ -20,6 +23,7 @@ cleanup() {
 trap cleanup EXIT
 
 for leg in $legs; do
+  start=$SECONDS
   echo "=== $leg: build"
   cmake --preset "$leg" >/dev/null
   cmake --build --preset "$leg" -j "$jobs" >/dev/null
@@ -37,6 +41,7 @@ for leg in $legs; do
   else
     "build/$leg/bin/vektool" info >/dev/null
   fi
+  echo "=== $leg: passed in $((SECONDS - start)) s"
 done
 
 echo "=== install and exports"
@@ -46,4 +51,6 @@ for leg in $legs; do
     linux-x64|linux-x86|windows-x64) bash scripts/check-exports.sh "build/$leg" ;;
   esac
 done
+echo "=== API reference"
+bash scripts/docs.sh
 echo "=== all legs passed: $legs"

@@ -348,8 +348,13 @@ TEST_F(TinyIniScan, SectionsCommentsAndDefaults) {
 }
 
 TEST_F(TinyIniScan, LongNamesAndBadArguments) {
-    std::string text = "[" + std::string(130, 's') + "]\r\nk=1\r\n";
-    EXPECT_EQ("<none>", tiny(text, "x", "k"));
+    // 126 characters is the longest name, for sections and fields alike.
+    std::string ok(126, 's');
+    EXPECT_EQ("1", tiny("[" + ok + "]\r\n" + ok + "=1\r\n", ok.c_str(), ok.c_str()));
+    std::string over(127, 's');
+    EXPECT_EQ("<none>", tiny("[" + over + "]\r\nk=1\r\n", "x", "k"));
+    expect_assert("offset < TINI_NAME_MAX - 1");
+    tiny(over + "=1\r\n", "", over.c_str());
     expect_assert("offset < TINI_NAME_MAX - 1");
     char buf[8];
     EXPECT_EQ(buf, TinyIni_getStr(nullptr, "a", "b", nullptr, buf, sizeof buf));

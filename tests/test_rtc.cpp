@@ -39,13 +39,20 @@ std::string sval(const char* sect, const char* key, const char* def) {
 class ChildFolder {
   public:
     explicit ChildFolder(const std::string& name) : dir_(vektest::temp_dir(name)) {
-        fs::path lib = fs::u8path(vek_base_fld());
         fs::path self = fs::u8path(vektest::self_dir());
-#ifdef _WIN32
+        // With the static library the program is the library's module, and
+        // its folder is the one the configuration is read from.
+#if !defined(VEK_STATIC)
+        fs::path lib = fs::u8path(vek_base_fld());
+#if defined(_WIN32)
         fs::copy_file(lib / "BaseLib.dll", fs::u8path(dir_) / "BaseLib.dll");
-        fs::copy_file(self / "leak_child.exe", fs::u8path(dir_) / "leak_child.exe");
 #else
         fs::copy_file(fs::canonical(lib / "libBaseLib.so.1"), fs::path(dir_) / "libBaseLib.so.1");
+#endif
+#endif
+#ifdef _WIN32
+        fs::copy_file(self / "leak_child.exe", fs::u8path(dir_) / "leak_child.exe");
+#else
         fs::copy_file(self / "leak_child", fs::path(dir_) / "leak_child");
 #endif
     }

@@ -426,6 +426,24 @@ TEST_F(Formatter, NumbersMatchSnprintf) {
               std::strtoull(out.text.c_str() + std::strlen(want), nullptr, 16));
 }
 
+// A negative "*" width is the "-" flag with the positive width, for numbers
+// as for text, in the 8-bit and the 16-bit engines alike.
+TEST_F(Formatter, NegativeStarWidthAlignsLeft) {
+    char buf[64];
+    char want[64];
+    vek_snprintf(buf, sizeof buf, "[%*d][%*x][%*.2f][%*.*d][%0*d][%*s][%*c]", -5, 42, -4, 255, -7,
+                 1.5, -6, 3, 7, -5, 42, -4, "ab", -3, 'z');
+    std::snprintf(want, sizeof want, "[%*d][%*x][%*.2f][%*.*d][%0*d][%*s][%*c]", -5, 42, -4, 255, -7,
+                  1.5, -6, 3, 7, -5, 42, -4, "ab", -3, 'z');
+    EXPECT_STREQ("[42   ][ff  ][1.50   ][007   ][42   ][ab  ][z  ]", want);
+    EXPECT_STREQ(want, buf);
+    VekWcs w;
+    VekWcs_new(&w);
+    VekWcs_printf(&w, (const vek_wchar*)u"[%*d][%0*x][%*.1f]", -4, 7, -3, 10, 5, 2.3);
+    EXPECT_EQ(std::u16string(u"[7   ][a  ][  2.3]"), std::u16string((const char16_t*)VekWcs_buf(&w)));
+    VekWcs_delete(&w);
+}
+
 TEST_F(Formatter, OverlongPrecisionIsAssertedAndCut) {
     Collect c;
     EXPECT_ASSERT("precision < (int)sizeof(byteBuf) - 32", fmt(c, "%.600d", 1));

@@ -296,7 +296,7 @@ TEST_F(Sync, LocksAreRecursiveOwnedAndAbandonedByTheirThread) {
     vek_lock_close(m);
 
     EXPECT_ASSERT("mutex", vek_lock_unlock(nullptr));
-    EXPECT_ASSERT("mutex", vek_lock_close(nullptr));
+    EXPECT_ASSERT("CloseHandle(mutex)", vek_lock_close(nullptr));
     EXPECT_ASSERT("mutex", EXPECT_EQ(VEK_ERR_WAIT_FAILED, vek_lock_trylock__(nullptr, 0)));
 }
 

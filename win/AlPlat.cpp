@@ -157,7 +157,7 @@ vek_s32 exe_path(char* buf, vek_s32 cap) {
     return win::to_utf8(w, buf, cap);
 }
 
-void debug_output(const char* text, vek_s32) {
+void debug_output(const char* text) {
     wchar_t w[2048];
     win::to_wide(text, w, 2048);
     OutputDebugStringW(w);

@@ -6,6 +6,10 @@
 #include <windows.h>
 #include "VekCore.h"
 
+namespace vek {
+const int load_hooks_linked = 1;
+}
+
 #if defined(VEK_STATIC)
 
 namespace {
