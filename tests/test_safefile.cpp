@@ -6,7 +6,6 @@
  */
 #include <filesystem>
 #include <string>
-#include <thread>
 #ifndef _WIN32
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -88,11 +87,14 @@ TEST_F(SafeWrite, DevicesAndFifosAreWrittenNotReplaced) {
     std::string dir = vektest::temp_dir("safedev");
     std::string fifo = dir + "/fifo";
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
-    std::string got;
-    std::thread reader([&] { got = vektest::read_file(fifo); });
+    // A reader that does not wait for the writer: the text fits the pipe.
+    int reader = open(fifo.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
     EXPECT_EQ(0, write_doc(fifo));
-    reader.join();
-    EXPECT_EQ(kText, got);
+    char got[64] = {0};
+    EXPECT_EQ((ssize_t)sizeof kText - 1, read(reader, got, sizeof got - 1));
+    close(reader);
+    EXPECT_STREQ(kText, got);
     struct stat st;
     ASSERT_EQ(0, stat(fifo.c_str(), &st));
     EXPECT_TRUE(S_ISFIFO(st.st_mode));
