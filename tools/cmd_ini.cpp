@@ -158,7 +158,7 @@ int save(const Input& in) {
         return in.fail(ini_error(len));
     }
     vek_s32 err = 0;
-    IniFile* back = IniFile_newBuf(text.c_str(), 0, &err);
+    IniFile* back = IniFile_newBuf(text.c_str(), (vek_s32)text.size(), &err);
     bool ok = back && reads_back(in.doc, back);
     if (back) {
         IniFile_delete(back);
