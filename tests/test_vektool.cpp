@@ -208,6 +208,9 @@ TEST_F(Vektool, AsAPlainUserAnUnreadableFileIsNeverOverwritten) {
     EXPECT_EQ(2, vektest::run_command(asUser + Tool::exe() + " ini set " + t.q("secret.ini") + " s j 2 2> " + t.q("err")));
     EXPECT_TRUE(has(t.err(), "Permission denied")) << t.err();
     EXPECT_EQ(2, vektest::run_command(asUser + Tool::exe() + " ini del " + t.q("secret.ini") + " s 2> /dev/null"));
+    chmod(path.c_str(), 0444);  // readable, not writable: the reason of the write
+    EXPECT_EQ(2, vektest::run_command(asUser + Tool::exe() + " ini set " + t.q("secret.ini") + " s j 2 2> " + t.q("err")));
+    EXPECT_TRUE(has(t.err(), "cannot be written: Permission denied")) << t.err();
     chmod(path.c_str(), 0600);
     EXPECT_EQ(text, vektest::read_file(path));
 
