@@ -37,9 +37,17 @@ vek_s32 file_resolve(const char* path, char* out, vek_s32 cap);
 /* Replaces target by from in one step (the old target stays intact when
  * this fails); 0 or a negative error. */
 vek_s32 file_replace(const char* from, const char* target);
-/* Gives to the permissions of from, where the platform has such; 0 or a
- * negative error. */
+/* Gives to the permissions and the owner of from, where the platform has
+ * such; 0, or a negative error when either cannot be given (a file owned by
+ * another user, which this process may not give away). */
 vek_s32 file_copy_mode(const char* from, const char* to);
+/* What a path names, as a writer that must never turn it into something
+ * else needs to know it. */
+enum class FileKind { missing, regular, directory, special, unknown };
+/* The kind of path; links are not followed (resolve first), so a link that
+ * could not be resolved is special too. For a regular file, *links
+ * receives its number of hard links. */
+FileKind file_kind(const char* path, vek_s32* links);
 /* 0 when path does not exist or may be written; else a negative error. */
 vek_s32 file_check_writable(const char* path);
 /* Removes a file; 0 or a negative error. */

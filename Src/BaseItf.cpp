@@ -3,6 +3,7 @@
  * append, clone and the file round trips. They borrow their streams and
  * use only the fifteen operations, so they work on every stream class.
  */
+#include "SafeFile.h"
 #include "StrUtil.h"
 #include "VekStrm.h"
 #include "VekVos.h"
@@ -42,19 +43,36 @@ vek_s32 copy_bytes(IStrm* dst, IStrm* src, vek_s32 fromStart) {
     return err;
 }
 
-// Copies strm into a new file at path ("wb") or an existing file's bytes
-// into strm ("rb"), through a file stream in a record of our own. An empty
-// path, which would give a stream without a file, is a file that cannot be
-// opened.
+struct CopySource {
+    IStrm* src;
+    vek_s32 fromStart;
+};
+
+// Copies strm into a file at path, which ends up holding exactly those bytes
+// (written safely: a failure keeps the old file), or an existing file's
+// bytes into strm ("rb"). An empty path, which would give a stream without a
+// file, is a file that cannot be opened.
 vek_s32 copy_file(IStrm* strm, const char* path, bool toFile, vek_s32 fromStart) {
+    if (!*path) {
+        return VEK_ERR_FILE_OPEN;
+    }
+    if (toFile) {
+        CopySource from = {strm, fromStart};
+        return vek::SafeFile::write(
+            path,
+            [](IStrm* file, void* ctx) {
+                auto* c = (CopySource*)ctx;
+                return IStrm_copyx(file, c->src, c->fromStart);
+            },
+            &from);
+    }
     vek_s32 err = VEK_ERR_FILE_OPEN;
     FileStrm fs;
-    IStrm* file = *path ? FileStrm_xcreatex__(&fs, path, toFile ? "wb" : "rb", &err, __FILE__, __LINE__)
-                        : nullptr;
+    IStrm* file = FileStrm_xcreatex__(&fs, path, "rb", &err, __FILE__, __LINE__);
     if (!file) {
         return VEK_ERR_FILE_OPEN;
     }
-    err = toFile ? IStrm_copyx(file, strm, fromStart) : IStrm_copy(strm, file);
+    err = IStrm_copy(strm, file);
     IStrm_release(file);
     return err;
 }

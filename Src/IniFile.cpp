@@ -655,20 +655,8 @@ VEK_API vek_s32 IniFile_outFilex(IniFile* file, const char* path, vek_s32 append
     }
     // A configuration file is replaced only once the new text is complete
     // and on the disk, so a failed write never loses the old one.
-    vek::SafeFile safe;
-    if (safe.open(path) != 0) {
-        return VEK_ERR_FILE_OPEN;
-    }
-    IStrm* s = FileStrm_xcreatex__(&mem, "", "", &err, __FILE__, __LINE__);
-    FileStrm_attach(s, safe.file());
-    vek_s32 r = doc_out(file, s);
-    FileStrm_detach(s);
-    IStrm_release(s);
-    if (r < 0) {
-        safe.discard();
-        return r;
-    }
-    return safe.commit();
+    return vek::SafeFile::write(
+        path, [](IStrm* s, void* doc) { return doc_out((IniFile*)doc, s); }, file);
 }
 
 VEK_API vek_s32 IniFile_outFile(IniFile* file, const char* path) {

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include "AlPlat.h"
@@ -68,24 +69,42 @@ vek_s32 file_replace(const char* from, const char* target) {
 
 vek_s32 file_copy_mode(const char* from, const char* to) {
     struct stat st;
-    if (stat(from, &st) != 0) {
+    struct stat now;
+    if (stat(from, &st) != 0 || stat(to, &now) != 0) {
         return os_error();
     }
-    if (chmod(to, st.st_mode & 07777) != 0) {
+    // A replacement owned by someone else than the original would hand the
+    // file to this user: only where the owner can be kept is it the same
+    // file. The owner goes first, since giving a file away clears its
+    // set-id bits.
+    if ((now.st_uid != st.st_uid || now.st_gid != st.st_gid) && chown(to, st.st_uid, st.st_gid) != 0) {
         return os_error();
     }
-    // The owner only follows where this process may give files away.
-    if (chown(to, st.st_uid, st.st_gid) != 0) {
-        errno = 0;
+    return chmod(to, st.st_mode & 07777) == 0 ? 0 : os_error();
+}
+
+FileKind file_kind(const char* path, vek_s32* links) {
+    struct stat st;
+    *links = 0;
+    if (lstat(path, &st) != 0) {
+        return errno == ENOENT ? FileKind::missing : FileKind::unknown;
     }
-    return 0;
+    if (S_ISDIR(st.st_mode)) {
+        return FileKind::directory;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        return FileKind::special;
+    }
+    *links = st.st_nlink > 0x7FFFFFFF ? 0x7FFFFFFF : (vek_s32)st.st_nlink;
+    return FileKind::regular;
 }
 
 vek_s32 file_check_writable(const char* path) {
     if (access(path, F_OK) != 0) {
         return 0;
     }
-    return access(path, W_OK) == 0 ? 0 : os_error();
+    // The effective user is the one that opens the file.
+    return faccessat(AT_FDCWD, path, W_OK, AT_EACCESS) == 0 ? 0 : os_error();
 }
 
 vek_s32 file_remove(const char* path) {

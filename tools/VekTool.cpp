@@ -10,9 +10,15 @@
 #include <cstdio>
 #include <cstring>
 #include <vector>
+#include <cstdlib>
+#include <string>
 #ifdef _WIN32
 #include <fcntl.h>
 #include <io.h>
+#include <cwchar>
+#include <windows.h>
+#else
+#include <sys/stat.h>
 #endif
 
 namespace vektool {
@@ -39,6 +45,84 @@ bool asks_help(int argc, char** argv) {
     }
     return false;
 }
+
+enum class PathKind { none, directory, regular, special };
+
+const char kNotRegular[] = "not a regular file (devices, FIFOs and other special files are not changed)";
+
+#ifdef _WIN32
+std::wstring wide(const char* text) {
+    int n = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
+    std::wstring w(n > 0 ? (size_t)n : 1, L'\0');
+    if (n > 0) {
+        MultiByteToWideChar(CP_UTF8, 0, text, -1, &w[0], n);
+    }
+    w.resize(std::wcslen(w.c_str()));
+    return w;
+}
+
+std::string narrow(const wchar_t* text) {
+    int n = WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr);
+    std::string s(n > 0 ? (size_t)n : 1, '\0');
+    if (n > 0) {
+        WideCharToMultiByte(CP_UTF8, 0, text, -1, &s[0], n, nullptr, nullptr);
+    }
+    s.resize(std::strlen(s.c_str()));
+    return s;
+}
+
+// Devices have no attributes here; they show as special once open.
+PathKind path_kind(const char* path) {
+    DWORD attr = GetFileAttributesW(wide(path).c_str());
+    return attr == INVALID_FILE_ATTRIBUTES             ? PathKind::none
+           : (attr & FILE_ATTRIBUTE_DIRECTORY) != 0 ? PathKind::directory
+                                                     : PathKind::regular;
+}
+
+bool is_regular(std::FILE* f) {
+    return GetFileType((HANDLE)_get_osfhandle(_fileno(f))) == FILE_TYPE_DISK;
+}
+
+// The name every process uses for the file's lock, whatever way it was
+// spelled (the lock's name is lower-cased, as Windows names are).
+std::string full_path(const char* path) {
+    wchar_t buf[32768];
+    DWORD n = GetFullPathNameW(wide(path).c_str(), 32768, buf, nullptr);
+    return n > 0 && n < 32768 ? narrow(buf) : std::string(path);
+}
+#else
+PathKind path_kind(const char* path) {
+    struct stat st;
+    return stat(path, &st) != 0      ? PathKind::none
+           : S_ISDIR(st.st_mode) ? PathKind::directory
+           : S_ISREG(st.st_mode) ? PathKind::regular
+                                 : PathKind::special;
+}
+
+bool is_regular(std::FILE* f) {
+    struct stat st;
+    return fstat(fileno(f), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+// The name every process uses for the file's lock: absolute, links
+// resolved (the file itself may not exist yet: then its folder's).
+std::string full_path(const char* path) {
+    std::string result = path;
+    if (char* real = realpath(path, nullptr)) {
+        result = real;
+        std::free(real);
+        return result;
+    }
+    std::string p = path;
+    size_t slash = p.rfind('/');
+    std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : p.substr(0, slash);
+    if (char* real = realpath(dir.c_str(), nullptr)) {
+        result = std::string(real) + "/" + p.substr(slash == std::string::npos ? 0 : slash + 1);
+        std::free(real);
+    }
+    return result;
+}
+#endif
 
 void print_help() {
     std::printf("usage: vektool <command> [arguments]\n"
@@ -137,20 +221,55 @@ void binary_stdin() {
 #endif
 }
 
-bool read_input(const char* what, const char* path, std::string& out) {
+std::FILE* open_file(const char* path, const char* mode) {
+#ifdef _WIN32
+    std::wstring wpath = wide(path);
+    std::wstring wmode = wide(mode);
+    return _wfopen(wpath.c_str(), wmode.c_str());
+#else
+    return std::fopen(path, mode);
+#endif
+}
+
+bool read_input(const char* what, const char* path, std::string& out, InputInfo* info) {
     bool isStdin = !std::strcmp(path, "-");
+    bool regularOnly = info && info->regularOnly;
     std::FILE* f = stdin;
+    bool regular = false;
+    out.clear();
     if (isStdin) {
         binary_stdin();
     } else {
+        // A directory opens for reading on some systems and then reads as
+        // nothing, which must not pass for an empty file; a FIFO would
+        // block or lose its data before it could be refused.
+        PathKind kind = path_kind(path);
+        if (kind == PathKind::directory) {
+            fail(what, path, std::strerror(EISDIR));
+            return false;
+        }
+        if (regularOnly && kind == PathKind::special) {
+            fail(what, path, kNotRegular);
+            return false;
+        }
         errno = 0;
-        f = std::fopen(path, "rb");
+        f = open_file(path, "rb");
+        if (!f && info && errno == ENOENT) {
+            info->missing = true;
+            info->regular = false;
+            return true;
+        }
         if (!f) {
             fail(what, path, os_reason());
             return false;
         }
+        regular = is_regular(f);
+        if (regularOnly && !regular) {
+            std::fclose(f);
+            fail(what, path, kNotRegular);
+            return false;
+        }
     }
-    out.clear();
     char buf[65536];
     size_t n;
     errno = 0;
@@ -165,7 +284,33 @@ bool read_input(const char* what, const char* path, std::string& out) {
     if (!ok) {
         fail(what, isStdin ? "standard input" : path, reason);
     }
+    if (info) {
+        info->missing = false;
+        info->regular = regular;
+    }
     return ok;
+}
+
+FileLock::FileLock(const char* path) {
+    if (!path) {
+        held_ = true;
+        return;
+    }
+    VekStr name;
+    VekStr_new(&name);
+    vek_file_mutex__(&name, full_path(path).c_str());
+    mutex_ = vek_lock_create__(VekStr_buf(&name), 0);
+    VekStr_delete(&name);
+    held_ = mutex_ && vek_lock_lock__(mutex_, -1, 1) == 0;
+}
+
+FileLock::~FileLock() {
+    if (held_ && mutex_) {
+        vek_lock_unlock(mutex_);
+    }
+    if (mutex_) {
+        vek_lock_close(mutex_);
+    }
 }
 
 void write_out(const void* data, std::size_t len) {
@@ -206,6 +351,11 @@ int main(int argc, char** argv) {
     int rc = dispatch(*cmd, argc - 2, argv + 2, &run, &skip, &usage);
     if (rc == kUsage) {
         BaseLib_init();
+        // "--" ends the options: what follows is taken as it stands, so a
+        // value may be "--help".
+        if (argc - 2 > skip && !std::strcmp(argv[2 + skip], "--")) {
+            skip++;
+        }
         rc = run(argc - 2 - skip, argv + 2 + skip);
         BaseLib_exit();
         if (rc == kUsage) {

@@ -14,6 +14,7 @@
 #define VEKTOOL_H
 
 #include <cstddef>
+#include <cstdio>
 #include <string>
 #include "BaseLib.h"
 
@@ -61,11 +62,44 @@ int fail(const char* what, const char* path, const std::string& reason);
 /* The operating system's text for the last C runtime error (errno). */
 std::string os_reason();
 
+/* What read_input found: a missing file (only reported when asked for),
+ * a regular file, or anything else that can be read (a device, a FIFO,
+ * standard input). With regularOnly set, a file that exists and is not a
+ * regular one is refused before it is opened (standard input is not). */
+struct InputInfo {
+    bool regularOnly = false;
+    bool missing = false;
+    bool regular = false;
+};
+
 /*
  * Reads a whole file, or standard input for "-", as bytes. On failure
- * prints the error (naming the file and the reason) and returns false.
+ * prints the error (naming the file and the reason) and returns false; a
+ * directory is such a failure. With info, a file that does not exist is no
+ * failure: info->missing is set and out is empty.
  */
-bool read_input(const char* what, const char* path, std::string& out);
+bool read_input(const char* what, const char* path, std::string& out, InputInfo* info = nullptr);
+
+/* Opens a file by its UTF-8 name, as std::fopen does (errno on failure). */
+std::FILE* open_file(const char* path, const char* mode);
+
+/*
+ * Serialises the processes that change one file: holds the library's
+ * system-wide file mutex for the file (by its full path, links resolved)
+ * for the object's lifetime. ok() is false when it could not be taken.
+ */
+class FileLock {
+  public:
+    explicit FileLock(const char* path);  // null: no lock, and ok()
+    ~FileLock();
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+    bool ok() const { return held_; }
+
+  private:
+    vek_handle mutex_ = nullptr;
+    bool held_ = false;
+};
 
 /* Standard output and input in binary mode (no LF to CR LF on Windows). */
 void binary_stdout();

@@ -102,6 +102,32 @@ vek_s32 file_copy_mode(const char* from, const char* to) {
     return SetFileAttributesW(wto, attr & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN)) ? 0 : win_error();
 }
 
+FileKind file_kind(const char* path, vek_s32* links) {
+    wchar_t wpath[MAX_PATH * 4];
+    win::to_wide(path, wpath, MAX_PATH * 4);
+    *links = 0;
+    DWORD attr = GetFileAttributesW(wpath);
+    if (attr != INVALID_FILE_ATTRIBUTES && (attr & FILE_ATTRIBUTE_DIRECTORY)) {
+        return FileKind::directory;
+    }
+    // Devices (NUL, CON, COM1) have no attributes but open; asking for no
+    // access at all opens without touching them.
+    HANDLE h = CreateFileW(wpath, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                           OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    if (h == INVALID_HANDLE_VALUE) {
+        DWORD e = GetLastError();
+        return e == ERROR_FILE_NOT_FOUND || e == ERROR_PATH_NOT_FOUND ? FileKind::missing : FileKind::unknown;
+    }
+    FileKind kind = FileKind::special;
+    BY_HANDLE_FILE_INFORMATION info;
+    if (GetFileType(h) == FILE_TYPE_DISK && GetFileInformationByHandle(h, &info)) {
+        kind = (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) ? FileKind::directory : FileKind::regular;
+        *links = info.nNumberOfLinks > 0x7FFFFFFF ? 0x7FFFFFFF : (vek_s32)info.nNumberOfLinks;
+    }
+    CloseHandle(h);
+    return kind;
+}
+
 vek_s32 file_check_writable(const char* path) {
     wchar_t wpath[MAX_PATH * 4];
     win::to_wide(path, wpath, MAX_PATH * 4);
