@@ -268,7 +268,7 @@ VEK_API vek_s32 DateMargin2VekTime(VekTime* time, VekTime margin, VekTime* out);
 VEK_API vek_s32 DateVekTime2MarginExt(VekTime* a, VekTime* b, vek_s32* unit, vek_s64* count);
 
 /* ---- durations ---- */
-VEK_API void VekDur_init(VekDur* dur);
+VEK_API void VekDur_init(VekDur* dur); /* clears every field (all 0) */
 /* 1 when years, months, days, hours, minutes and seconds are 0: weeks are
  * not looked at. */
 VEK_API vek_bool VekDur_noo(const VekDur* dur);
