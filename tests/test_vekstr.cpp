@@ -414,15 +414,13 @@ TEST_F(VekStrTest, Utf16IntoAString) {
     EXPECT_EQ(std::string(51, 'x') + "\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC\xE2\x82\xAC", s.text());
     EXPECT_EQ(2, VekStr_appdWchar(&s.s, 0xE9));
     // A single unit always asks for 3 bytes first: with 61 characters in 64
-    // cells even "A" moves the text to a fresh block.
+    // cells even "A" grows the block by the growth rule.
     Str y;
     VekStr_setCharx(&y.s, 'y', 10);
     VekStr_appdCharx(&y.s, 'y', 51);
     ASSERT_EQ(64, VekStr_size(&y.s));
-    const char* before = VekStr_buf(&y.s);
     EXPECT_EQ(1, VekStr_appdWchar(&y.s, 'A'));
-    EXPECT_NE(before, VekStr_buf(&y.s));
-    EXPECT_EQ(128, VekStr_size(&y.s));
+    EXPECT_EQ(128, VekStr_size(&y.s));  // a fresh block (it may be resized in place)
     EXPECT_EQ(std::string(61, 'y') + "A", y.text());
     EXPECT_EQ(0, VekStr_appdWchar(&y.s, 0));
     VekStr_setWchar(&s.s, 0x20AC);
