@@ -34,6 +34,8 @@ if ! command -v debootstrap >/dev/null; then
 fi
 
 root=$(mktemp -d /tmp/baselib-root.XXXXXX)
+# The root folder is the chroot's "/": every user must be able to pass it.
+chmod 755 "$root"
 cleanup() {
   for m in dev/pts dev/shm dev proc sys; do umount -l "$root/$m" 2>/dev/null; done
   rm -rf --one-file-system "$root"
