@@ -20,9 +20,9 @@
 namespace {
 
 constexpr vek_s32 kChunk = 4096;
-const char kB64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-const char kHexUp[] = "0123456789ABCDEF";
-const char kHexLow[] = "0123456789abcdef";
+constexpr char kB64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kHexUp[] = "0123456789ABCDEF";
+constexpr char kHexLow[] = "0123456789abcdef";
 
 constexpr vek_u8 kBad = 0xFF;  // not in the alphabet
 constexpr vek_u8 kPad = 0xFE;  // "="
@@ -42,7 +42,7 @@ struct B64Tables {
         for (int i = 0; i < 64; i++) {
             dec[(vek_u8)kB64[i]] = (vek_u8)i;
         }
-        dec['='] = kPad;
+        dec[(vek_u8)'='] = kPad;
         for (int pos = 0; pos < 4; pos++) {
             for (int c = 0; c < 256; c++) {
                 quad[pos][c] = dec[c] < 64 ? (vek_u32)dec[c] << (18 - 6 * pos) : kSlow;
