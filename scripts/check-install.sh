@@ -40,7 +40,7 @@ for kind in shared static; do
   [ "$kind" = static ] && libdir=$root/prefix/bin
   grep -q "base folder: *$libdir\$" "$root/info.txt" ||
     { echo "$kind vektool: wrong base folder"; cat "$root/info.txt"; exit 1; }
-  env -u LD_LIBRARY_PATH "$root/prefix/bin/vektool" --version | grep -q "BaseLib 1.0.0"
+  env -u LD_LIBRARY_PATH "$root/prefix/bin/vektool" --version | grep -q "(BaseLib) 1.0.0"
   # A CMake consumer and a pkg-config consumer (--static for the archive).
   cmake -S tests/install -B "$root/consumer" -DCMAKE_PREFIX_PATH="$root/prefix" >/dev/null
   cmake --build "$root/consumer" >/dev/null
