@@ -113,7 +113,9 @@ struct StrCore {
     static Data* null_blk() { return const_cast<Data*>(&S::kNull); }
     static bool is_null(const Data* d) { return d == &S::kNull; }
     static bool fixed(const Data* d) { return (d->flags & kFixed) != 0; }
-    static vek_s32 refs(const Data* d) { return AlAtom_get(&d->ref); }
+    // Read on every write (the unshared test), so inline rather than a call
+    // into the counter functions; acquire like AlAtom_get.
+    static vek_s32 refs(const Data* d) { return __atomic_load_n(&d->ref, __ATOMIC_ACQUIRE); }
     static Ch* chars(Data* d) { return (Ch*)((char*)d + STRDATA_HDR); }
     static const Ch* chars(const Data* d) { return (const Ch*)((const char*)d + STRDATA_HDR); }
     static size_t block_bytes(vek_s32 size) { return STRDATA_HDR + sizeof(Ch) * (size_t)size; }
