@@ -174,6 +174,29 @@ const Ch* parse_spec(const Ch* p, Spec& sp, va_list* ap) {
     return p;
 }
 
+// Writes v (>= 0) in decimal; returns the end.
+char* put_decimal(char* d, vek_s32 v) {
+    char tmp[12];
+    vek_s32 k = 0;
+    do {
+        tmp[k++] = (char)('0' + v % 10);
+        v /= 10;
+    } while (v > 0);
+    while (k > 0) {
+        *d++ = tmp[--k];
+    }
+    return d;
+}
+
+bool is_float_conv(char c) {
+    switch (c) {
+    case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
+        return true;
+    default:
+        return false;
+    }
+}
+
 /* Renders one numeric or pointer item with snprintf into buf. */
 vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
     char dir[40];
@@ -186,11 +209,16 @@ vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
         vek_assert__("precision < (int)sizeof(byteBuf) - 32", __FILE__, __LINE__);
     }
     vek_s32 prec = sp.prec < kByteBuf - 32 ? sp.prec : kByteBuf - 33;
-    d += std::snprintf(d, 12, "%d", (int)sp.width);
-    if (prec >= 0) {
-        d += std::snprintf(d, 12, ".%d", (int)prec);
+    // Width and precision are written here: a call into the runtime for
+    // each would cost as much as rendering the number itself.
+    if (sp.width > 0) {
+        d = put_decimal(d, sp.width);
     }
-    bool isFloat = std::strchr("eEfFgGaA", conv) != nullptr;
+    if (prec >= 0) {
+        *d++ = '.';
+        d = put_decimal(d, prec);
+    }
+    bool isFloat = is_float_conv(conv);
     if (conv != 'p' && (!isFloat || sp.len[0] == 'L')) {
         for (const char* l = sp.len; *l; l++) {
             *d++ = *l;
@@ -210,10 +238,10 @@ vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
         } else {
             n = std::snprintf(buf, kByteBuf, dir, va_arg(*ap, double));
         }
-    } else if (!std::strcmp(L, "ll")) {
+    } else if (L[0] == 'l' && L[1] == 'l') {
         n = sgn ? std::snprintf(buf, kByteBuf, dir, va_arg(*ap, long long))
                 : std::snprintf(buf, kByteBuf, dir, va_arg(*ap, unsigned long long));
-    } else if (!std::strcmp(L, "l")) {
+    } else if (L[0] == 'l') {
         n = sgn ? std::snprintf(buf, kByteBuf, dir, va_arg(*ap, long))
                 : std::snprintf(buf, kByteBuf, dir, va_arg(*ap, unsigned long));
     } else if (L[0] == 'z') {
