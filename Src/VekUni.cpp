@@ -19,6 +19,7 @@
 #include "AlOs.h"
 #include "BaseItf.h"
 #include "MemUtil.h"
+#include "UniSimd.h"
 #include "VekVos.h"
 
 namespace {
@@ -235,6 +236,12 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
     vek_s32 stop = posLimit < r.end ? posLimit : r.end;
     bool blocks = r.end != INT_MAX;
     while (units < cap && r.pos < posLimit) {
+        if (blocks && cap - units >= 16 && stop - r.pos >= 16 && ascii8(s + r.pos)) {
+            vek_s32 room = cap - units < stop - r.pos ? cap - units : stop - r.pos;
+            vek_s32 k = vek::ascii_to_units(s + r.pos, room, dst + units, Swap);
+            units += k;
+            r.pos += k;
+        }
         if (blocks) {
             while (cap - units >= 8 && stop - r.pos >= 8 && ascii8(s + r.pos)) {
                 for (vek_s32 i = 0; i < 8; i++) {
@@ -242,6 +249,9 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
                 }
                 units += 8;
                 r.pos += 8;
+            }
+            if (units == cap || r.pos >= posLimit) {
+                break;  // the blocks filled the target or used the text up
             }
         }
         // Whole one- to three-byte characters before stop are decoded in
@@ -361,6 +371,17 @@ vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSiz
     vek_s32 out = 0;
     vek_s32 cap = dstSize - 1;
     for (vek_s32 i = 0; (n < 0 || i < n) && cap - out >= 4; i++) {
+        // A run of ASCII goes by in vector blocks while every unit of it
+        // would still find the four bytes of room the loop asks for.
+        if (n >= 0 && n - i >= 16 && cap - out >= 19 && order<Swap>(src[i]) - 1u < 0x7Fu) {
+            vek_s32 room = n - i < cap - out - 3 ? n - i : cap - out - 3;
+            vek_s32 k = vek::units_to_ascii(src + i, room, dst + out, Swap);
+            i += k;
+            out += k;
+            if (!((n < 0 || i < n) && cap - out >= 4)) {
+                break;
+            }
+        }
         vek_wchar c = order<Swap>(src[i]);
         if (c < 0x80) {
             if (!c) {
