@@ -236,13 +236,14 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
     vek_s32 stop = posLimit < r.end ? posLimit : r.end;
     bool blocks = r.end != INT_MAX;
     while (units < cap && r.pos < posLimit) {
-        if (blocks && cap - units >= 16 && stop - r.pos >= 16 && ascii8(s + r.pos)) {
+        if (blocks && cap - units >= 8 && stop - r.pos >= 8 && ascii8(s + r.pos)) {
+            // A run of ASCII: vector blocks first, its tail in 8-byte blocks.
             vek_s32 room = cap - units < stop - r.pos ? cap - units : stop - r.pos;
-            vek_s32 k = vek::ascii_to_units(s + r.pos, room, dst + units, Swap);
-            units += k;
-            r.pos += k;
-        }
-        if (blocks) {
+            if (room >= 16) {
+                vek_s32 k = vek::ascii_to_units(s + r.pos, room, dst + units, Swap);
+                units += k;
+                r.pos += k;
+            }
             while (cap - units >= 8 && stop - r.pos >= 8 && ascii8(s + r.pos)) {
                 for (vek_s32 i = 0; i < 8; i++) {
                     dst[units + i] = order<Swap>(s[r.pos + i]);
@@ -362,6 +363,16 @@ vek_s32 utf8_strm_to_units_strm(IStrm* src, IStrm* dst) {
 
 // ---- UTF-16 to UTF-8 ----
 
+/* True when the four units at p are ASCII and none is 0. */
+template <bool Swap>
+inline bool ascii4u(const vek_wchar* p) {
+    vek_u64 v;
+    std::memcpy(&v, p, 8);
+    const vek_u64 notAscii = Swap ? 0x80FF80FF80FF80FFULL : 0xFF80FF80FF80FF80ULL;
+    const vek_u64 high = 0x8000800080008000ULL;
+    return !(v & notAscii) && !((v - 0x0001000100010001ULL) & ~v & high);
+}
+
 template <bool Swap>
 vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSize) {
     if (!src || !dst || dstSize < 1) {
@@ -373,7 +384,7 @@ vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSiz
     for (vek_s32 i = 0; (n < 0 || i < n) && cap - out >= 4; i++) {
         // A run of ASCII goes by in vector blocks while every unit of it
         // would still find the four bytes of room the loop asks for.
-        if (n >= 0 && n - i >= 16 && cap - out >= 19 && order<Swap>(src[i]) - 1u < 0x7Fu) {
+        if (n >= 0 && n - i >= 16 && cap - out >= 19 && ascii4u<Swap>(src + i)) {
             vek_s32 room = n - i < cap - out - 3 ? n - i : cap - out - 3;
             vek_s32 k = vek::units_to_ascii(src + i, room, dst + out, Swap);
             i += k;
