@@ -126,7 +126,7 @@ __attribute__((noinline)) void lock_wait(HeapLock& l) {
                                          std::memory_order_relaxed)) {
             return;
         }
-        if (spin < 100) {
+        if (spin < 16) {
             cpu_relax();
         } else {
             std::this_thread::yield();
