@@ -239,7 +239,7 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
         if (blocks && cap - units >= 8 && stop - r.pos >= 8 && ascii8(s + r.pos)) {
             // A run of ASCII: vector blocks first, its tail in 8-byte blocks.
             vek_s32 room = cap - units < stop - r.pos ? cap - units : stop - r.pos;
-            if (room >= 16) {
+            if (room >= 16 && ascii8(s + r.pos + 8)) {
                 vek_s32 k = vek::ascii_to_units(s + r.pos, room, dst + units, Swap);
                 units += k;
                 r.pos += k;
@@ -381,26 +381,39 @@ vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSiz
     }
     vek_s32 out = 0;
     vek_s32 cap = dstSize - 1;
-    for (vek_s32 i = 0; (n < 0 || i < n) && cap - out >= 4; i++) {
-        // A run of ASCII goes by in vector blocks while every unit of it
-        // would still find the four bytes of room the loop asks for.
-        if (n >= 0 && n - i >= 16 && cap - out >= 19 && ascii4u<Swap>(src + i)) {
-            vek_s32 room = n - i < cap - out - 3 ? n - i : cap - out - 3;
-            vek_s32 k = vek::units_to_ascii(src + i, room, dst + out, Swap);
-            i += k;
-            out += k;
-            if (!((n < 0 || i < n) && cap - out >= 4)) {
-                break;
+    vek_s32 i = 0;
+    for (;;) {
+        // With a given length, a run of ASCII goes by in vector blocks
+        // while every unit of it would still find the four bytes of room
+        // the scalar loop asks for. The scalar loop then takes a stretch of
+        // at most kStretch units before the next try, so mixed text pays
+        // for one failed try per stretch, not per unit.
+        constexpr vek_s32 kStretch = 64;
+        vek_s32 end = n;
+        if (n >= 0) {
+            if (n - i >= 16 && cap - out >= 19 && ascii4u<Swap>(src + i)) {
+                vek_s32 room = n - i < cap - out - 3 ? n - i : cap - out - 3;
+                vek_s32 k = vek::units_to_ascii(src + i, room, dst + out, Swap);
+                i += k;
+                out += k;
+            }
+            end = n - i > kStretch ? i + kStretch : n;
+        }
+        vek_s32 from = i;
+        for (; (end < 0 || i < end) && cap - out >= 4; i++) {
+            vek_wchar c = order<Swap>(src[i]);
+            if (c < 0x80) {
+                if (!c) {
+                    dst[out] = 0;
+                    return out;
+                }
+                dst[out++] = (char)c;
+            } else {
+                out += encode(c, dst + out);
             }
         }
-        vek_wchar c = order<Swap>(src[i]);
-        if (c < 0x80) {
-            if (!c) {
-                break;
-            }
-            dst[out++] = (char)c;
-        } else {
-            out += encode(c, dst + out);
+        if (n < 0 || i >= n || cap - out < 4 || (i == from && i != end)) {
+            break;
         }
     }
     dst[out] = 0;
