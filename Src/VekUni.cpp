@@ -235,8 +235,12 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
     vek_s32 cap = dstSize - 1;
     vek_s32 stop = posLimit < r.end ? posLimit : r.end;
     bool blocks = r.end != INT_MAX;
+    vek_s32 nextTry = 0;
     while (units < cap && r.pos < posLimit) {
-        if (blocks && cap - units >= 8 && stop - r.pos >= 8 && ascii8(s + r.pos)) {
+        // Block runs are tried once per stretch of 64 bytes, so mixed text
+        // keeps a tight scalar loop.
+        if (blocks && r.pos >= nextTry && (nextTry = r.pos + 64, true) && cap - units >= 8 &&
+            stop - r.pos >= 8 && ascii8(s + r.pos)) {
             // A run of ASCII: vector blocks first, its tail in 8-byte blocks.
             vek_s32 room = cap - units < stop - r.pos ? cap - units : stop - r.pos;
             if (room >= 16 && ascii8(s + r.pos + 8)) {
