@@ -13,9 +13,17 @@
  * A free proves ownership in constant time (head guard, check word, and both
  * neighbours pointing back at the block) instead of walking the list, so the
  * monitor stays fast with many live blocks.
+ *
+ * Every allocation in the library comes here, so the common pair is kept
+ * short: headers and guards are written and checked outside the lock, the
+ * lock is one atomic word (a single compare-exchange when nobody holds it),
+ * and over the OS allocator small released blocks are kept in a few
+ * per-size stacks for the next allocation of that size class.
  */
+#include <atomic>
 #include <cstring>
 #include <initializer_list>
+#include <thread>
 #include "ObjModel.h"
 #include "VekCore.h"
 
@@ -44,6 +52,38 @@ struct HeapList {
     HeapBlk* tail;
 };
 
+// Released blocks kept for reuse, by raw size rounded up to kBinStep. Only
+// over the OS allocator (whose blocks are interchangeable), and not under a
+// sanitizer, which should see each release.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VEK_HEAP_BINS 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VEK_HEAP_BINS 0
+#endif
+#endif
+#ifndef VEK_HEAP_BINS
+#define VEK_HEAP_BINS 1
+#endif
+constexpr size_t kBinStep = 32;
+constexpr size_t kBinCount = 64;  // raw sizes up to 2 KiB
+constexpr vek_u32 kBinDepth = 16;
+
+struct FreeBlk {
+    FreeBlk* next;
+};
+
+// The monitor's lock. Uncontended it costs one compare-exchange and one
+// store; a waiter spins briefly, then yields. It is not recursive on the
+// common path: only a holder that calls out (to the fault hook, or to code
+// that may allocate while a report is built) marks itself as the owner, and
+// a nested lock from that thread then only counts.
+struct HeapLock {
+    std::atomic<vek_u32> word;
+    std::atomic<const void*> owner;
+    vek_s32 depth;
+};
+
 struct HeapMon {
     vek_u32 cls;
     AlAtom ref;
@@ -56,12 +96,83 @@ struct HeapMon {
     vek_s32 leakChkLev;
     vek_s32 crashChkLev;
     vek_s32 recStatInfo;
-    AlMutex lock;
+    vek_s32 useBins;
+    HeapLock lock;
     HeapList pre;
     HeapList app;
     vek_s32 reported;  // the application phase's leak report was made
     VekHeapStat stat;
+    FreeBlk* bin[kBinCount];
+    vek_u32 binCnt[kBinCount];
 };
+
+thread_local char t_lockToken;  // its address tells threads apart
+
+inline void cpu_relax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+}
+
+__attribute__((noinline)) void lock_wait(HeapLock& l) {
+    if (l.owner.load(std::memory_order_relaxed) == &t_lockToken) {
+        l.depth++;  // a call-out of this thread's own locked section
+        return;
+    }
+    for (vek_u32 spin = 0;; spin++) {
+        vek_u32 z = 0;
+        if (l.word.load(std::memory_order_relaxed) == 0 &&
+            l.word.compare_exchange_weak(z, 1, std::memory_order_acquire,
+                                         std::memory_order_relaxed)) {
+            return;
+        }
+        if (spin < 16) {
+            cpu_relax();
+        } else {
+            std::this_thread::yield();
+        }
+    }
+}
+
+inline void mon_lock(HeapMon* m) {
+    vek_u32 z = 0;
+    if (!m->lock.word.compare_exchange_strong(z, 1, std::memory_order_acquire,
+                                              std::memory_order_relaxed)) {
+        lock_wait(m->lock);
+    }
+}
+
+inline void mon_unlock(HeapMon* m) {
+    if (m->lock.depth > 0) {
+        m->lock.depth--;
+        return;
+    }
+    m->lock.word.store(0, std::memory_order_release);
+}
+
+// For sections that call out while holding the lock: the calling thread
+// may then take it again.
+void mon_lock_owned(HeapMon* m) {
+    mon_lock(m);
+    m->lock.owner.store(&t_lockToken, std::memory_order_relaxed);
+}
+
+void mon_unlock_owned(HeapMon* m) {
+    if (m->lock.depth == 0) {
+        m->lock.owner.store(nullptr, std::memory_order_relaxed);
+    }
+    mon_unlock(m);
+}
+
+// The bin of a raw size, or kBinCount when such blocks are not kept.
+inline size_t bin_of(size_t raw) {
+    return raw <= kBinStep * kBinCount ? (raw - 1) / kBinStep : kBinCount;
+}
+// What the OS allocator is asked for: a binned size is rounded up to its
+// class, so any block of the bin fits any request of the class.
+inline size_t alloc_size(HeapMon* m, size_t raw) {
+    return m->useBins && raw <= kBinStep * kBinCount ? (raw + kBinStep - 1) & ~(kBinStep - 1) : raw;
+}
 
 size_t round8(size_t n) {
     return (n + 7) & ~(size_t)7;
@@ -196,7 +307,25 @@ void* hm_alloc(IHeapMon* itf, size_t size) {
         n = vek_get_call_stack(frames, kMaxStack, 1);
     }
     size_t raw = round8(size) + sizeof(HeapBlk) + 2 * sizeof(vek_u32) + (size_t)n * sizeof(void*);
-    HeapBlk* b = (HeapBlk*)m->allocFn(raw);
+    // A kept block of the size class is taken and linked in one locked
+    // section; otherwise the OS allocator is called outside the lock.
+    size_t bi = m->useBins && m->crashChkLev == 0 ? bin_of(raw) : kBinCount;
+    HeapBlk* b = nullptr;
+    bool locked = false;
+    if (bi < kBinCount) {
+        mon_lock(m);
+        if (FreeBlk* f = m->bin[bi]) {
+            m->bin[bi] = f->next;
+            m->binCnt[bi]--;
+            b = (HeapBlk*)f;
+            locked = true;
+        } else {
+            mon_unlock(m);
+        }
+    }
+    if (!b) {
+        b = (HeapBlk*)m->allocFn(alloc_size(m, raw));
+    }
     if (!b) {
         low_assert__("blk", kSrc, __LINE__);
         return nullptr;
@@ -213,9 +342,11 @@ void* hm_alloc(IHeapMon* itf, size_t size) {
         std::memcpy(stack_entries(b), frames, (size_t)n * sizeof(void*));
     }
 
-    AlMutex_lock(&m->lock);
     if (m->crashChkLev > 0) {
+        mon_lock_owned(m);
         verify_locked(m, m->crashChkLev);
+    } else if (!locked) {
+        mon_lock(m);
     }
     link_tail(m->app, b);  // appBeg moves the load level's blocks to "pre"
     VekHeapStat& s = m->stat;
@@ -228,7 +359,11 @@ void* hm_alloc(IHeapMon* itf, size_t size) {
         raise_peak(s.peakBytes, s.liveBytes);
         raise_peak(s.peakRaw, s.liveRaw);
     }
-    AlMutex_unlock(&m->lock);
+    if (m->crashChkLev > 0) {
+        mon_unlock_owned(m);
+    } else {
+        mon_unlock(m);
+    }
     return b + 1;
 }
 
@@ -238,15 +373,18 @@ void hm_free(IHeapMon* itf, void* p) {
         return;
     }
     HeapBlk* b = (HeapBlk*)p - 1;
-    AlMutex_lock(&m->lock);
-    if (!header_ok(b) || !linked(m, b)) {
-        AlMutex_unlock(&m->lock);
+    bool ok = header_ok(b);
+    bool tailOk = ok && *tail_guard(b) == kGuardTail;
+    vek_u32 req = ok ? b->reqSize : 0;
+    size_t bi = m->useBins && tailOk ? bin_of(b->rawSize) : kBinCount;
+    mon_lock(m);
+    if (!ok || !linked(m, b)) {
+        mon_unlock(m);
         static const char kNotHeld[] = "HeapMon::freeMem FAIL, for freeNode not in list";
         heap_out(kNotHeld, (vek_s32)sizeof kNotHeld - 1);
         m->faultFn("%s, %s, ptr=%p", kNotHeld, m->name, p);
         return;  // not ours (or already released): leave it alone
     }
-    bool tailOk = *tail_guard(b) == kGuardTail;
     unlink(m, b);
     VekHeapStat& s = m->stat;
     s.liveBlocks--;
@@ -254,10 +392,17 @@ void hm_free(IHeapMon* itf, void* p) {
         s.liveBytes -= b->reqSize;
         s.liveRaw -= b->rawSize;
     }
-    vek_u32 req = b->reqSize;
     b->headGuard = kFreedGuard;  // a second release of this block is then refused
     b->check = 0;
-    AlMutex_unlock(&m->lock);
+    if (bi < kBinCount && m->binCnt[bi] < kBinDepth) {
+        FreeBlk* f = (FreeBlk*)b;
+        f->next = m->bin[bi];
+        m->bin[bi] = f;
+        m->binCnt[bi]++;
+        mon_unlock(m);
+        return;
+    }
+    mon_unlock(m);
     if (!tailOk) {
         m->faultFn("HeapMon::freeMem FAIL, for tail guard broken, %s, ptr=%p, size=%u", m->name, p,
                    req);
@@ -279,7 +424,7 @@ void* resize_block(HeapMon* m, HeapBlk* b, size_t size) {
     HeapBlk* prev = b->prev;
     HeapBlk* next = b->next;
     bool preHead = m->pre.head == b, preTail = m->pre.tail == b;
-    HeapBlk* nb = (HeapBlk*)m->reallocFn(b, raw);
+    HeapBlk* nb = (HeapBlk*)m->reallocFn(b, alloc_size(m, raw));
     if (!nb) {
         return nullptr;  // the old block is untouched and still linked
     }
@@ -327,7 +472,7 @@ void* hm_realloc(IHeapMon* itf, void* p, size_t size) {
         return nullptr;
     }
     HeapBlk* b = (HeapBlk*)p - 1;
-    AlMutex_lock(&m->lock);
+    mon_lock(m);
     bool ours = header_ok(b) && linked(m, b);
     size_t old = ours ? b->reqSize : 0;
     if (ours && *tail_guard(b) != kGuardTail) {
@@ -335,10 +480,10 @@ void* hm_realloc(IHeapMon* itf, void* p, size_t size) {
     }
     if (ours && m->reallocFn) {
         void* q = resize_block(m, b, size);
-        AlMutex_unlock(&m->lock);
+        mon_unlock(m);
         return q;
     }
-    AlMutex_unlock(&m->lock);
+    mon_unlock(m);
     if (!ours) {
         hm_free(itf, p);  // reports the foreign or damaged block
         return nullptr;
@@ -382,7 +527,7 @@ vek_s32 hm_out_leak(IHeapMon* itf, vek_s32 maxDump) {
     HeapMon* m = Cls::self(itf, __LINE__);
     TinyStr t;
     TinyStr_newx(&t, 1024);
-    AlMutex_lock(&m->lock);
+    mon_lock_owned(m);
     vek_s64 leaks = list_count(m->app);
     vek_s64 ignored = list_count(m->pre);
     if (leaks > 0 && m->leakChkLev >= 1) {
@@ -401,7 +546,7 @@ vek_s32 hm_out_leak(IHeapMon* itf, vek_s32 maxDump) {
         TinyStr_appdf(&t, "detect %d ignored mem leaks in %s, it's OK\n", (int)ignored, m->name);
     }
     m->reported = 1;
-    AlMutex_unlock(&m->lock);
+    mon_unlock_owned(m);
     if (TinyStr_len(&t) > 0) {
         heap_out(TinyStr_buf(&t), TinyStr_len(&t));
     }
@@ -411,9 +556,9 @@ vek_s32 hm_out_leak(IHeapMon* itf, vek_s32 maxDump) {
 
 vek_s32 hm_close(IHeapMon* itf, vek_s32 arg) {
     HeapMon* m = Cls::self(itf, __LINE__);
-    AlMutex_lock(&m->lock);
+    mon_lock(m);
     bool pending = !m->reported && (m->app.head || m->pre.head);
-    AlMutex_unlock(&m->lock);
+    mon_unlock(m);
     // The application's report was made at BaseLib_exit; without one (the
     // application never ran BaseLib_init/exit) the final check reports.
     return pending ? hm_out_leak(itf, arg) : 0;
@@ -421,15 +566,15 @@ vek_s32 hm_close(IHeapMon* itf, vek_s32 arg) {
 
 vek_s32 hm_verify(IHeapMon* itf, vek_s32 kind) {
     HeapMon* m = Cls::self(itf, __LINE__);
-    AlMutex_lock(&m->lock);
+    mon_lock_owned(m);
     vek_s32 bad = verify_locked(m, kind);
-    AlMutex_unlock(&m->lock);
+    mon_unlock_owned(m);
     return bad;
 }
 
 void hm_app_beg(IHeapMon* itf) {
     HeapMon* m = Cls::self(itf, __LINE__);
-    AlMutex_lock(&m->lock);
+    mon_lock(m);
     // Whatever lives now belongs to the load level: move it to "pre".
     if (m->app.head) {
         if (m->pre.tail) {
@@ -442,7 +587,7 @@ void hm_app_beg(IHeapMon* itf) {
         m->app.head = m->app.tail = nullptr;
     }
     m->reported = 0;
-    AlMutex_unlock(&m->lock);
+    mon_unlock(m);
 }
 
 vek_s32 hm_get_stat(IHeapMon* itf, VekHeapStat* out) {
@@ -451,15 +596,20 @@ vek_s32 hm_get_stat(IHeapMon* itf, VekHeapStat* out) {
         VEK_ASSERT(out);
         return VEK_ERR_BAD_ARG;
     }
-    AlMutex_lock(&m->lock);
+    mon_lock(m);
     *out = m->stat;
-    AlMutex_unlock(&m->lock);
+    mon_unlock(m);
     return 0;
 }
 
 void heap_mon_delete(HeapMon* m) {
-    AlMutex_delete(&m->lock);
     vek_free_fn freeFn = m->freeFn;
+    for (size_t i = 0; i < kBinCount; i++) {
+        while (FreeBlk* f = m->bin[i]) {
+            m->bin[i] = f->next;
+            freeFn(f);
+        }
+    }
     m->cls = 0;
     // Live blocks stay with whoever holds them; the monitor only forgets them.
     freeFn(m);
@@ -484,7 +634,7 @@ extern "C" VEK_API IHeapMon* HeapMon_create(const char* name, vek_malloc_fn allo
     if (!m) {
         return nullptr;
     }
-    std::memset(m, 0, sizeof *m);
+    std::memset((void*)m, 0, sizeof *m);
     m->cls = kHeapMonCls | VEK_CLS_OWNED;
     m->vtbl = &kHeapMonVtbl;
     vek_snprintf(m->name, sizeof m->name, "%s", name ? name : "HeapMon");
@@ -492,11 +642,11 @@ extern "C" VEK_API IHeapMon* HeapMon_create(const char* name, vek_malloc_fn allo
     m->freeFn = freeFn;
     // Only the OS layer's own pair is known to have a matching resize.
     m->reallocFn = allocFn == al_malloc && freeFn == al_free ? al_realloc : nullptr;
+    m->useBins = VEK_HEAP_BINS && m->reallocFn;
     m->faultFn = faultFn ? faultFn : al_fault_proc;
     m->leakChkLev = leakChkLev;
     m->crashChkLev = crashChkLev;
     m->recStatInfo = recStatInfo;
-    AlMutex_new(&m->lock);
     m->ref = 1;
     return Cls::itf(m);
 }

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include "IniFile.h"
+#include "IniScan.h"
 #include "SafeFile.h"
 #include "StrUtil.h"
 #include "VekCore.h"
@@ -157,17 +158,9 @@ unsigned fold_upper(unsigned c) {
 
 // Names compare without ASCII case over their whole length: a stored name
 // may hold a NUL byte (loaded from any text), so lengths are explicit.
+bool same_bytes(const char* a, vek_s32 aLen, const char* b, vek_s32 bLen);
 bool same_name(const VekStr* stored, const char* name, vek_s32 len) {
-    if (slen(stored) != len) {
-        return false;  // most candidates are passed over here
-    }
-    const char* a = stored->data->buf;
-    for (vek_s32 i = 0; i < len; i++) {
-        if (fold_upper((vek_u8)a[i]) != fold_upper((vek_u8)name[i])) {
-            return false;
-        }
-    }
-    return true;
+    return same_bytes(stored->data->buf, slen(stored), name, len);
 }
 
 IniSect* find_sect_n(IniFile* file, const char* name, vek_s32 len) {
@@ -287,8 +280,9 @@ bool parse_header(const char* line, vek_s32 len, const char** name, vek_s32* nam
 
 /* A field: optional blanks, a word up to ";", "=", CR or a double quote
  * (blanks inside and behind it belong to the name), then "=" and the rest
- * of the line as it stands. */
-void parse_field(IniField* f, const char* line, vek_s32 len) {
+ * of the line as it stands. False for a comment, a blank or an unparsable
+ * line. */
+bool field_span(const char* line, vek_s32 len, vek_s32* nameBeg, vek_s32* nameEnd) {
     vek_s32 i = 0;
     while (i < len && (line[i] == ' ' || line[i] == '\t')) {
         i++;
@@ -298,11 +292,34 @@ void parse_field(IniField* f, const char* line, vek_s32 len) {
         i++;
     }
     if (i == start || i >= len || line[i] != '=') {
-        return;  // a comment, a blank or an unparsable line: kept verbatim
+        return false;
     }
-    set_bytes(&f->name, line + start, i - start);
-    set_bytes(&f->value, line + i + 1, len - i - 1);
+    *nameBeg = start;
+    *nameEnd = i;
+    return true;
+}
+
+void parse_field(IniField* f, const char* line, vek_s32 len) {
+    vek_s32 b, e;
+    if (!field_span(line, len, &b, &e)) {
+        return;  // kept verbatim
+    }
+    set_bytes(&f->name, line + b, e - b);
+    set_bytes(&f->value, line + e + 1, len - e - 1);
     f->flags |= INIFIELD_VALID;
+}
+
+// Names compare without ASCII case over explicit lengths.
+bool same_bytes(const char* a, vek_s32 aLen, const char* b, vek_s32 bLen) {
+    if (aLen != bLen) {
+        return false;
+    }
+    for (vek_s32 i = 0; i < aLen; i++) {
+        if (fold_upper((vek_u8)a[i]) != fold_upper((vek_u8)b[i])) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool add_line(IniFile* file, IniSect*& cur, const char* line, vek_s32 len) {
@@ -338,10 +355,14 @@ void drop_all(IniFile* file) {
     VekList_delAll(&file->sects, sect_del_cb);
 }
 
-vek_s32 load_strm(IniFile* file, IStrm* strm) {
+/* Splits the stream (from its start) into lines: LF, CR and CR LF end a
+ * line, a last line without an end counts. Each goes to sink.line(p, n)
+ * until that returns false (the sink then ends with sink.stop's result);
+ * a line longer than INI_LINE_MAX ends the pass with -251. Runs without an
+ * end byte are copied in one piece. */
+template <class Sink>
+vek_s32 scan_lines(IStrm* strm, Sink& sink) {
     IStrm_seek(strm, 0, 0);
-    // Lines before any header go to the document's last section.
-    IniSect* cur = (IniSect*)file->sects.tail;
     char line[INI_LINE_MAX];
     char chunk[kReadChunk];
     vek_s32 n = 0;
@@ -352,36 +373,104 @@ vek_s32 load_strm(IniFile* file, IStrm* strm) {
         if (got <= 0) {
             break;  // the end, or a read failure: what was collected counts
         }
-        for (vek_s32 i = 0; i < got; i++) {
-            char c = chunk[i];
+        vek_s32 i = 0;
+        while (i < got) {
             if (afterCr) {
                 afterCr = false;
-                if (c == '\n') {
-                    continue;  // CR LF ends one line
+                if (chunk[i] == '\n') {
+                    i++;  // CR LF ends one line
+                    continue;
                 }
             }
-            if (c == '\n' || c == '\r') {
-                afterCr = c == '\r';
-                if (!add_line(file, cur, line, n)) {
-                    return VEK_ERR_FULL;
+            vek_s32 j = i;
+            while (j < got && chunk[j] != '\n' && chunk[j] != '\r') {
+                j++;
+            }
+            if (j > i) {
+                if (j - i > INI_LINE_MAX - n) {
+                    return VEK_ERR_INI_LINE_LONG;
                 }
-                n = 0;
-                inLine = false;
-                continue;
+                std::memcpy(line + n, chunk + i, (size_t)(j - i));
+                n += j - i;
+                inLine = true;
             }
-            if (n == INI_LINE_MAX) {
-                drop_all(file);
-                return VEK_ERR_INI_LINE_LONG;
+            if (j == got) {
+                break;
             }
-            line[n++] = c;
-            inLine = true;
+            afterCr = chunk[j] == '\r';
+            if (!sink.line(line, n)) {
+                return sink.stop();
+            }
+            n = 0;
+            inLine = false;
+            i = j + 1;
         }
     }
-    if (inLine && !add_line(file, cur, line, n)) {
-        return VEK_ERR_FULL;
+    if (inLine && !sink.line(line, n)) {
+        return sink.stop();
     }
     return 0;
 }
+
+// Builds the document's sections and lines; lines before any header go
+// to the document's last section.
+struct DocSink {
+    IniFile* file;
+    IniSect* cur;
+    bool line(const char* p, vek_s32 n) { return add_line(file, cur, p, n); }
+    vek_s32 stop() { return VEK_ERR_FULL; }
+};
+
+vek_s32 load_strm(IniFile* file, IStrm* strm) {
+    DocSink sink{file, (IniSect*)file->sects.tail};
+    vek_s32 r = scan_lines(strm, sink);
+    if (r == VEK_ERR_INI_LINE_LONG) {
+        drop_all(file);
+    }
+    return r;
+}
+
+// Looks for one value as a fresh document would hold it: the first header
+// of the name opens the section searched (the nameless one is the lines
+// before any header), its first field of the name is the answer. Once that
+// section is over nothing later can change the answer, and the rest of the
+// stream is only checked for a line that is too long.
+struct FindSink {
+    const char* sect;
+    vek_s32 sectLen;
+    const char* field;
+    vek_s32 fieldLen;
+    vek::IniHit* hit;
+    bool inSect;
+    bool done;
+    bool line(const char* p, vek_s32 n) {
+        if (done) {
+            return true;
+        }
+        const char* name;
+        vek_s32 nameLen;
+        if (parse_header(p, n, &name, &nameLen)) {
+            if (inSect) {
+                done = true;  // the section searched is over
+            } else if (sectLen > 0 && same_bytes(name, nameLen, sect, sectLen)) {
+                inSect = true;
+            } else if (sectLen == 0) {
+                done = true;  // the nameless section exists only before the first header
+            }
+            return true;
+        }
+        vek_s32 b, e;
+        if (inSect && field_span(p, n, &b, &e) && same_bytes(p + b, e - b, field, fieldLen)) {
+            hit->found = true;
+            hit->len = n - e - 1;
+            std::memcpy(hit->value, p + e + 1, (size_t)hit->len);
+            hit->value[hit->len] = 0;
+            done = true;
+        }
+        return true;
+    }
+    vek_s32 stop() { return 0; }
+};
 
 // ---- writing ----
 
@@ -488,6 +577,94 @@ void set_field(IniFile* doc, const char* sect, const IniField* f) {
 
 } // namespace
 
+namespace {
+
+vek_s32 load_cb(IStrm* strm, void* ctx) {
+    return load_strm((IniFile*)ctx, strm);
+}
+
+struct FindCtx {
+    const char* sect;
+    const char* field;
+    vek::IniHit* hit;
+};
+
+vek_s32 find_cb(IStrm* strm, void* ctx) {
+    FindCtx* c = (FindCtx*)ctx;
+    vek_s32 sectLen = c->sect ? (vek_s32)std::strlen(c->sect) : 0;
+    FindSink sink{c->sect, sectLen, c->field, (vek_s32)std::strlen(c->field), c->hit, sectLen == 0, false};
+    c->hit->found = false;
+    return scan_lines(strm, sink);
+}
+
+} // namespace
+
+namespace vek {
+
+vek_s32 ini_with_file(const char* path, IniStrmFn fn, void* ctx) {
+    FileStrm mem;
+    vek_s32 err = 0;
+    IStrm* s = FileStrm_xcreatex__(&mem, path, "rb", &err, __FILE__, __LINE__);
+    if (!s) {
+        return VEK_ERR_FILE_OPEN;
+    }
+    vek_s32 r = fn(s, ctx);
+    IStrm_release(s);
+    return r;
+}
+
+vek_s32 ini_with_data(VekData* data, IniStrmFn fn, void* ctx) {
+    MemStrm mem;
+    IStrm* s = MemStrm_xcreatex__(&mem, 0, __FILE__, __LINE__);
+    MemStrm_attach(s, data);
+    vek_s32 r = fn(s, ctx);
+    MemStrm_detach(s);  // the chain stays the caller's
+    IStrm_release(s);
+    return r;
+}
+
+vek_s32 ini_with_buf(const char* buf, vek_s32 len, IniStrmFn fn, void* ctx) {
+    StrStrm mem;
+    IStrm* s = StrStrm_xcreate__(&mem, buf, len < 1 ? -1 : len, __FILE__, __LINE__);
+    vek_s32 r = fn(s, ctx);
+    IStrm_release(s);
+    return r;
+}
+
+vek_s32 ini_find(IStrm* strm, const char* sect, const char* field, IniHit* hit) {
+    FindCtx c{sect, field, hit};
+    return find_cb(strm, &c);
+}
+
+vek_s32 ini_answer_str(const char* value, const char* def, char* buf, vek_s32 size) {
+    if (value) {
+        return vek_strxfrm(buf, value, size);
+    }
+    if (!def) {
+        buf[0] = 0;
+        return 0;
+    }
+    return vek_strxfrm(buf, def, size);
+}
+
+vek_s32 ini_answer_strx(const char* value, vek_s32 len, const char* def, VekStr* str) {
+    if (value) {
+        // Every byte of the value, a NUL among them too, as VekStr_setCstr
+        // would copy it from a loaded field.
+        VekStr_clear(str);
+        VekStr_appdStrx(str, value, len);
+    } else {
+        VekStr_setStr(str, def);
+    }
+    return VekStr_len(str);
+}
+
+vek_s32 ini_answer_int(const char* value, vek_s32 def) {
+    return value ? (vek_s32)std::atoi(value) : def;
+}
+
+} // namespace vek
+
 extern "C" {
 
 // ---- creation and loading ----
@@ -532,35 +709,17 @@ VEK_API vek_s32 IniFile_loadFile(IniFile* file, const char* path) {
         VEK_ASSERT(path);
         return VEK_ERR_BAD_ARG;
     }
-    FileStrm mem;
-    vek_s32 err = 0;
-    IStrm* s = FileStrm_xcreatex__(&mem, path, "rb", &err, __FILE__, __LINE__);
-    if (!s) {
-        return VEK_ERR_FILE_OPEN;
-    }
-    vek_s32 r = load_strm(file, s);
-    IStrm_release(s);
-    return r;
+    return vek::ini_with_file(path, load_cb, file);
 }
 
 VEK_API vek_s32 IniFile_loadData(IniFile* file, VekData* data) {
     doc_check(file, __LINE__);
-    MemStrm mem;
-    IStrm* s = MemStrm_xcreatex__(&mem, 0, __FILE__, __LINE__);
-    MemStrm_attach(s, data);
-    vek_s32 r = load_strm(file, s);
-    MemStrm_detach(s);  // the chain stays the caller's
-    IStrm_release(s);
-    return r;
+    return vek::ini_with_data(data, load_cb, file);
 }
 
 VEK_API vek_s32 IniFile_loadBuf(IniFile* file, const char* buf, vek_s32 len) {
     doc_check(file, __LINE__);
-    StrStrm mem;
-    IStrm* s = StrStrm_xcreate__(&mem, buf, len < 1 ? -1 : len, __FILE__, __LINE__);
-    vek_s32 r = load_strm(file, s);
-    IStrm_release(s);
-    return r;
+    return vek::ini_with_buf(buf, len, load_cb, file);
 }
 
 } // extern "C"
@@ -786,14 +945,7 @@ VEK_API vek_s32 IniFile_getStr(IniFile* file, const char* sectName, const char* 
         return 0;
     }
     IniField* f = lookup(file, sectName, fieldName);
-    if (f) {
-        return vek_strxfrm(buf, cs(&f->value), size);
-    }
-    if (!def) {
-        buf[0] = 0;
-        return 0;
-    }
-    return vek_strxfrm(buf, def, size);
+    return vek::ini_answer_str(f ? cs(&f->value) : nullptr, def, buf, size);
 }
 
 VEK_API vek_s32 IniFile_getStrx(IniFile* file, const char* sectName, const char* fieldName,
@@ -805,10 +957,9 @@ VEK_API vek_s32 IniFile_getStrx(IniFile* file, const char* sectName, const char*
     IniField* f = lookup(file, sectName, fieldName);
     if (f) {
         VekStr_setCstr(str, &f->value);
-    } else {
-        VekStr_setStr(str, def);
+        return VekStr_len(str);
     }
-    return VekStr_len(str);
+    return vek::ini_answer_strx(nullptr, 0, def, str);
 }
 
 VEK_API vek_s32 IniFile_getInt(IniFile* file, const char* sectName, const char* fieldName, vek_s32 def) {
@@ -817,7 +968,7 @@ VEK_API vek_s32 IniFile_getInt(IniFile* file, const char* sectName, const char* 
         return def;
     }
     IniField* f = lookup(file, sectName, fieldName);
-    return f ? (vek_s32)std::atoi(cs(&f->value)) : def;
+    return vek::ini_answer_int(f ? cs(&f->value) : nullptr, def);
 }
 
 // ---- changing values ----

@@ -1,6 +1,7 @@
 /*
- * IniUtil.cpp - one value in one call: the IniUtil readers and writers,
- * which load a whole document, answer and discard it, and the section-less
+ * IniUtil.cpp - one value in one call: the IniUtil readers (one pass over
+ * the source with the document's own line rules), the writers (which load
+ * the whole document, change it and write it back), and the section-less
  * name=value texts (Txt*).
  *
  * The readers differ from IniFile_get* on purpose: a source that cannot be
@@ -10,6 +11,7 @@
  */
 #include <cstring>
 #include "IniFile.h"
+#include "IniScan.h"
 #include "StrUtil.h"
 #include "VekStrm.h"
 #include "VekVos.h"
@@ -37,40 +39,62 @@ bool args_ok(const void* src, const char* field, const char* expr, vek_s32 line)
     return true;
 }
 
-// Runs op on the document loaded by load; the load's error when it fails.
-template <class Load, class Op>
-vek_s32 with_doc(Load load, Op op) {
-    Doc doc;
-    vek_s32 r = load(doc.get());
-    return r < 0 ? r : op(doc.get());
+// The readers make one pass over the source that stops caring at the
+// answer (see ini_find): no document is built. A source that cannot be
+// read gives its error and the default is not applied.
+template <class Source>
+vek_s32 find(Source source, const char* sect, const char* field, vek::IniHit* hit) {
+    struct Ctx {
+        const char* sect;
+        const char* field;
+        vek::IniHit* hit;
+    } c{sect, field, hit};
+    return source(
+        [](IStrm* strm, void* ctx) {
+            Ctx* k = (Ctx*)ctx;
+            return vek::ini_find(strm, k->sect, k->field, k->hit);
+        },
+        &c);
 }
 
-template <class Load>
-vek_s32 get_str(Load load, const char* sect, const char* field, const char* def, char* buf, vek_s32 size) {
-    return with_doc(load, [&](IniFile* d) { return IniFile_getStr(d, sect, field, def, buf, size); });
+template <class Source>
+vek_s32 get_str(Source source, const char* sect, const char* field, const char* def, char* buf, vek_s32 size) {
+    vek::IniHit hit;
+    vek_s32 r = find(source, sect, field, &hit);
+    if (r < 0) {
+        return r;
+    }
+    return buf && size >= 1 ? vek::ini_answer_str(hit.found ? hit.value : nullptr, def, buf, size) : 0;
 }
 
-template <class Load>
-vek_s32 get_strx(Load load, const char* sect, const char* field, const char* def, VekStr* str) {
-    return with_doc(load, [&](IniFile* d) { return IniFile_getStrx(d, sect, field, def, str); });
+template <class Source>
+vek_s32 get_strx(Source source, const char* sect, const char* field, const char* def, VekStr* str) {
+    vek::IniHit hit;
+    vek_s32 r = find(source, sect, field, &hit);
+    if (r < 0) {
+        return r;
+    }
+    return str ? vek::ini_answer_strx(hit.found ? hit.value : nullptr, hit.len, def, str) : 0;
 }
 
-template <class Load>
-vek_s32 get_int(Load load, const char* sect, const char* field, vek_s32 def) {
-    return with_doc(load, [&](IniFile* d) { return IniFile_getInt(d, sect, field, def); });
+template <class Source>
+vek_s32 get_int(Source source, const char* sect, const char* field, vek_s32 def) {
+    vek::IniHit hit;
+    vek_s32 r = find(source, sect, field, &hit);
+    return r < 0 ? r : vek::ini_answer_int(hit.found ? hit.value : nullptr, def);
 }
 
 auto from_file(const char* path) {
-    return [=](IniFile* d) { return IniFile_loadFile(d, path); };
+    return [=](vek::IniStrmFn fn, void* ctx) { return vek::ini_with_file(path, fn, ctx); };
 }
 auto from_strm(IStrm* strm) {
-    return [=](IniFile* d) { return IniFile_loadStrm(d, strm); };
+    return [=](vek::IniStrmFn fn, void* ctx) { return fn(strm, ctx); };
 }
 auto from_data(VekData* data) {
-    return [=](IniFile* d) { return IniFile_loadData(d, data); };
+    return [=](vek::IniStrmFn fn, void* ctx) { return vek::ini_with_data(data, fn, ctx); };
 }
 auto from_buf(const char* buf, vek_s32 len) {
-    return [=](IniFile* d) { return IniFile_loadBuf(d, buf, len); };
+    return [=](vek::IniStrmFn fn, void* ctx) { return vek::ini_with_buf(buf, len, fn, ctx); };
 }
 auto from_cstr(const VekStr* cstr) {
     return from_buf(VekStr_buf(cstr), VekStr_len(cstr) > 0 ? VekStr_len(cstr) : -1);

@@ -113,7 +113,9 @@ struct StrCore {
     static Data* null_blk() { return const_cast<Data*>(&S::kNull); }
     static bool is_null(const Data* d) { return d == &S::kNull; }
     static bool fixed(const Data* d) { return (d->flags & kFixed) != 0; }
-    static vek_s32 refs(const Data* d) { return AlAtom_get(&d->ref); }
+    // Read on every write (the unshared test), so inline rather than a call
+    // into the counter functions; acquire like AlAtom_get.
+    static vek_s32 refs(const Data* d) { return __atomic_load_n(&d->ref, __ATOMIC_ACQUIRE); }
     static Ch* chars(Data* d) { return (Ch*)((char*)d + STRDATA_HDR); }
     static const Ch* chars(const Data* d) { return (const Ch*)((const char*)d + STRDATA_HDR); }
     static size_t block_bytes(vek_s32 size) { return STRDATA_HDR + sizeof(Ch) * (size_t)size; }
@@ -513,14 +515,79 @@ struct StrCore {
         if (n >= d->size - len || refs(d) >= 2) {
             return append_grown(o, src, n);
         }
+        size_t bytes = sizeof(Ch) * (size_t)n;
         if (n == 1) {
             chars(d)[len] = *src;
+        } else if (bytes <= 32) {
+            small_move(chars(d) + len, src, bytes);
         } else {
-            std::memmove(chars(d) + len, src, sizeof(Ch) * (size_t)n);
+            big_move(chars(d) + len, src, bytes);
         }
         d->len = len + n;
         chars(d)[len + n] = 0;
         return n;
+    }
+    [[gnu::noinline]] static void big_move(void* dst, const void* src, size_t n) {
+        std::memmove(dst, src, n);
+    }
+    // Copies 1 to 32 bytes without a call: every byte is loaded before the
+    // first store, so the source may overlap the target as with memmove.
+    static void small_move(void* dst, const void* src, size_t n) {
+        char* d = (char*)dst;
+        const char* s = (const char*)src;
+        if (n >= 16) {
+            vek_u64 a, b, c, e;
+            std::memcpy(&a, s, 8);
+            std::memcpy(&b, s + 8, 8);
+            std::memcpy(&c, s + n - 16, 8);
+            std::memcpy(&e, s + n - 8, 8);
+            std::memcpy(d, &a, 8);
+            std::memcpy(d + 8, &b, 8);
+            std::memcpy(d + n - 16, &c, 8);
+            std::memcpy(d + n - 8, &e, 8);
+        } else if (n >= 8) {
+            vek_u64 a, b;
+            std::memcpy(&a, s, 8);
+            std::memcpy(&b, s + n - 8, 8);
+            std::memcpy(d, &a, 8);
+            std::memcpy(d + n - 8, &b, 8);
+        } else if (n >= 4) {
+            vek_u32 a, b;
+            std::memcpy(&a, s, 4);
+            std::memcpy(&b, s + n - 4, 4);
+            std::memcpy(d, &a, 4);
+            std::memcpy(d + n - 4, &b, 4);
+        } else {
+            char a = s[0], b = s[n / 2], c = s[n - 1];
+            d[0] = a;
+            d[n / 2] = b;
+            d[n - 1] = c;
+        }
+    }
+    // The exported raw append's first try: a valid object, an unshared
+    // block with room and a short piece, done without any call so that the
+    // caller needs no frame. False sends the caller down the full path.
+    static bool append_quick(Obj* o, const Ch* src, vek_s32 n) {
+        if (!o || (o->magic & kTypeMask) != S::kMark || !o->data || !src || n < 1 ||
+            sizeof(Ch) * (size_t)n > 32) {
+            return false;
+        }
+        Data* d = o->data;
+        vek_s32 len = d->len;
+        if (n >= d->size - len || refs(d) >= 2) {
+            return false;
+        }
+        if (n == 1) {
+            chars(d)[len] = *src;
+        } else {
+            small_move(chars(d) + len, src, sizeof(Ch) * (size_t)n);
+        }
+        d->len = len + n;
+        chars(d)[len + n] = 0;
+        return true;
+    }
+    [[gnu::noinline]] static vek_s32 append_text_at(Obj* o, const Ch* s, vek_s32 n, vek_s32 line) {
+        return append_text(check(o, line), s, n);
     }
     [[gnu::noinline]] static vek_s32 append_grown(Obj* o, const Ch* src, vek_s32 n) {
         vek_s32 len = o->data->len;

@@ -59,7 +59,13 @@ struct Out {
             }
         }
     }
-    void put1(Ch c) { put(&c, 1); }
+    void put1(Ch c) {
+        total++;
+        stage[pending++] = c;
+        if (pending > kStageFlushAt) {
+            flush();
+        }
+    }
     void fill(Ch c, vek_s32 n) {
         while (n-- > 0) {
             put1(c);
@@ -79,11 +85,22 @@ struct Out {
 
 struct Spec {
     bool left = false;
+    bool zero = false;  // the "0" flag is among the flags
     vek_s32 width = 0;
     vek_s32 prec = -1;
     char flags[8] = {0};
     char len[4] = {0};  // "", "hh", "h", "l", "ll", "L", "z", "j", "t"
 };
+
+// True when flags (terminated) holds c; there are at most five.
+bool has_flag(const char* flags, char c) {
+    for (; *flags; flags++) {
+        if (*flags == c) {
+            return true;
+        }
+    }
+    return false;
+}
 
 template <class Ch>
 bool is_digit(Ch c) {
@@ -113,8 +130,10 @@ const Ch* parse_spec(const Ch* p, Spec& sp, va_list* ap) {
         if (c == '-' || c == '+' || c == ' ' || c == '#' || c == '0') {
             if (c == '-') {
                 sp.left = true;
+            } else if (c == '0') {
+                sp.zero = true;
             }
-            if (nf < 6 && !std::strchr(sp.flags, (char)c)) {
+            if (nf < 6 && !has_flag(sp.flags, (char)c)) {
                 sp.flags[nf++] = (char)c;
             }
         } else {
@@ -129,7 +148,7 @@ const Ch* parse_spec(const Ch* p, Spec& sp, va_list* ap) {
             // the C runtime from it.
             sp.left = true;
             w = w < -kMaxField ? kMaxField : -w;
-            if (nf < 6 && !std::strchr(sp.flags, '-')) {
+            if (nf < 6 && !has_flag(sp.flags, '-')) {
                 sp.flags[nf++] = '-';
             }
         }
@@ -174,8 +193,40 @@ const Ch* parse_spec(const Ch* p, Spec& sp, va_list* ap) {
     return p;
 }
 
+// Writes v (>= 0) in decimal; returns the end.
+char* put_decimal(char* d, vek_s32 v) {
+    char tmp[12];
+    vek_s32 k = 0;
+    do {
+        tmp[k++] = (char)('0' + v % 10);
+        v /= 10;
+    } while (v > 0);
+    while (k > 0) {
+        *d++ = tmp[--k];
+    }
+    return d;
+}
+
+bool is_int_conv(char c) {
+    switch (c) {
+    case 'd': case 'i': case 'o': case 'u': case 'x': case 'X':
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool is_float_conv(char c) {
+    switch (c) {
+    case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
+        return true;
+    default:
+        return false;
+    }
+}
+
 /* Renders one numeric or pointer item with snprintf into buf. */
-vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
+vek_s32 render_number(char* buf, const Spec& sp, vek_s32 width, char conv, va_list* ap) {
     char dir[40];
     char* d = dir;
     *d++ = '%';
@@ -186,11 +237,16 @@ vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
         vek_assert__("precision < (int)sizeof(byteBuf) - 32", __FILE__, __LINE__);
     }
     vek_s32 prec = sp.prec < kByteBuf - 32 ? sp.prec : kByteBuf - 33;
-    d += std::snprintf(d, 12, "%d", (int)sp.width);
-    if (prec >= 0) {
-        d += std::snprintf(d, 12, ".%d", (int)prec);
+    // Width and precision are written here: a call into the runtime for
+    // each would cost as much as rendering the number itself.
+    if (width > 0) {
+        d = put_decimal(d, width);
     }
-    bool isFloat = std::strchr("eEfFgGaA", conv) != nullptr;
+    if (prec >= 0) {
+        *d++ = '.';
+        d = put_decimal(d, prec);
+    }
+    bool isFloat = is_float_conv(conv);
     if (conv != 'p' && (!isFloat || sp.len[0] == 'L')) {
         for (const char* l = sp.len; *l; l++) {
             *d++ = *l;
@@ -210,10 +266,10 @@ vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
         } else {
             n = std::snprintf(buf, kByteBuf, dir, va_arg(*ap, double));
         }
-    } else if (!std::strcmp(L, "ll")) {
+    } else if (L[0] == 'l' && L[1] == 'l') {
         n = sgn ? std::snprintf(buf, kByteBuf, dir, va_arg(*ap, long long))
                 : std::snprintf(buf, kByteBuf, dir, va_arg(*ap, unsigned long long));
-    } else if (!std::strcmp(L, "l")) {
+    } else if (L[0] == 'l') {
         n = sgn ? std::snprintf(buf, kByteBuf, dir, va_arg(*ap, long))
                 : std::snprintf(buf, kByteBuf, dir, va_arg(*ap, unsigned long));
     } else if (L[0] == 'z') {
@@ -245,18 +301,14 @@ vek_s32 render_number(char* buf, const Spec& sp, char conv, va_list* ap) {
 template <class Ch>
 void put_number(Out<Ch>& o, const Spec& sp, char conv, va_list* ap) {
     char buf[kByteBuf];
-    Spec r = sp;
     bool padHere = sp.width > kByteBuf - 33;
-    if (padHere) {
-        r.width = 0;
-    }
-    vek_s32 n = render_number(buf, r, conv, ap);
+    vek_s32 n = render_number(buf, sp, padHere ? 0 : sp.width, conv, ap);
     vek_s32 pad = padHere && sp.width > n ? sp.width - n : 0;
     vek_s32 prefix = 0;
     // "0" pads with zeros unless a precision is given to an integer or the
     // text holds no digit at all (inf, nan, a null pointer).
-    bool zeros = !sp.left && std::strchr(sp.flags, '0') &&
-                 !(sp.prec >= 0 && std::strchr("diouxX", conv)) && std::strpbrk(buf, "0123456789");
+    bool zeros = padHere && !sp.left && sp.zero && !(sp.prec >= 0 && is_int_conv(conv)) &&
+                 std::strpbrk(buf, "0123456789");
     if (zeros) {
         prefix = buf[0] == '-' || buf[0] == '+' || buf[0] == ' ' ? 1 : 0;
         if (buf[prefix] == '0' && (buf[prefix + 1] == 'x' || buf[prefix + 1] == 'X')) {

@@ -309,7 +309,8 @@ VEK_API vek_s32 VekStr_appdStr(VekStr* str, const char* s) {
 }
 
 VEK_API vek_s32 VekStr_appdStrx(VekStr* str, const char* s, vek_s32 n) {
-    return C::append_text(C::check(str, __LINE__), s, n);
+    // The formatter's sink and most builders come here with short pieces.
+    return C::append_quick(str, s, n) ? n : C::append_text_at(str, s, n, __LINE__);
 }
 
 VEK_API vek_s32 VekStr_appdChar(VekStr* str, char c) {

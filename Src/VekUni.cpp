@@ -19,6 +19,7 @@
 #include "AlOs.h"
 #include "BaseItf.h"
 #include "MemUtil.h"
+#include "UniSimd.h"
 #include "VekVos.h"
 
 namespace {
@@ -234,14 +235,28 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
     vek_s32 cap = dstSize - 1;
     vek_s32 stop = posLimit < r.end ? posLimit : r.end;
     bool blocks = r.end != INT_MAX;
+    vek_s32 nextTry = 0;
     while (units < cap && r.pos < posLimit) {
-        if (blocks) {
+        // Block runs are tried once per stretch of 64 bytes, so mixed text
+        // keeps a tight scalar loop.
+        if (blocks && r.pos >= nextTry && (nextTry = r.pos + 64, true) && cap - units >= 8 &&
+            stop - r.pos >= 8 && ascii8(s + r.pos)) {
+            // A run of ASCII: vector blocks first, its tail in 8-byte blocks.
+            vek_s32 room = cap - units < stop - r.pos ? cap - units : stop - r.pos;
+            if (room >= 16 && ascii8(s + r.pos + 8)) {
+                vek_s32 k = vek::ascii_to_units(s + r.pos, room, dst + units, Swap);
+                units += k;
+                r.pos += k;
+            }
             while (cap - units >= 8 && stop - r.pos >= 8 && ascii8(s + r.pos)) {
                 for (vek_s32 i = 0; i < 8; i++) {
                     dst[units + i] = order<Swap>(s[r.pos + i]);
                 }
                 units += 8;
                 r.pos += 8;
+            }
+            if (units == cap || r.pos >= posLimit) {
+                break;  // the blocks filled the target or used the text up
             }
         }
         // Whole one- to three-byte characters before stop are decoded in
@@ -352,6 +367,16 @@ vek_s32 utf8_strm_to_units_strm(IStrm* src, IStrm* dst) {
 
 // ---- UTF-16 to UTF-8 ----
 
+/* True when the four units at p are ASCII and none is 0. */
+template <bool Swap>
+inline bool ascii4u(const vek_wchar* p) {
+    vek_u64 v;
+    std::memcpy(&v, p, 8);
+    const vek_u64 notAscii = Swap ? 0x80FF80FF80FF80FFULL : 0xFF80FF80FF80FF80ULL;
+    const vek_u64 high = 0x8000800080008000ULL;
+    return !(v & notAscii) && !((v - 0x0001000100010001ULL) & ~v & high);
+}
+
 template <bool Swap>
 vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSize) {
     if (!src || !dst || dstSize < 1) {
@@ -360,15 +385,39 @@ vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSiz
     }
     vek_s32 out = 0;
     vek_s32 cap = dstSize - 1;
-    for (vek_s32 i = 0; (n < 0 || i < n) && cap - out >= 4; i++) {
-        vek_wchar c = order<Swap>(src[i]);
-        if (c < 0x80) {
-            if (!c) {
-                break;
+    vek_s32 i = 0;
+    for (;;) {
+        // With a given length, a run of ASCII goes by in vector blocks
+        // while every unit of it would still find the four bytes of room
+        // the scalar loop asks for. The scalar loop then takes a stretch of
+        // at most kStretch units before the next try, so mixed text pays
+        // for one failed try per stretch, not per unit.
+        constexpr vek_s32 kStretch = 64;
+        vek_s32 end = n;
+        if (n >= 0) {
+            if (n - i >= 16 && cap - out >= 19 && ascii4u<Swap>(src + i)) {
+                vek_s32 room = n - i < cap - out - 3 ? n - i : cap - out - 3;
+                vek_s32 k = vek::units_to_ascii(src + i, room, dst + out, Swap);
+                i += k;
+                out += k;
             }
-            dst[out++] = (char)c;
-        } else {
-            out += encode(c, dst + out);
+            end = n - i > kStretch ? i + kStretch : n;
+        }
+        vek_s32 from = i;
+        for (; (end < 0 || i < end) && cap - out >= 4; i++) {
+            vek_wchar c = order<Swap>(src[i]);
+            if (c < 0x80) {
+                if (!c) {
+                    dst[out] = 0;
+                    return out;
+                }
+                dst[out++] = (char)c;
+            } else {
+                out += encode(c, dst + out);
+            }
+        }
+        if (n < 0 || i >= n || cap - out < 4 || (i == from && i != end)) {
+            break;
         }
     }
     dst[out] = 0;

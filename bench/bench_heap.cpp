@@ -70,3 +70,28 @@ void BM_vek_malloc_free(benchmark::State& state) {
 BENCHMARK(BM_malloc_free)->Arg(32)->Arg(1024);
 BENCHMARK(BM_heapmon_pair)->Args({32, 0})->Args({1024, 0})->Args({32, 1})->Args({1024, 1});
 BENCHMARK(BM_vek_malloc_free)->Arg(32)->Arg(1024);
+
+namespace {
+
+// Two threads allocating and freeing at once through the process monitor
+// (Google Benchmark runs the body on each thread), against malloc/free.
+void BM_malloc_free_2thr(benchmark::State& state) {
+    for (auto _ : state) {
+        void* p = std::malloc(64);
+        benchmark::DoNotOptimize(p);
+        std::free(p);
+    }
+}
+
+void BM_vek_malloc_free_2thr(benchmark::State& state) {
+    for (auto _ : state) {
+        void* p = vek_malloc__(64);
+        benchmark::DoNotOptimize(p);
+        vek_free__(p);
+    }
+}
+
+} // namespace
+
+BENCHMARK(BM_malloc_free_2thr)->Threads(2)->UseRealTime();
+BENCHMARK(BM_vek_malloc_free_2thr)->Threads(2)->UseRealTime();

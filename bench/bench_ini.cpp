@@ -1,12 +1,15 @@
 /*
  * Loading a 1 MiB INI text (2,000 sections of 20 keys, comments between)
  * and looking up 10,000 keys: IniFile against inih (parsed into a hash map,
- * since inih keeps nothing) and GLib's GKeyFile.
+ * since inih keeps nothing) and GLib's GKeyFile. Also one key read from a
+ * 4 KiB settings file of 120 keys (IniUtil_getFileStr against loading,
+ * asking and freeing a GKeyFile, and an inih pass over the file).
  */
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <strings.h>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -70,6 +73,47 @@ const std::vector<Probe>& probes() {
     return p;
 }
 
+// The settings file: 6 sections of 20 keys, about 4 KiB; the key asked for
+// is the last one.
+constexpr int kSetSections = 6;
+const char kSetSect[] = "Group5";
+const char kSetKey[] = "Option19";
+
+const std::string& settings_path() {
+    static std::string path = [] {
+        std::string s;
+        for (int i = 0; i < kSetSections; i++) {
+            s += "# settings group " + std::to_string(i) + "\n[Group" + std::to_string(i) + "]\n";
+            for (int k = 0; k < kKeys; k++) {
+                s += "Option" + std::to_string(k) + "=some value " + std::to_string(i * kKeys + k) + "\n";
+            }
+            s += "\n";
+        }
+        while (s.size() < 4000) {
+            s.insert(0, "# padding comment line of the settings file\n");
+        }
+        const char* dir = std::getenv("TMPDIR");
+        std::string p = std::string(dir ? dir : "/tmp") + "/vek_bench_settings.ini";
+        FILE* f = std::fopen(p.c_str(), "wb");
+        if (!f) {
+            std::abort();
+        }
+        std::fwrite(s.data(), 1, s.size(), f);
+        std::fclose(f);
+        return p;
+    }();
+    return path;
+}
+
+void BM_IniUtil_getFileStr(benchmark::State& state) {
+    const char* path = settings_path().c_str();
+    char buf[64];
+    for (auto _ : state) {
+        IniUtil_getFileStr(path, kSetSect, kSetKey, "", buf, sizeof buf);
+        benchmark::DoNotOptimize(buf);
+    }
+}
+
 void BM_IniFile_load(benchmark::State& state) {
     const std::string& t = text();
     for (auto _ : state) {
@@ -122,6 +166,29 @@ void BM_inih_lookup10k(benchmark::State& state) {
         }
     }
 }
+struct OneKey {
+    std::string value;
+    bool found;
+};
+
+int inih_one(void* user, const char* section, const char* name, const char* value) {
+    OneKey* k = (OneKey*)user;
+    if (!k->found && !strcasecmp(section, kSetSect) && !strcasecmp(name, kSetKey)) {
+        k->value = value;
+        k->found = true;
+    }
+    return 1;
+}
+
+void BM_inih_getFileStr(benchmark::State& state) {
+    const char* path = settings_path().c_str();
+    for (auto _ : state) {
+        OneKey k{{}, false};
+        ini_parse(path, inih_one, &k);
+        benchmark::DoNotOptimize(k.value.data());
+    }
+}
+BENCHMARK(BM_inih_getFileStr);
 BENCHMARK(BM_inih_load)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_inih_lookup10k)->Unit(benchmark::kMillisecond);
 #endif
@@ -156,11 +223,24 @@ void BM_GKeyFile_lookup10k(benchmark::State& state) {
     }
     g_key_file_free(kf);
 }
+void BM_GKeyFile_getFileStr(benchmark::State& state) {
+    const char* path = settings_path().c_str();
+    for (auto _ : state) {
+        GKeyFile* kf = g_key_file_new();
+        g_key_file_load_from_file(kf, path, G_KEY_FILE_NONE, nullptr);
+        gchar* v = g_key_file_get_string(kf, kSetSect, kSetKey, nullptr);
+        benchmark::DoNotOptimize(v);
+        g_free(v);
+        g_key_file_free(kf);
+    }
+}
+BENCHMARK(BM_GKeyFile_getFileStr);
 BENCHMARK(BM_GKeyFile_load)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_GKeyFile_lookup10k)->Unit(benchmark::kMillisecond);
 #endif
 
 } // namespace
 
+BENCHMARK(BM_IniUtil_getFileStr);
 BENCHMARK(BM_IniFile_load)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IniFile_lookup10k)->Unit(benchmark::kMillisecond);

@@ -1,10 +1,12 @@
 /*
  * The INI loader and writer, and the TinyIni scanner, on any bytes: no
  * crash, no leak, and writing is stable: a written document reloads and
- * writes back to the same bytes.
+ * writes back to the same bytes. The one-shot readers, which make their
+ * own pass, answer as the loaded document does.
  */
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include "BaseLib.h"
 
@@ -18,6 +20,22 @@ std::string out_text(IniFile* d) {
     return s;
 }
 
+// The one-shot reader against the document for one query.
+void same_answer(const char* text, vek_s32 len, IniFile* d, vek_s32 err, const char* sect, const char* field) {
+    VekStr a, b;
+    VekStr_new(&a);
+    VekStr_new(&b);
+    vek_s32 r = IniUtil_getBufStrx(text, len, sect, field, "-", &a);
+    if (d ? r != IniFile_getStrx(d, sect, field, "-", &b) ||
+                VekStr_len(&a) != VekStr_len(&b) ||
+                std::memcmp(VekStr_buf(&a), VekStr_buf(&b), (size_t)VekStr_len(&a)) != 0
+          : r != err) {
+        std::abort();
+    }
+    VekStr_delete(&a);
+    VekStr_delete(&b);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -25,6 +43,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     vek_s32 len = (vek_s32)size;
     vek_s32 err = 0;
     IniFile* d = len > 0 ? IniFile_newBuf(text, len, &err) : IniFile_new(nullptr);
+    if (len > 0) {
+        same_answer(text, len, d, err, "sect", "key");
+        same_answer(text, len, d, err, nullptr, "a");
+        same_answer(text, len, d, err, "S", "K");
+    }
     if (d) {
         std::string once = out_text(d);
         IniFile* again = IniFile_newBuf(once.c_str(), (vek_s32)once.size(), &err);

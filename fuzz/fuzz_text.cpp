@@ -1,7 +1,8 @@
 /*
  * The Unicode decoders and encoders on any bytes: bounds are kept, output
  * is always terminated, and text that survives a trip through UTF-16 comes
- * back to the same UTF-16.
+ * back to the same UTF-16. The bounded forms (vector runs of ASCII) agree
+ * with the terminated ones (scalar rules throughout).
  */
 #include <cstdint>
 #include <cstdlib>
@@ -31,6 +32,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<vek_wchar> w2(size + 1);
     vek_s32 units2 = utf8_buf_to_wcs_str(u.data(), bytes, w2.data(), (vek_s32)w2.size());
     if (units2 != units || std::memcmp(w.data(), w2.data(), sizeof(vek_wchar) * (size_t)units) != 0) {
+        std::abort();
+    }
+    // Bounded and terminated forms agree, into a target of any size.
+    vek_s32 tlen = (vek_s32)std::strlen(s);
+    vek_s32 cap = 1 + (vek_s32)(size % 97);
+    std::vector<vek_wchar> wf(size + 2), ws(size + 2);
+    if (utf8_buf_to_wcs_str(s, tlen, wf.data(), cap) != utf8_str_to_wcs_str(s, ws.data(), cap) ||
+        std::memcmp(wf.data(), ws.data(), sizeof(vek_wchar) * (size_t)cap) != 0) {
+        std::abort();
+    }
+    std::vector<vek_wchar> wz(w.begin(), w.begin() + units);
+    wz.push_back(0);
+    std::vector<char> bf(3 * size + 8), bs(3 * size + 8);
+    vek_s32 bcap = 1 + (vek_s32)(size % 131);
+    if (wcs_buf_to_utf8_str(wz.data(), units, bf.data(), bcap) != wcs_str_to_utf8_str(wz.data(), bs.data(), bcap) ||
+        std::memcmp(bf.data(), bs.data(), (size_t)bcap) != 0) {
         std::abort();
     }
     // The same units swapped, and UTF-7 in both directions.

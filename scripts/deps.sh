@@ -12,7 +12,7 @@ pkgs=(cmake make g++ pkg-config)
 case "$want" in
   main) ;;
   test) pkgs+=(libgtest-dev clang g++-multilib mingw-w64 wine64 tzdata python3) ;;
-  bench) pkgs+=(libbenchmark-dev libinih-dev libglib2.0-dev zlib1g-dev libssl-dev) ;;
+  bench) pkgs+=(libbenchmark-dev libinih-dev libglib2.0-dev zlib1g-dev libssl-dev python3) ;;
   docs) pkgs+=(doxygen python3) ;;
   *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs)" >&2; exit 2 ;;
 esac

@@ -220,6 +220,51 @@ TEST_F(HeapFaults, CrashCheckLevelVerifiesOnEveryAllocation) {
     mon.free(p);
 }
 
+// Over the OS allocator released blocks are kept for reuse: a kept block
+// must still be refused as a second release, come back with fresh guards
+// and a size of its own, and two threads allocating, resizing and freeing
+// at once must leave the list whole and the counts at zero.
+TEST_F(HeapFaults, KeptBlocksAndTwoThreads) {
+    Monitor mon(0, 0, 1);
+    char* p = (char*)mon.alloc(40);
+    mon.free(p);
+    mon.free(p);
+    EXPECT_TRUE(fault_contains("freeNode not in list"));
+    char* q = (char*)mon.alloc(33);  // the same size class
+    EXPECT_EQ(33u, word_at(q, -(ptrdiff_t)kHdr + 2 * sizeof(void*) + 4));
+    EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 4));
+    mon.free(q);
+    auto work = [&](unsigned seed) {
+        std::vector<void*> mine;
+        for (int i = 0; i < 20000; i++) {
+            seed = seed * 1103515245u + 12345u;
+            size_t n = 1 + (seed >> 16) % 3000;
+            if (mine.size() < 50 && (seed & 0x100)) {
+                mine.push_back(mon.alloc(n));
+                std::memset(mine.back(), 0x5A, n);
+            } else if (!mine.empty() && (seed & 0x200)) {
+                void*& r = mine[(seed >> 10) % mine.size()];
+                r = mon.m->vtbl->reallocMem(mon.m, r, n);
+            } else if (!mine.empty()) {
+                mon.free(mine.back());
+                mine.pop_back();
+            }
+        }
+        for (void* b : mine) {
+            mon.free(b);
+        }
+    };
+    std::thread t1(work, 1u), t2(work, 2u);
+    t1.join();
+    t2.join();
+    EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 4));
+    VekHeapStat st;
+    mon.m->vtbl->getStat(mon.m, &st);
+    EXPECT_EQ(0, st.liveBlocks);
+    EXPECT_EQ(0, st.liveBytes);
+    EXPECT_EQ(0, st.liveRaw);
+}
+
 using HeapStats = VekTest;
 
 TEST_F(HeapStats, CountsBytesAndPeaks) {

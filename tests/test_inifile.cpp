@@ -407,6 +407,77 @@ TEST_F(IniOneShot, EverySourceKind) {
     VekStr_delete(&cstr);
 }
 
+// The one-shot readers make their own pass over the text; on random texts
+// built from the pieces the line rules care about they must answer exactly
+// as a loaded document does (and fail as its load fails).
+TEST_F(IniOneShot, AnswerAsTheLoadedDocumentOnRandomTexts) {
+    const char* pieces[] = {"[a]", "[A]", " [b]", "\t[a ]", "[\"x]", "[]", "[a", "a=1", "A =2", " b=3",
+                            "a;=4", "c\"=5", "=6", "b=", ";a=7", "# b=8", "", "a=x\rb=y", "\xEF\xBB\xBF[b]",
+                            "a=9", "c = 10", "B=0x1f"};
+    const char* ends[] = {"\n", "\r\n", "\r", "\n\r"};
+    const char* sects[] = {nullptr, "", "a", "A", "b", "a ", "x", "\"x"};
+    const char* fields[] = {"a", "A", "b", "c", "c ", "B"};
+    unsigned seed = 7;
+    auto rnd = [&](unsigned n) {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 16) % n;
+    };
+    VekStr got, want;
+    VekStr_new(&got);
+    VekStr_new(&want);
+    for (int round = 0; round < 400; round++) {
+        std::string text;
+        for (unsigned i = 0, n = rnd(14); i < n; i++) {
+            text += pieces[rnd(sizeof pieces / sizeof *pieces)];
+            if (rnd(60) == 0) {
+                text += std::string(1020 + rnd(8), 'v');  // near the line limit
+            }
+            if (rnd(8) == 0) {
+                text += std::string(1, '\0') + "z";
+            }
+            if (i + 1 < n || rnd(2)) {
+                text += ends[rnd(4)];
+            }
+        }
+        vek_s32 len = (vek_s32)text.size();
+        vek_s32 err = 0;
+        IniFile* d = len > 0 ? IniFile_newBuf(text.data(), len, &err) : nullptr;
+        for (const char* sect : sects) {
+            for (const char* field : fields) {
+                SCOPED_TRACE(testing::Message() << "round " << round << " [" << (sect ? sect : "(null)")
+                                                << "] " << field);
+                char buf[16] = "keep";
+                vek_s32 r = len > 0 ? IniUtil_getBufStr(text.data(), len, sect, field, "def", buf, sizeof buf)
+                                    : 0;
+                vek_s32 rx = len > 0 ? IniUtil_getBufStrx(text.data(), len, sect, field, "def", &got) : 0;
+                vek_s32 ri = len > 0 ? IniUtil_getBufInt(text.data(), len, sect, field, -3) : 0;
+                if (len == 0) {
+                    continue;
+                }
+                if (!d) {
+                    EXPECT_EQ(err, r);
+                    EXPECT_EQ(err, rx);
+                    EXPECT_EQ(err, ri);
+                    EXPECT_STREQ("keep", buf);
+                    continue;
+                }
+                char wbuf[16];
+                EXPECT_EQ(IniFile_getStr(d, sect, field, "def", wbuf, sizeof wbuf), r);
+                EXPECT_STREQ(wbuf, buf);
+                EXPECT_EQ(IniFile_getStrx(d, sect, field, "def", &want), rx);
+                EXPECT_EQ(std::string(VekStr_buf(&want), (size_t)VekStr_len(&want)),
+                          std::string(VekStr_buf(&got), (size_t)VekStr_len(&got)));
+                EXPECT_EQ(IniFile_getInt(d, sect, field, -3), ri);
+            }
+        }
+        if (d) {
+            IniFile_delete(d);
+        }
+    }
+    VekStr_delete(&got);
+    VekStr_delete(&want);
+}
+
 TEST_F(IniOneShot, NameValueTexts) {
     StrmPtr s = vektest::mem_strm_with("old");
     TxtStrm_new(s.get(), "a", "1", "b", (const char*)nullptr, "", "skipped", (const char*)nullptr);

@@ -261,6 +261,56 @@ TEST_F(Utf8Buffers, SinkOutput) {
     EXPECT_EQ(1, f.pieces);
 }
 
+// Runs of ASCII go through vector blocks in the bounded forms; the
+// terminated forms take every character through the scalar rules. On
+// texts mixing long ASCII runs with every kind of sequence the decoder
+// treats specially, cut anywhere and converted into targets of any size,
+// both must agree unit for unit and byte for byte.
+TEST_F(Utf8Buffers, VectorRunsAgreeWithTheScalarRules) {
+    const char* pieces[] = {"\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80", "\x80", "\xBF\xBF", "\xC3",
+                            "\xE4\xB8", "\xFC\x80\x80\x80\x80\x80", "\xC0\x80", "\xE0\x80\x80", "\xC3\x41",
+                            "\xE4\x41\x42", "\xFE", "\x7F", "\x01"};
+    unsigned seed = 11;
+    auto rnd = [&](unsigned n) {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 16) % n;
+    };
+    for (int round = 0; round < 600; round++) {
+        std::string text;
+        while (text.size() < 40 + rnd(300)) {
+            if (rnd(3)) {
+                for (unsigned i = 0, n = rnd(70); i < n; i++) {
+                    text += (char)(0x20 + rnd(0x5F));
+                }
+            } else {
+                text += pieces[rnd(sizeof pieces / sizeof *pieces)];
+            }
+        }
+        text.resize(text.size() - rnd(3));  // a cut sequence at the end, sometimes
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        vek_s32 cap = rnd(4) ? (vek_s32)text.size() + 1 : 1 + (vek_s32)rnd((unsigned)text.size() + 1);
+        std::vector<vek_wchar> fast(cap + 1, 0xBEEF), slow(cap + 1, 0xBEEF);
+        vek_s32 nf = utf8_buf_to_wcs_str(text.c_str(), (vek_s32)text.size(), fast.data(), cap);
+        vek_s32 ns = utf8_str_to_wcs_str(text.c_str(), slow.data(), cap);
+        ASSERT_EQ(ns, nf);
+        ASSERT_EQ(u16(slow.data(), (size_t)ns + 2), u16(fast.data(), (size_t)nf + 2));
+
+        // Back to UTF-8, host order and swapped, into targets of any size.
+        std::u16string w = u16(slow.data(), (size_t)ns);
+        for (int side = 0; side < 2; side++) {
+            std::u16string in = side ? swapped(w) : w;
+            vek_s32 bcap = rnd(3) ? 3 * ns + 8 : 1 + (vek_s32)rnd(3u * (unsigned)ns + 8);
+            std::string bf(bcap + 1, '#'), bs(bcap + 1, '#');
+            vek_s32 mf = side ? ucs2_buf_to_utf8_str(wp(in), ns, bf.data(), bcap)
+                              : wcs_buf_to_utf8_str(wp(in), ns, bf.data(), bcap);
+            vek_s32 ms = side ? ucs2_str_to_utf8_str(wp(in), bs.data(), bcap)
+                              : wcs_str_to_utf8_str(wp(in), bs.data(), bcap);
+            ASSERT_EQ(ms, mf);
+            ASSERT_EQ(bs, bf);
+        }
+    }
+}
+
 using Utf8Streams = VekTest;
 
 TEST_F(Utf8Streams, CharactersFromAStream) {

@@ -1,0 +1,130 @@
+#!/usr/bin/env python3
+"""Writes bench/RESULTS.md (and bench/results.svg) from the JSON files that
+scripts/bench.sh leaves in build/bench/json: for each hot path the peer's
+time, BaseLib's, their ratio and the goal, and a chart of the ratios.
+
+    bench-report.py JSON_DIR OUT_MD OUT_SVG
+"""
+import glob
+import json
+import math
+import os
+import platform
+import sys
+import time
+
+# (what, BaseLib benchmark, peer benchmark, peer name, goal ratio)
+ROWS = [
+    ("tracked pair, 32 B, 100,000 live", "BM_vek_malloc_free/32", "BM_malloc_free/32", "malloc+free", 1.5),
+    ("tracked pair, 1 KiB, 100,000 live", "BM_vek_malloc_free/1024", "BM_malloc_free/1024", "malloc+free", 1.5),
+    ("tracked pair, two threads", "BM_vek_malloc_free_2thr/real_time/threads:2",
+     "BM_malloc_free_2thr/real_time/threads:2", "malloc+free", 2.0),
+    ("VekStr to 1 MiB, 1-byte appends", "BM_vekstr_append/1/1048576", "BM_stdstring_append/1/1048576",
+     "std::string", 1.0),
+    ("VekStr to 1 MiB, 16-byte appends", "BM_vekstr_append/16/1048576", "BM_stdstring_append/16/1048576",
+     "std::string", 1.0),
+    ("VekStr_appdf \"%d %s %08x\"", "BM_vekstr_appdf", "BM_snprintf", "snprintf", 1.5),
+    ("utf8_buf_to_wcs_str, 64 KiB ASCII", "BM_vek_utf8_to_wcs/0", "BM_iconv_utf8_to_utf16/0", "iconv", 0.125),
+    ("utf8_buf_to_wcs_str, 64 KiB mixed", "BM_vek_utf8_to_wcs/1", "BM_iconv_utf8_to_utf16/1", "iconv", 0.33),
+    ("wcs_buf_to_utf8_str, 64 KiB ASCII", "BM_vek_wcs_to_utf8/0", "BM_iconv_utf16_to_utf8/0", "iconv", 0.2),
+    ("wcs_buf_to_utf8_str, 64 KiB mixed", "BM_vek_wcs_to_utf8/1", "BM_iconv_utf16_to_utf8/1", "iconv", 0.5),
+    ("IniUtil_getFileStr, 4 KiB file", "BM_IniUtil_getFileStr", "BM_GKeyFile_getFileStr", "GKeyFile", 0.5),
+    ("IniUtil_getFileStr, 4 KiB file", "BM_IniUtil_getFileStr", "BM_inih_getFileStr", "inih", 1.0),
+    ("IniFile load, 1 MiB", "BM_IniFile_load", "BM_GKeyFile_load", "GKeyFile", 1.0),
+    ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
+]
+
+UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def load_medians(json_dir):
+    """Median time in ns of every benchmark found, by its name."""
+    out = {}
+    for path in sorted(glob.glob(os.path.join(json_dir, "*.json"))):
+        with open(path) as f:
+            data = json.load(f)
+        for b in data.get("benchmarks", []):
+            name = b.get("run_name", b["name"])
+            agg = b.get("aggregate_name")
+            if agg not in (None, "median"):
+                continue
+            if agg is None and name in out:
+                continue  # a single run only counts when no median exists
+            field = "real_time" if "/real_time" in name else "cpu_time"
+            out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
+    return out
+
+
+def fmt_time(ns):
+    for unit, scale in (("s", 1e9), ("ms", 1e6), ("µs", 1e3)):
+        if ns >= scale:
+            return "%.3g %s" % (ns / scale, unit)
+    return "%.3g ns" % ns
+
+
+def write_svg(path, rows):
+    """Horizontal bars of the ratios on a logarithmic axis, each with its goal."""
+    lo, hi = 0.05, 32.0
+    left, width, bar, gap, top = 290, 420, 16, 8, 40
+    height = top + len(rows) * (bar + gap) + 40
+
+    def x_of(r):
+        r = min(max(r, lo), hi)
+        return left + width * (math.log(r) - math.log(lo)) / (math.log(hi) - math.log(lo))
+
+    out = ['<svg xmlns="http://www.w3.org/2000/svg" width="%d" height="%d" '
+           'font-family="sans-serif" font-size="11">' % (left + width + 70, height),
+           '<rect width="100%" height="100%" fill="white"/>',
+           '<text x="10" y="20" font-size="13">BaseLib time / peer time (log scale; '
+           'green: goal met, red: missed, black tick: goal)</text>']
+    for tick in (0.1, 0.25, 0.5, 1, 2, 4, 8, 16, 32):
+        x = x_of(tick)
+        out.append('<line x1="%.1f" y1="%d" x2="%.1f" y2="%d" stroke="#ddd"/>'
+                   % (x, top - 5, x, height - 30))
+        out.append('<text x="%.1f" y="%d" text-anchor="middle">%g×</text>' % (x, height - 15, tick))
+    for i, (label, ratio, goal) in enumerate(rows):
+        y = top + i * (bar + gap)
+        out.append('<text x="%d" y="%d" text-anchor="end">%s</text>'
+                   % (left - 6, y + bar - 4, label.replace("&", "&amp;").replace("<", "&lt;")))
+        if ratio is None:
+            out.append('<text x="%d" y="%d" fill="#888">not measured</text>' % (left + 4, y + bar - 4))
+            continue
+        color = "#3a3" if ratio <= goal else "#c33"
+        out.append('<rect x="%d" y="%d" width="%.1f" height="%d" fill="%s"/>'
+                   % (left, y, max(x_of(ratio) - left, 1), bar, color))
+        gx = x_of(goal)
+        out.append('<line x1="%.1f" y1="%d" x2="%.1f" y2="%d" stroke="black" stroke-width="2"/>'
+                   % (gx, y - 2, gx, y + bar + 2))
+        out.append('<text x="%.1f" y="%d">%.2f×</text>' % (x_of(ratio) + 4, y + bar - 4, ratio))
+    out.append("</svg>")
+    with open(path, "w") as f:
+        f.write("\n".join(out) + "\n")
+
+
+def main():
+    json_dir, out_md, out_svg = sys.argv[1:4]
+    t = load_medians(json_dir)
+    lines = ["# Benchmark results", "",
+             "Written by `scripts/bench.sh` on %s (%s, %d cores), %s. Medians of the repetitions "
+             "of one run; ratio = BaseLib / peer (lower is better)." %
+             (platform.node() or "this machine", platform.machine(), os.cpu_count() or 0,
+              time.strftime("%Y-%m-%d %H:%M UTC", time.gmtime())), "",
+             "| path | peer | peer time | BaseLib time | ratio | goal | met |",
+             "|---|---|---|---|---|---|---|"]
+    chart = []
+    for what, ours, peer, peer_name, goal in ROWS:
+        a, b = t.get(ours), t.get(peer)
+        ratio = a / b if a is not None and b else None
+        lines.append("| %s | %s | %s | %s | %s | ≤ %g× | %s |" % (
+            what, peer_name, fmt_time(b) if b else "–", fmt_time(a) if a else "–",
+            "%.2f×" % ratio if ratio is not None else "–", goal,
+            "–" if ratio is None else ("yes" if ratio <= goal else "no")))
+        chart.append(("%s vs %s" % (what, peer_name), ratio, goal))
+    lines += ["", "![ratios](%s)" % os.path.basename(out_svg), ""]
+    with open(out_md, "w") as f:
+        f.write("\n".join(lines))
+    write_svg(out_svg, chart)
+
+
+if __name__ == "__main__":
+    main()
