@@ -6,6 +6,9 @@
 #   deps.sh bench   the main set, Google Benchmark and the peer libraries
 #                   the benchmarks compare against
 #   deps.sh docs    the main set and Doxygen
+#   deps.sh fuzz    the main set, clang and its libFuzzer and sanitizer
+#                   runtimes (scripts/fuzz.sh)
+#   deps.sh coverage  the main set, GoogleTest and gcovr (scripts/coverage.sh)
 set -euo pipefail
 want=${1:-main}
 pkgs=(cmake make g++ pkg-config)
@@ -14,7 +17,9 @@ case "$want" in
   test) pkgs+=(libgtest-dev clang g++-multilib mingw-w64 wine64 tzdata python3) ;;
   bench) pkgs+=(libbenchmark-dev libinih-dev libglib2.0-dev zlib1g-dev libssl-dev python3) ;;
   docs) pkgs+=(doxygen python3) ;;
-  *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs)" >&2; exit 2 ;;
+  fuzz) pkgs+=(clang libclang-rt-dev libgtest-dev) ;;
+  coverage) pkgs+=(libgtest-dev gcovr tzdata) ;;
+  *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs, fuzz, coverage)" >&2; exit 2 ;;
 esac
 missing=()
 for p in "${pkgs[@]}"; do
