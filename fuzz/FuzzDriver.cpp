@@ -6,7 +6,8 @@
  * -fsanitize=fuzzer instead, the same target runs under libFuzzer.
  *
  *   fuzz_x [iterations [seed]]   random inputs (default 3000, seed 1)
- *   fuzz_x FILE...               replays the given inputs
+ *   fuzz_x FILE|FOLDER...        replays the given inputs (every file of
+ *                                a folder, such as a seed corpus)
  *
  * The library runs initialised; assertions are answered Ignore (a target
  * may provoke them on purpose), and any tracked block still held after an
@@ -18,6 +19,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <algorithm>
+#include <vector>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -103,12 +107,36 @@ int main(int argc, char** argv) {
     BaseLib_init();
     bool ok = true;
     if (argc > 1 && std::strtol(argv[1], nullptr, 10) <= 0) {
-        for (int i = 1; i < argc && ok; i++) {
-            std::ifstream f(argv[i], std::ios::binary);
+        std::vector<std::filesystem::path> files;
+        for (int i = 1; i < argc; i++) {
+            std::error_code ec;
+            if (std::filesystem::is_directory(argv[i], ec)) {
+                for (const auto& e : std::filesystem::directory_iterator(argv[i], ec)) {
+                    if (e.is_regular_file(ec)) {
+                        files.push_back(e.path());
+                    }
+                }
+            } else {
+                files.emplace_back(argv[i]);
+            }
+        }
+        // A fixed order, so that a failure names the same input on every run.
+        std::sort(files.begin(), files.end());
+        for (size_t i = 0; i < files.size() && ok; i++) {
+            std::ifstream f(files[i], std::ios::binary);
+            if (!f) {
+                std::fprintf(stderr, "cannot read %s\n", files[i].string().c_str());
+                ok = false;
+                break;
+            }
             std::stringstream ss;
             ss << f.rdbuf();
             ok = run_one(ss.str());
+            if (!ok) {
+                std::fprintf(stderr, "failing input: %s\n", files[i].string().c_str());
+            }
         }
+        std::printf("%zu inputs replayed\n", files.size());
     } else {
         long n = argc > 1 ? std::strtol(argv[1], nullptr, 10) : 3000;
         Rng r{argc > 2 ? (uint32_t)std::strtoul(argv[2], nullptr, 10) : 1u};
