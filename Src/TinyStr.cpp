@@ -87,7 +87,7 @@ vek_s32 append_bytes(TinyStr* ts, const char* s, vek_s32 n) {
         }
     }
     TinyData* d = ts->data;
-    std::memmove(d->buf + d->len, s, (size_t)n);
+    std::memmove(text(d) + d->len, s, (size_t)n);
     d->len += n;
     text(d)[d->len] = 0;
     return n;
@@ -247,7 +247,7 @@ VEK_API vek_s32 TinyStr_appdWcsx(TinyStr* ts, const vek_wchar* w, vek_s32 n) {
         if (d->len + k + 1 > d->size) {
             break;  // fixed block full: stop before a character that does not fit
         }
-        std::memcpy(d->buf + d->len, tmp, (size_t)k);
+        std::memcpy(text(d) + d->len, tmp, (size_t)k);
         d->len += k;
         text(d)[d->len] = 0;
         added += k;
