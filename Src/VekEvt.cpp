@@ -238,8 +238,14 @@ VekMes* mes_new(vek_u32 op) {
     return h;
 }
 
+// Called through EvtCleanFn's own type: a call through a cast function
+// pointer of another type is undefined, and clang's sanitizer stops on it.
+void gen_clean(void* evt) {
+    GenEvt_clean((GenEvt*)evt);
+}
+
 GenEvt* gen_alloc(void) {
-    GenEvt* evt = (GenEvt*)Evt_alloc(sizeof(GenEvt), (EvtCleanFn)GenEvt_clean);
+    GenEvt* evt = (GenEvt*)Evt_alloc(sizeof(GenEvt), gen_clean);
     if (evt) {
         GenEvt_init(evt);
     }
