@@ -23,6 +23,7 @@ mkdir -p "$build/html"
 # Branches a throw or the compiler adds (exception clean-up) are not the
 # code's own decisions; they would drown the figures.
 common=(-r "$root" --object-directory "$build" --filter 'Src/' --filter 'posix/'
+  --exclude-directories '.*/CMakeFiles/[0-9.]+/.*'
   --exclude-throw-branches --exclude-unreachable-branches --gcov-ignore-parse-errors)
 gcovr "${common[@]}" --html-details "$build/html/index.html" \
   --json-summary "$build/summary.json" --print-summary >/dev/null

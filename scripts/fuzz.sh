@@ -54,7 +54,7 @@ for t in "${targets[@]}"; do
   rc=0
   "$build/bin/$t" -max_total_time="$seconds" -print_final_stats=1 -timeout=10 -rss_limit_mb=2048 \
     -artifact_prefix="$crashes/" "$work" >"$log" 2>&1 || rc=$?
-  execs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | grep -o '[0-9]*$' || true)
+  execs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | tail -n 1 | grep -o '[0-9]*$' || true)
   cov=$(grep -oE '(#[0-9]+).*cov: [0-9]+ ft: [0-9]+' "$log" | tail -n 1 | grep -oE 'cov: [0-9]+ ft: [0-9]+' || true)
   files=$(find "$work" -type f | wc -l)
   if [ "$rc" -ne 0 ]; then
