@@ -126,7 +126,8 @@ struct IVekEnum {
  * negative error. */
 VEK_API vek_s32 IStrm_printf(IStrm* strm, const char* fmt, ...) VEK_PRINTF(2, 3);
 VEK_API vek_s32 IStrm_vprintf(IStrm* strm, const char* fmt, va_list args);
-/* A new memory stream holding a copy of the whole source (one reference). */
+/* A new memory stream holding a copy of the whole source (one reference);
+ * null when the copy could not be made whole (memory ran out). */
 VEK_API IStrm* IStrm_clone(IStrm* src);
 /* Replaces dst's content with src's bytes (from src's start when fromStart
  * is non-zero, else from its position); dst ends at position 0, src's

@@ -23,7 +23,8 @@ typedef struct CsvField {
 /* Reads the record that starts at start (null: the beginning of text).
  * Returns 0 and *fields null when start lies before text or at or beyond
  * its terminator; otherwise 1 with *fields the first field and *next (when
- * next is not null) the position behind the record.
+ * next is not null) the position behind the record. When memory runs out
+ * part way it returns -201 with *fields null and nothing held.
  *
  * A field starting with '"' runs to a '"' not followed by another one ('""'
  * gives one '"'); that quote AND the one character after it are passed

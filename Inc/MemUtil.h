@@ -65,6 +65,15 @@ typedef struct VekHeapStat {
 /* Statistics of the process heap; returns 0, or -23 without a monitor. */
 VEK_API vek_s32 vek_heap_stat(VekHeapStat* out);
 
+/* Fault injection for tests: makes the k-th call from now of the plain
+ * allocator (al_malloc and al_realloc, under the heap monitors, the runtime
+ * configuration and the trace) return null as if the system were out of
+ * memory; k = 1 is the next call. While armed, the heap monitor takes every
+ * block from the allocator rather than from its kept blocks. 0 disarms.
+ * Returns 1 when the failure armed by the previous call has happened, else
+ * 0, so a test can raise k until an operation runs through without it. */
+VEK_API vek_s32 vek_heap_fail_at__(vek_s32 k);
+
 /* Verifies that the calling thread may enter a synchronous blocking call:
  * a user-interface thread must not (assertion "UI thrd MUST NOT call sblk
  * func, call blk_to_blk() instead"). Returns 1 when allowed, else 0. */

@@ -74,7 +74,9 @@ VEK_API void GenEvt_clean(GenEvt* evt);
  * nothing). strm: null for none; otherwise the event takes a clone
  * (IStrm_clone, a MemStrm; the caller keeps its stream) when cloneStrm is
  * not 0, and the caller's reference itself when it is 0 (the stream then
- * belongs to the event and is released with it). Delete with Evt_delete. */
+ * belongs to the event and is released with it). Delete with Evt_delete.
+ * Null when memory runs out, for the event or any part of it (a stream
+ * given with cloneStrm 0 then stays the caller's). */
 VEK_API GenEvt* GenEvt_newnsd(vek_u32 eid, vek_u32 rid, vek_s32 num1, vek_s32 num2, const char* s1, const char* s2,
                               IStrm* strm, vek_s32 cloneStrm);
 VEK_API GenEvt* GenEvt_new(vek_u32 eid);

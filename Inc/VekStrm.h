@@ -159,7 +159,9 @@ VEK_API void StrStrm_delete(StrStrm* obj);
 /* ---- CstrStrm ----
  * Read-write over a VekStr the caller owns (borrowed, never freed): bytes
  * written land in the string, which grows as needed and stays terminated;
- * writing past its end makes the length the new position. Without a
+ * writing past its end makes the length the new position; when the string
+ * cannot grow (memory ran out) putc and write return -201 and change
+ * nothing. Without a
  * string: putc, write, ungetc, clear and setSize return -1, getc -202,
  * read 0, size 0, seek 0. A target outside 0..length is -9 for seek. A
  * position beyond the string's length (the string changed behind the

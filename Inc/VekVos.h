@@ -40,7 +40,8 @@ VEK_API const vek_wchar* vek_base_fldw(void);
 #define VEK_RTC_TRC 2
 /* Replaces a source: path (UTF-8, null for none) and text (null for none;
  * txtLen negative means up to the terminator). The strings are copied.
- * Returns 0, or VEK_ERR_BAD_ARG for an unknown source. */
+ * Returns 0, VEK_ERR_BAD_ARG for an unknown source, or VEK_ERR_FULL (the
+ * source unchanged) when memory runs out. */
 VEK_API vek_s32 vek_rtc_set_src(vek_s32 source, const char* path, const char* txt, vek_s32 txtLen);
 
 /* Reading a source, vek_<source>_rtc_<op> (the trace source has no value

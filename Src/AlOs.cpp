@@ -5,6 +5,7 @@
  * cheap). Opening with a UTF-8 path and 64-bit positioning are the
  * platform's (AlPlat.h).
  */
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include "AlPlat.h"
@@ -53,8 +54,45 @@ VEK_API vek_s32 AlOs_exit(void) {
     return vek::count_down(&g_osCnt, true);
 }
 
+} // extern "C"
+
+namespace {
+
+// Allocations left before an injected failure (vek_heap_fail_at__); 0 is
+// disarmed, so the common path reads one relaxed word.
+std::atomic<vek_s32> g_failCountdown{0};
+std::atomic<vek_s32> g_failFired{0};
+
+bool injected_failure() {
+    if (g_failCountdown.load(std::memory_order_relaxed) == 0) {
+        return false;
+    }
+    vek_s32 left = g_failCountdown.fetch_sub(1, std::memory_order_relaxed);
+    if (left == 1) {
+        g_failFired.store(1, std::memory_order_relaxed);
+        return true;
+    }
+    if (left <= 0) {
+        g_failCountdown.fetch_add(1, std::memory_order_relaxed);  // raced with a disarm
+    }
+    return false;
+}
+
+} // namespace
+
+bool vek::alloc_fail_armed() {
+    return g_failCountdown.load(std::memory_order_relaxed) != 0;
+}
+
+extern "C" {
+
+VEK_API vek_s32 vek_heap_fail_at__(vek_s32 k) {
+    g_failCountdown.store(k > 0 ? k : 0, std::memory_order_relaxed);
+    return g_failFired.exchange(0, std::memory_order_relaxed);
+}
+
 VEK_API void* al_malloc(size_t size) {
-    return std::malloc(size ? size : 1);
+    return injected_failure() ? nullptr : std::malloc(size ? size : 1);
 }
 
 VEK_API void al_free(void* block) {
@@ -62,7 +100,7 @@ VEK_API void al_free(void* block) {
 }
 
 VEK_API void* al_realloc(void* block, size_t size) {
-    return std::realloc(block, size ? size : 1);
+    return injected_failure() ? nullptr : std::realloc(block, size ? size : 1);
 }
 
 VEK_API AlFile* AlFile_open(const char* path, const char* mode) {

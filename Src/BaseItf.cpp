@@ -136,8 +136,9 @@ VEK_API IStrm* IStrm_clone(IStrm* src) {
         return nullptr;
     }
     IStrm* dst = MemStrm_xcreatex__(nullptr, 0, __FILE__, __LINE__);
-    if (dst) {
-        IStrm_copy(dst, src);
+    if (dst && IStrm_copy(dst, src) < 0) {
+        IStrm_release(dst);  // a partial copy would pass for the whole source
+        return nullptr;
     }
     return dst;
 }

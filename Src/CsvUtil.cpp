@@ -29,24 +29,34 @@ CsvField* new_field(const char* text, vek_s32 len) {
     return f;
 }
 
-void add_field(SmpList* list, const char* text, vek_s32 len) {
-    if (CsvField* f = new_field(text, len)) {
+bool add_field(SmpList* list, const char* text, vek_s32 len) {
+    CsvField* f = new_field(text, len);
+    if (f) {
         SmpList_addTail(list, f);
     }
+    return f != nullptr;
+}
+
+// Appends n bytes to the field; false when the string could not grow (the
+// string calls report that only through the heap's assertion).
+bool appd(VekStr* field, const char* s, vek_s32 n) {
+    vek_s32 want = VekStr_len(field) + n;
+    VekStr_appdStrx(field, s, n);
+    return VekStr_len(field) == want;
 }
 
 // A quoted field from just after its opening quote; the position behind
 // the closing quote and the one character after it.
-const char* read_quoted(const char* p, VekStr* field) {
+const char* read_quoted(const char* p, VekStr* field, bool& ok) {
     for (;;) {
         const char* q = std::strchr(p, '"');
         if (!q) {  // never closed: the field runs to the end of the text
-            VekStr_appdStrx(field, p, (vek_s32)std::strlen(p));
+            ok = appd(field, p, (vek_s32)std::strlen(p)) && ok;
             return p + std::strlen(p);
         }
-        VekStr_appdStrx(field, p, (vek_s32)(q - p));
+        ok = appd(field, p, (vek_s32)(q - p)) && ok;
         if (q[1] == '"') {
-            VekStr_appdChar(field, '"');
+            ok = appd(field, "\"", 1) && ok;
             p = q + 2;
             continue;
         }
@@ -74,17 +84,18 @@ VEK_API vek_s32 CsvUtil_read(const char* text, const char* start, const char** n
     SmpList_init(&list);
     VekStr field;
     VekStr_new(&field);
+    bool ok = true;
     for (;;) {
         if (*p == '"') {
             VekStr_clear(&field);
-            p = read_quoted(p + 1, &field);
-            add_field(&list, VekStr_buf(&field), VekStr_len(&field));
+            p = read_quoted(p + 1, &field, ok);
+            ok = add_field(&list, VekStr_buf(&field), VekStr_len(&field)) && ok;
         } else {
             const char* b = p;
             while (*p && *p != sep && *p != '\r' && *p != '\n') {
                 p++;
             }
-            add_field(&list, b, (vek_s32)(p - b));
+            ok = add_field(&list, b, (vek_s32)(p - b)) && ok;
             if (*p) {
                 p++;
             }
@@ -92,13 +103,17 @@ VEK_API vek_s32 CsvUtil_read(const char* text, const char* start, const char** n
         bool crlf = p[0] == '\r' && p[1] == '\n';
         if (crlf || p[0] == '\n' || !p[0]) {
             if (p[-1] == sep) {
-                add_field(&list, "", 0);
+                ok = add_field(&list, "", 0) && ok;
             }
             p += crlf ? 2 : (p[0] ? 1 : 0);
             break;
         }
     }
     VekStr_delete(&field);
+    if (!ok) {  // a record missing a field would read as a different record
+        SmpList_delete(list.hdr, vek_free__);
+        return VEK_ERR_FULL;
+    }
     *fields = (CsvField*)list.hdr;
     if (next) {
         *next = p;

@@ -309,7 +309,8 @@ void* hm_alloc(IHeapMon* itf, size_t size) {
     size_t raw = round8(size) + sizeof(HeapBlk) + 2 * sizeof(vek_u32) + (size_t)n * sizeof(void*);
     // A kept block of the size class is taken and linked in one locked
     // section; otherwise the OS allocator is called outside the lock.
-    size_t bi = m->useBins && m->crashChkLev == 0 ? bin_of(raw) : kBinCount;
+    // An armed failure injection must meet the allocator on every call.
+    size_t bi = m->useBins && m->crashChkLev == 0 && !vek::alloc_fail_armed() ? bin_of(raw) : kBinCount;
     HeapBlk* b = nullptr;
     bool locked = false;
     if (bi < kBinCount) {

@@ -17,6 +17,9 @@
 
 namespace vek {
 
+/* True while a test has armed an allocation failure (vek_heap_fail_at__). */
+bool alloc_fail_armed();
+
 /* Trace coordinates of the library's own records. */
 constexpr vek_s32 kModBase = 10;   /* the library itself */
 constexpr vek_s32 kFldLife = 1;    /* lifecycle records */

@@ -331,14 +331,24 @@ VEK_API GenEvt* GenEvt_newnsd(vek_u32 eid, vek_u32 rid, vek_s32 num1, vek_s32 nu
     evt->rid = rid;
     evt->num1 = num1;
     evt->num2 = num2;
+    // An event missing a text or its stream would travel as a different
+    // event: running out of memory gives none at all.
+    bool ok = true;
     if (s1) {
         VekStr_appdStr(&evt->str1, s1);
+        ok = VekStr_len(&evt->str1) == (vek_s32)std::strlen(s1);
     }
-    if (s2) {
+    if (s2 && ok) {
         VekStr_appdStr(&evt->str2, s2);
+        ok = VekStr_len(&evt->str2) == (vek_s32)std::strlen(s2);
     }
-    if (strm) {
+    if (strm && ok) {
         evt->strm = cloneStrm ? IStrm_clone(strm) : strm;
+        ok = evt->strm != nullptr;
+    }
+    if (!ok) {
+        Evt_delete(evt);
+        return nullptr;
     }
     return evt;
 }

@@ -152,10 +152,19 @@ VEK_API vek_s32 vek_rtc_set_src(vek_s32 source, const char* path, const char* tx
     if (source < VEK_RTC_SYS || source > VEK_RTC_TRC) {
         return VEK_ERR_BAD_ARG;
     }
+    // Both copies are made before the old source goes, so running out of
+    // memory leaves the settings as they were.
+    char* newPath = dup_text(path, -1);
+    char* newTxt = dup_text(txt, txtLen);
+    if ((path && !newPath) || (txt && !newTxt)) {
+        al_free(newPath);
+        al_free(newTxt);
+        return VEK_ERR_FULL;
+    }
     vek::RtcSrc& s = g_core.rtc[source];
     free_src(s);
-    s.path = dup_text(path, -1);
-    s.txt = dup_text(txt, txtLen);
+    s.path = newPath;
+    s.txt = newTxt;
     s.txtLen = s.txt ? (vek_s32)std::strlen(s.txt) : 0;
     if (txt && txtLen >= 0) {
         s.txtLen = txtLen;

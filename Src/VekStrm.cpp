@@ -618,15 +618,20 @@ vek_s32 checked_pos(CstrStrm* _this) {
 }
 
 // Writes n bytes at the position: grows when position + n reaches the
-// block, extends the length past the old end, keeps the terminator.
-void put_bytes(CstrStrm* _this, const void* data, vek_s32 n) {
+// block, extends the length past the old end, keeps the terminator. When
+// the string cannot grow it is left as it was and -201 is the answer.
+vek_s32 put_bytes(CstrStrm* _this, const void* data, vek_s32 n) {
     vek_s32 pos = checked_pos(_this);
     vek_s32 len = VekStr_len(_this->str);
     vek_s32 end = pos + n;
     char* buf = VekStr_useBufBeg(_this->str, end > len ? end : len);
+    if (!buf) {
+        return VEK_ERR_FULL;
+    }
     std::memcpy(buf + pos, data, (size_t)n);
     VekStr_useBufEnd(_this->str, end > len ? end : len);
     _this->pos = end;
+    return n;
 }
 
 vek_s32 cs_putc(IStrm* s, vek_s32 byte) {
@@ -635,8 +640,8 @@ vek_s32 cs_putc(IStrm* s, vek_s32 byte) {
         return VEK_ERR_NO_STRING;
     }
     char c = (char)byte;
-    put_bytes(_this, &c, 1);
-    return 0;
+    vek_s32 r = put_bytes(_this, &c, 1);
+    return r < 0 ? r : 0;
 }
 
 vek_s32 cs_getc(IStrm* s) {
@@ -697,8 +702,7 @@ vek_s32 cs_write(IStrm* s, const void* data, vek_s32 dataLen) {
         VEK_ASSERT(data && dataLen > 0);
         return 0;
     }
-    put_bytes(_this, data, dataLen);
-    return dataLen;
+    return put_bytes(_this, data, dataLen);
 }
 
 vek_s32 cs_seek(IStrm* s, vek_s64 offset, vek_s32 origin) {

@@ -1,0 +1,393 @@
+/*
+ * Out of memory everywhere: one representative operation of every family
+ * runs with its 1st, 2nd, 3rd, ... tracked allocation failing, until it runs
+ * through without meeting the failure. For every failure point: no crash,
+ * no leak, and the result is either the right one or a reported failure
+ * (a negative code or a null) - never a half-built success.
+ */
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <initializer_list>
+#include <string>
+#include "VekTest.h"
+
+namespace {
+
+vek_s64 live_blocks() {
+    VekHeapStat st;
+    return vek_heap_stat(&st) == 0 ? st.liveBlocks : -1;
+}
+
+class Faults : public VekTest {
+  protected:
+    // Runs op with the k-th allocation failing for k = 1, 2, ...; op gets
+    // told nothing and must judge its own results. The heap's "blk" and the
+    // assertions a family names for a failed allocation (allowed) are
+    // expected; any other is a fault. Returns the failure points exercised.
+    int sweep(const char* family, const std::function<void()>& op,
+              std::initializer_list<const char*> allowed = {}) {
+        bool failedBefore = HasFailure();
+        for (int k = 1; k < 5000; ++k) {
+            vek_s64 live = live_blocks();
+            vek_heap_fail_at__(k);
+            op();
+            bool fired = vek_heap_fail_at__(0) != 0;
+            // The heap's own report, and a memory stream's room check, which
+            // is how a stream learns that its next block was not given.
+            for (const char* a : {"blk", "_this->cur && _this->curOff < (int)_this->cur->size"}) {
+                while (vektest::take_assert(a)) {
+                }
+            }
+            for (const char* a : allowed) {
+                while (vektest::take_assert(a)) {
+                }
+            }
+            EXPECT_EQ(live, live_blocks()) << family << ": leak with allocation " << k << " failing";
+            if (!fired) {
+                std::printf("[ faults   ] %-28s %d failure points\n", family, k - 1);
+                EXPECT_GT(k, 1) << family << " allocated nothing";
+                return k - 1;
+            }
+            if (HasFailure() && !failedBefore) {
+                ADD_FAILURE() << family << ": first fault with allocation " << k << " failing";
+                return k;
+            }
+        }
+        ADD_FAILURE() << family << " never ran through";
+        return 0;
+    }
+};
+
+// A result is right or it is an honest failure.
+void expect_text(const char* got, const char* want, bool failed) {
+    if (!failed) {
+        EXPECT_STREQ(want, got);
+    }
+}
+
+IStrm* mem_strm() {
+    static MemStrm slot;  // unused: xcreatex allocates when given null
+    (void)slot;
+    return MemStrm_xcreatex__(nullptr, 16, __FILE__, __LINE__);
+}
+
+std::string strm_text(IStrm* s) {
+    std::string out;
+    IStrm_seek(s, 0, 0);
+    for (vek_s32 c; (c = IStrm_getc(s)) >= 0;) {
+        out += (char)c;
+    }
+    return out;
+}
+
+const char kIni[] = "; head\n[Net]\nhost = a.example\nport=8080\n\n[User]\nname=Ann\n";
+
+} // namespace
+
+// A string step either happens whole or leaves the text as it was: string
+// calls report nothing, so the text itself is the evidence.
+struct TextModel {
+    std::string text;
+    void step(const std::string& now, const std::string& piece) {
+        if (now != text + piece) {
+            EXPECT_EQ(text, now) << "half-applied: " << piece;
+        }
+        text = now;
+    }
+};
+
+TEST_F(Faults, StringsAndConversions) {
+    sweep("VekStr", [] {
+        VekStr s, cp;
+        VekStr_new(&s);
+        VekStr_new(&cp);
+        TextModel m;
+        VekStr_setStr(&s, "id=");
+        m.step(VekStr_buf(&s), "id=");
+        VekStr_appdf(&s, "%d/%s/%08x", 42, "abcdefghijklmnopqrstuvwxyz0123456789", 0xBEEFu);
+        m.step(VekStr_buf(&s), "42/abcdefghijklmnopqrstuvwxyz0123456789/0000beef");
+        VekStr_appdWchar(&s, 0x20AC);
+        m.step(VekStr_buf(&s), "\xE2\x82\xAC");
+        VekStr_setCstr(&cp, &s);
+        VekStr_appdChar(&cp, '!');  // unshares the copy
+        TextModel c{m.text};
+        c.step(VekStr_buf(&cp), "!");
+        EXPECT_EQ(m.text, VekStr_buf(&s));
+        VekStr_delete(&cp);
+        VekStr_delete(&s);
+    });
+    sweep("VekWcs and conversions", [] {
+        VekWcs w;
+        VekWcs_new(&w);
+        VekStr s;
+        VekStr_new(&s);
+        TextModel m;
+        vek_s32 r = utf8_str_to_wcs_cwcs("gr\xC3\xBC\xC3\x9F dich, a text that outgrows a block", &w);
+        EXPECT_EQ(r, VekWcs_len(&w));
+        VekWcs_appdLong(&w, -17);
+        r = wcs_buf_to_utf8_cstr(VekWcs_buf(&w), VekWcs_len(&w), &s);
+        EXPECT_EQ(r, VekStr_len(&s));
+        m.step(VekStr_buf(&s), r ? std::string(VekStr_buf(&s)) : std::string());
+        EXPECT_TRUE(r == 0 || m.text.find("-17") == m.text.size() - 3) << m.text;
+        VekStr_delete(&s);
+        VekWcs_delete(&w);
+    });
+}
+
+TEST_F(Faults, Streams) {
+    sweep("MemStrm", [] {
+        IStrm* m = mem_strm();
+        if (!m) {
+            return;
+        }
+        std::string want;
+        vek_s32 r = 0;
+        for (int i = 0; i < 40 && r >= 0; ++i) {
+            r = IStrm_printf(m, "line %d;", i);
+            want += "line " + std::to_string(i) + ";";
+        }
+        IStrm* c = r >= 0 ? IStrm_clone(m) : nullptr;
+        if (c) {
+            EXPECT_EQ(want, strm_text(m));
+            EXPECT_EQ(want, strm_text(c));
+            IStrm_release(c);
+        }
+        IStrm_release(m);
+    });
+    sweep("StrStrm and CstrStrm", [] {
+        IStrm* s = StrStrm_xcreate__(nullptr, kIni, (vek_s32)std::strlen(kIni), __FILE__, __LINE__);
+        VekStr text;
+        VekStr_new(&text);
+        IStrm* cs = CstrStrm_xcreate__(nullptr, &text, __FILE__, __LINE__);
+        if (s && cs) {
+            vek_s32 r = IStrm_copy(cs, s);
+            expect_text(VekStr_buf(&text), kIni, r < 0);
+        }
+        if (s) {
+            IStrm_release(s);
+        }
+        if (cs) {
+            IStrm_release(cs);
+        }
+        VekStr_delete(&text);
+    });
+    std::string dir = vektest::temp_dir("faults_strm");
+    std::string path = dir + "/out.bin";
+    sweep("FileStrm", [&] {
+        vek_s32 err = 0;
+        IStrm* f = FileStrm_xcreatex__(nullptr, path.c_str(), "w+b", &err, __FILE__, __LINE__);
+        if (!f) {
+            return;
+        }
+        vek_s32 r = IStrm_write(f, kIni, (vek_s32)std::strlen(kIni));
+        IStrm* c = r >= 0 ? IStrm_clone(f) : nullptr;
+        if (c) {
+            EXPECT_EQ(kIni, strm_text(c));
+            IStrm_release(c);
+        }
+        IStrm_release(f);
+    });
+    vektest::remove_tree(dir);
+}
+
+TEST_F(Faults, ListsAndContainers) {
+    sweep("SmpList clone", [] {
+        CsvField* fields = nullptr;
+        vek_s32 r = CsvUtil_read("alpha,\"be,ta\",gamma,,delta\n", nullptr, nullptr, &fields, ',');
+        if (r >= 0) {
+            EXPECT_EQ(5, SmpList_size(fields));
+            SmpList_delete(fields, vek_free__);
+        } else {
+            EXPECT_EQ(nullptr, fields);
+        }
+    });
+    sweep("PtrQue/ByteQue", [] {
+        PtrQue q;
+        ByteQue b;
+        bool pq = PtrQue_new(&q, 2) != nullptr, bq = ByteQue_new(&b, 4) != nullptr;
+        for (int i = 1; pq && i <= 20; ++i) {
+            if (PtrQue_put(&q, (void*)(size_t)i) < 0) {
+                break;
+            }
+        }
+        if (bq) {
+            vek_s32 r = ByteQue_puts(&b, kIni, 4);
+            EXPECT_EQ(r, ByteQue_size(&b));
+            ByteQue_delete(&b);
+        }
+        if (pq) {
+            for (size_t want = 1; PtrQue_size(&q) > 0; ++want) {
+                EXPECT_EQ((void*)want, PtrQue_get(&q));
+            }
+            PtrQue_delete(&q);
+        }
+    });
+    sweep("vectors and stacks", [] {
+        PtrVect v;
+        BlkVect bv;
+        PtrStack st;
+        if (PtrVect_new(&v, 1)) {
+            for (int i = 1; i <= 9 && PtrVect_add(&v, (void*)(size_t)i) >= 0; ++i) {
+            }
+            PtrVect_delete(&v);
+        }
+        if (BlkVect_new(&bv, 1, 12)) {
+            char rec[12] = "record";
+            for (int i = 0; i < 9 && BlkVect_add(&bv, rec) >= 0; ++i) {
+            }
+            BlkVect_delete(&bv);
+        }
+        if (PtrStack_new(&st, 1)) {
+            for (int i = 1; i <= 9 && PtrStack_push(&st, (void*)(size_t)i) >= 0; ++i) {
+            }
+            PtrStack_delete(&st);
+        }
+    });
+    sweep("IntMap/StrMap/ProtBuf", [] {
+        if (IntMap* m = IntMap_new(4)) {
+            IntMap_delete(m);
+        }
+        if (ProtBuf* pb = ProtBuf_new(64)) {
+            std::memcpy(ProtBuf_put(pb, 5), "hello", 5);
+            if (ProtBuf* c = ProtBuf_clone(pb)) {
+                ProtBuf_delete(c);
+            }
+            ProtBuf_delete(pb);
+        }
+    }, {"pb"});
+}
+
+TEST_F(Faults, IniAndConfiguration) {
+    sweep("IniFile", [] {
+        vek_s32 err = 0;
+        IniFile* f = IniFile_newBuf(kIni, (vek_s32)std::strlen(kIni), &err);
+        if (!f) {
+            EXPECT_LT(err, 0);
+            return;
+        }
+        char* out = nullptr;
+        vek_s32 r = IniFile_setStr(f, "User", "mail", "ann@example.org");
+        if (r >= 0 && IniFile_outBuf(f, &out) >= 0) {
+            EXPECT_NE(nullptr, std::strstr(out, "mail=ann@example.org"));
+            EXPECT_NE(nullptr, std::strstr(out, "host = a.example"));
+        }
+        vek_free__(out);
+        IniFile_delete(f);
+    });
+    sweep("IniUtil one-shot", [] {
+        char buf[32] = "untouched";
+        vek_s32 r = IniUtil_getStrStr(kIni, "net", "PORT", "none", buf, sizeof buf);
+        if (r >= 0) {
+            EXPECT_STREQ("8080", buf);
+        }
+        VekStr text;
+        VekStr_new(&text);
+        VekStr_setStr(&text, kIni);
+        vek_s32 port = IniUtil_getCstrInt(&text, "Net", "port", -1);
+        EXPECT_TRUE(port == 8080 || port == -1) << port;  // no error channel: the default
+        VekStr_delete(&text);
+    });
+    std::string sysPath = vek_sys_rtc_file() ? vek_sys_rtc_file() : "";
+    sweep("runtime configuration", [] {
+        // A source is replaced whole or not at all.
+        vek_rtc_set_src(VEK_RTC_SYS, nullptr, "[Old]\nk=1\n", -1);
+        vek_s32 r = vek_rtc_set_src(VEK_RTC_SYS, nullptr, "[New]\nk=2\n", -1);
+        EXPECT_EQ(r == 0 ? 2 : 1, vek_sys_rtc_nval(r == 0 ? "New" : "Old", "k", -1)) << r;
+        vek_rtc_set_src(VEK_RTC_SYS, nullptr, nullptr, 0);
+    });
+    vek_rtc_set_src(VEK_RTC_SYS, sysPath.c_str(), nullptr, 0);
+}
+
+TEST_F(Faults, ThreadsAndWaits) {
+    sweep("threads, events, locks", [] {
+        vek_handle e = vek_evt_create__(1, 0);
+        vek_handle l = vek_lock_create__(nullptr, 0);
+        VekSem sem;
+        bool semOk = VekSem_new(&sem, 4, 0) != nullptr;
+        vek_u32 tid = e ? vek_thrd_create__([](void* arg) -> vek_u32 {
+            vek_evt_set((vek_handle)arg);
+            return 0;
+        }, e, 0) : 0;
+        if (tid) {
+            EXPECT_EQ(0, vek_evt_wait__(e, 5000, 0));
+            vek_thrd_join(tid);
+        }
+        if (semOk) {
+            VekSem_delete(&sem);
+        }
+        if (l) {
+            vek_lock_close(l);
+        }
+        if (e) {
+            vek_evt_close(e);
+        }
+    }, {"evt", "mutex", "ret", "thrdHnd"});
+}
+
+TEST_F(Faults, TimeCodecsAndEvents) {
+    sweep("ISO 8601 and SMS time", [] {
+        VekDt dt;
+        iso_dt_dec("2026-11-23T16:05:09+01:00", &dt);
+        VekStr s;
+        VekStr_new(&s);
+        vek_s32 r = iso_dt_enc(&s, &dt);
+        EXPECT_EQ(r, VekStr_len(&s));
+        expect_text(VekStr_buf(&s), "20261123T160509.0+0100", r == 0);
+        VekStr_delete(&s);
+    });
+    sweep("codecs", [] {
+        const vek_u8 data[] = "any carnal pleasure, base64 and hex";
+        VekStr b64, hex, num;
+        VekStr_new(&b64);
+        VekStr_new(&hex);
+        VekStr_new(&num);
+        vek_s32 r1 = b64_enc_cstr_from_buf(&b64, data, (vek_s32)sizeof data - 1);
+        vek_s32 r2 = ira_enc_cstr_from_buf(&hex, data, 4);
+        const vek_u8 addr[] = {0x0B, 0x91, 0x94, 0x71, 0x12, 0x32, 0x54, 0xF6};  // 11 digits
+        vek_s32 r3 = GsmUtil_getNo(&num, addr, 0);
+        // The appending encoders count what they appended; the number is
+        // set whole or not at all.
+        EXPECT_EQ(r1, VekStr_len(&b64));
+        EXPECT_EQ(r2, VekStr_len(&hex));
+        expect_text(VekStr_buf(&b64), "YW55IGNhcm5hbCBwbGVhc3VyZSwgYmFzZTY0IGFuZCBoZXg=", r1 == 0);
+        expect_text(VekStr_buf(&hex), "616e7920", r2 == 0);
+        EXPECT_EQ(8, r3);
+        expect_text(VekStr_buf(&num), "+49172123456", VekStr_len(&num) == 0);
+        IStrm* qp = mem_strm();
+        if (qp) {
+            qp_enc_strm_from_str(qp, "caf\xC3\xA9 = cost", 76, 0);
+            IStrm_release(qp);
+        }
+        VekStr_delete(&num);
+        VekStr_delete(&hex);
+        VekStr_delete(&b64);
+    });
+    sweep("events and packets", [] {
+        IStrm* body = mem_strm();
+        if (!body || IStrm_printf(body, "%s", kIni) < 0) {
+            if (body) {
+                IStrm_release(body);
+            }
+            return;
+        }
+        GenEvt* e = GenEvt_newnsd(7, 3, 10, 20, "first", "second", body, 1);
+        IStrm_release(body);
+        if (!e) {
+            return;
+        }
+        EXPECT_NE(nullptr, e->strm) << "an event without the stream it was given";
+        vek_u32 len = 0;
+        void* pkt = GenEvt_enc(e, &len);
+        vektest::take_assert("0");  // the encoder's "cannot be made"
+        if (pkt) {
+            GenEvt* d = GenEvt_dec(pkt, len);
+            if (d) {
+                EXPECT_TRUE(d->num2 == 20 || d->num2 == 0);
+                Evt_delete(d);
+            }
+            MIDL_user_free(pkt);
+        }
+        Evt_delete(e);
+    });
+}
