@@ -42,13 +42,21 @@ VEK_API AlFile* AlFile_open(const char* path, const char* mode);
 VEK_API vek_s32 AlFile_close(AlFile* file);
 /* Reads up to len bytes; the count (0 at the end) or a negative error. */
 VEK_API vek_s32 AlFile_read(AlFile* file, void* buf, vek_s32 len);
-/* Writes len bytes; the count written or a negative error. */
+/* Writes len bytes; len, or a negative error (also when only a part could
+ * be written). */
 VEK_API vek_s32 AlFile_write(AlFile* file, const void* data, vek_s32 len);
 /* origin 0 start, 1 current, 2 end; 0 or a negative error. */
 VEK_API vek_s32 AlFile_seek(AlFile* file, vek_s64 offset, vek_s32 origin);
 VEK_API vek_s64 AlFile_tell(AlFile* file);   /* position or a negative error */
 VEK_API vek_s64 AlFile_size(AlFile* file);   /* length or a negative error */
 VEK_API vek_s32 AlFile_flush(AlFile* file);  /* 0 or a negative error */
+/* Fault injection for tests: from now, the file layer's writes (kind 0) or
+ * reads (kind 1) fail once `bytes` more bytes have passed, as a full disc or
+ * a failing device would: the call that crosses the point moves only the
+ * bytes before it, that one and every later call of the kind return -28
+ * (writes) or -5 (reads). A negative `bytes` disarms the kind. Returns 1
+ * when the failure armed by the previous call of the kind has happened. */
+VEK_API vek_s32 vek_file_fail_at__(vek_s32 kind, vek_s64 bytes);
 
 /* ---- memory, threads, clock ---- */
 VEK_API void* al_malloc(size_t size);  /* plain, untracked allocation */

@@ -78,6 +78,26 @@ bool injected_failure() {
     return false;
 }
 
+// Bytes left before an injected file failure, per kind (0 writes, 1
+// reads); negative is disarmed.
+std::atomic<vek_s64> g_ioLeft[2] = {{-1}, {-1}};
+std::atomic<vek_s32> g_ioFired[2] = {{0}, {0}};
+
+// How many of len bytes the call may move; -1 when it fails outright.
+vek_s32 io_allowance(vek_s32 kind, vek_s32 len) {
+    vek_s64 left = g_ioLeft[kind].load(std::memory_order_relaxed);
+    if (left < 0) {
+        return len;
+    }
+    vek_s64 take = left < len ? left : len;
+    g_ioLeft[kind].store(left - take, std::memory_order_relaxed);
+    if (take < len || (left == 0 && len > 0)) {
+        g_ioFired[kind].store(1, std::memory_order_relaxed);
+        return take > 0 ? (vek_s32)take : -1;
+    }
+    return len;
+}
+
 } // namespace
 
 bool vek::alloc_fail_armed() {
@@ -89,6 +109,14 @@ extern "C" {
 VEK_API vek_s32 vek_heap_fail_at__(vek_s32 k) {
     g_failCountdown.store(k > 0 ? k : 0, std::memory_order_relaxed);
     return g_failFired.exchange(0, std::memory_order_relaxed);
+}
+
+VEK_API vek_s32 vek_file_fail_at__(vek_s32 kind, vek_s64 bytes) {
+    if (kind < 0 || kind > 1) {
+        return VEK_ERR_BAD_ARG;
+    }
+    g_ioLeft[kind].store(bytes < 0 ? -1 : bytes, std::memory_order_relaxed);
+    return g_ioFired[kind].exchange(0, std::memory_order_relaxed);
 }
 
 VEK_API void* al_malloc(size_t size) {
@@ -136,8 +164,12 @@ VEK_API vek_s32 AlFile_read(AlFile* f, void* buf, vek_s32 len) {
         return VEK_ERR_BAD_ARG;
     }
     switch_op(f, 1);
+    vek_s32 allowed = io_allowance(1, len);
+    if (allowed < 0) {
+        return -5;  // EIO, as a failing device reports it
+    }
     errno = 0;
-    size_t n = std::fread(buf, 1, (size_t)len, f->fp);
+    size_t n = std::fread(buf, 1, (size_t)allowed, f->fp);
     if (n == 0 && std::ferror(f->fp)) {
         std::clearerr(f->fp);
         return os_error();
@@ -150,11 +182,20 @@ VEK_API vek_s32 AlFile_write(AlFile* f, const void* data, vek_s32 len) {
         return VEK_ERR_BAD_ARG;
     }
     switch_op(f, 2);
+    vek_s32 allowed = io_allowance(0, len);
+    if (allowed < 0) {
+        return -28;  // ENOSPC, as a full disc reports it
+    }
     errno = 0;
-    size_t n = std::fwrite(data, 1, (size_t)len, f->fp);
+    size_t n = std::fwrite(data, 1, (size_t)allowed, f->fp);
+    if (allowed < len) {
+        return -28;  // the bytes before the point went out, as on a real disc
+    }
+    // A short write is a failed write: a caller that counted on every byte
+    // must not take a part for the whole.
     if (n < (size_t)len && std::ferror(f->fp)) {
         std::clearerr(f->fp);
-        return n > 0 ? (vek_s32)n : os_error();
+        return os_error();
     }
     return (vek_s32)n;
 }

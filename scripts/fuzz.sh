@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Runs the fuzz targets under libFuzzer with ASan and UBSan (clang).
-#   scripts/fuzz.sh [--minimise] [TARGET] [SECONDS]
-# TARGET is a name such as fuzz_ini (or ini); without it every target runs,
-# SECONDS each (default 60). Each run starts from a working copy of the seed
+#   scripts/fuzz.sh [--minimise] [TARGET|all] [SECONDS] [RUNS]
+# TARGET is a name such as fuzz_ini (or ini); without it (or with "all")
+# every target runs, SECONDS each (default 60), or until RUNS executions
+# when that comes first (a campaign: all 1200 10000000). Each run starts from a working copy of the seed
 # corpus fuzz/corpus/<target>/ in build/fuzz-work/<target>/, so the repository
 # is left alone; crashes go to build/fuzz-crashes/<target>/. With --minimise
 # the working corpus is merged (-merge=1) back into fuzz/corpus/<target>/,
@@ -20,7 +21,9 @@ for a in "$@"; do
   esac
 done
 target=${args[0]:-}
+[ "$target" != all ] || target=
 seconds=${args[1]:-60}
+runs=${args[2]:--1}
 all=(fuzz_ini fuzz_text fuzz_objects fuzz_iso fuzz_codec fuzz_digest fuzz_que fuzz_evt)
 if [ -n "$target" ]; then
   [[ "$target" == fuzz_* ]] || target="fuzz_$target"
@@ -30,6 +33,7 @@ else
   targets=("${all[@]}")
 fi
 [[ "$seconds" =~ ^[0-9]+$ ]] || { echo "fuzz.sh: SECONDS must be a number" >&2; exit 2; }
+[[ "$runs" =~ ^-?[0-9]+$ ]] || { echo "fuzz.sh: RUNS must be a number" >&2; exit 2; }
 
 bash scripts/deps.sh fuzz
 build=build/fuzz
@@ -52,7 +56,8 @@ for t in "${targets[@]}"; do
   log=build/fuzz-work/$t.log
   echo "== $t: $seconds s"
   rc=0
-  "$build/bin/$t" -max_total_time="$seconds" -print_final_stats=1 -timeout=10 -rss_limit_mb=2048 \
+  start=$(date +%s)
+  "$build/bin/$t" -max_total_time="$seconds" -runs="$runs" -print_final_stats=1 -timeout=10 -rss_limit_mb=2048 \
     -artifact_prefix="$crashes/" "$work" >"$log" 2>&1 || rc=$?
   execs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$log" | tail -n 1 | grep -o '[0-9]*$' || true)
   cov=$(grep -oE '(#[0-9]+).*cov: [0-9]+ ft: [0-9]+' "$log" | tail -n 1 | grep -oE 'cov: [0-9]+ ft: [0-9]+' || true)
@@ -62,7 +67,7 @@ for t in "${targets[@]}"; do
     echo "   CRASH (exit $rc); see $log and $crashes/"
     grep -m 3 -E 'ERROR|runtime error|SUMMARY' "$log" | sed 's/^/   /' || true
   fi
-  line="$t: ${execs:-?} runs, ${cov:-cov ?}, corpus $files files"
+  line="$t: ${execs:-?} runs in $(( $(date +%s) - start )) s, ${cov:-cov ?}, corpus $files files"
   echo "   $line"
   summary+=("$line")
   if [ "$minimise" = 1 ]; then

@@ -391,3 +391,98 @@ TEST_F(Faults, TimeCodecsAndEvents) {
         Evt_delete(e);
     });
 }
+
+// Disc full and failing reads: every byte offset of a write or read fails
+// once. A writer must keep the previous file and say so; a reader must
+// report the failure rather than hand back part of the file as the whole.
+class IoFaults : public VekTest {
+  protected:
+    void SetUp() override {
+        VekTest::SetUp();
+        dir_ = vektest::temp_dir("io_faults");
+        path_ = dir_ + "/settings.ini";
+    }
+    void TearDown() override {
+        vek_file_fail_at__(0, -1);
+        vek_file_fail_at__(1, -1);
+        vektest::remove_tree(dir_);
+        VekTest::TearDown();
+    }
+    // Runs write for every failing offset until it runs through; returns
+    // the offsets tried.
+    int sweep_writes(const char* what, const std::function<vek_s32()>& write, const std::string& want) {
+        const std::string old = "[Old]\nkeep=me\n";
+        for (int k = 0;; ++k) {
+            vektest::write_file(path_, old);
+            vek_file_fail_at__(0, k);
+            vek_s32 r = write();
+            bool fired = vek_file_fail_at__(0, -1) != 0;
+            std::string now = vektest::read_file(path_);
+            if (!fired) {
+                EXPECT_EQ(0, r) << what;
+                EXPECT_EQ(want, now) << what;
+                std::printf("[ faults   ] %-28s %d write offsets\n", what, k);
+                return k;
+            }
+            EXPECT_LT(r, 0) << what << ": a failed write at byte " << k << " reported success";
+            EXPECT_EQ(old, now) << what << ": the previous file was lost at byte " << k;
+            if (HasFailure()) {
+                return k;
+            }
+        }
+    }
+    std::string dir_, path_;
+};
+
+TEST_F(IoFaults, WritersKeepThePreviousFile) {
+    vek_s32 err = 0;
+    IniFile* doc = IniFile_newBuf(kIni, (vek_s32)std::strlen(kIni), &err);
+    ASSERT_NE(nullptr, doc);
+    // The document writes every line end as CR LF.
+    std::string crlf;
+    for (const char* p = kIni; *p; ++p) {
+        crlf += *p == '\n' ? "\r\n" : std::string(1, *p);
+    }
+    sweep_writes("IniFile_outFile", [&] { return IniFile_outFile(doc, path_.c_str()); }, crlf);
+    IniFile_delete(doc);
+    sweep_writes("IniUtil_setFileStr", [&] { return IniUtil_setFileStr(path_.c_str(), "Old", "new", "value"); },
+                 "[Old]\r\nkeep=me\r\nnew=value\r\n");
+    IStrm* m = mem_strm();
+    IStrm_printf(m, "%s", kIni);
+    sweep_writes("IStrm_toFile", [&] { return IStrm_toFile(m, path_.c_str()); }, kIni);
+    IStrm_release(m);
+}
+
+TEST_F(IoFaults, ReadsThatFailPartWayAreErrors) {
+    std::string text;
+    for (int i = 0; i < 300; ++i) {
+        text += "key" + std::to_string(i) + "=value\n";
+    }
+    vektest::write_file(path_, text);
+    int offsets = 0;
+    for (vek_s64 k = 0;; k += 97, ++offsets) {
+        vek_file_fail_at__(1, k);
+        IStrm* m = mem_strm();
+        vek_s32 copied = IStrm_fromFile(m, path_.c_str());
+        vek_s32 err = 0;
+        IStrm* f = FileStrm_xcreatex__(nullptr, path_.c_str(), "rb", &err, __FILE__, __LINE__);
+        vek_s32 c = 0, got = 0;
+        while ((c = IStrm_getc(f)) >= 0) {
+            got++;
+        }
+        bool fired = vek_file_fail_at__(1, -1) != 0;
+        if (!fired) {
+            EXPECT_EQ(0, copied);
+            EXPECT_EQ(VEK_ERR_EOF, c);
+        } else {
+            EXPECT_TRUE(copied < 0 || strm_text(m) == text) << k;  // not a shorter file
+            EXPECT_TRUE(c == -5 || got == (vek_s32)text.size()) << k << ": " << c;
+        }
+        IStrm_release(f);
+        IStrm_release(m);
+        if (!fired || HasFailure()) {
+            break;
+        }
+    }
+    std::printf("[ faults   ] %-28s %d read offsets\n", "IStrm_fromFile, FileStrm", offsets);
+}
