@@ -2,6 +2,7 @@
  * The heap monitor: block layout, leak counting and reports, corruption
  * reports, statistics; the leak monitor; the process and UI heaps.
  */
+#include <chrono>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -222,10 +223,11 @@ TEST_F(HeapFaults, CrashCheckLevelVerifiesOnEveryAllocation) {
 
 // Over the OS allocator released blocks are kept for reuse: a kept block
 // must still be refused as a second release, come back with fresh guards
-// and a size of its own, and two threads allocating, resizing and freeing
-// at once must leave the list whole and the counts at zero.
-TEST_F(HeapFaults, KeptBlocksAndTwoThreads) {
-    Monitor mon(0, 0, 1);
+// and a size of its own. Four threads allocating, resizing and freeing at
+// once (for a bounded time) must leave the list whole, and the leak report
+// must count exactly the blocks they kept on purpose.
+TEST_F(HeapFaults, KeptBlocksAndFourThreads) {
+    Monitor mon(1, 0, 1);
     char* p = (char*)mon.alloc(40);
     mon.free(p);
     mon.free(p);
@@ -234,9 +236,12 @@ TEST_F(HeapFaults, KeptBlocksAndTwoThreads) {
     EXPECT_EQ(33u, word_at(q, -(ptrdiff_t)kHdr + 2 * sizeof(void*) + 4));
     EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 4));
     mon.free(q);
-    auto work = [&](unsigned seed) {
+    std::vector<std::vector<void*>> kept(4);
+    auto work = [&](unsigned t) {
+        unsigned seed = t * 2654435761u + 1;
         std::vector<void*> mine;
-        for (int i = 0; i < 20000; i++) {
+        auto until = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+        for (int i = 0; i < 20000 && (i % 256 || std::chrono::steady_clock::now() < until); i++) {
             seed = seed * 1103515245u + 12345u;
             size_t n = 1 + (seed >> 16) % 3000;
             if (mine.size() < 50 && (seed & 0x100)) {
@@ -250,15 +255,37 @@ TEST_F(HeapFaults, KeptBlocksAndTwoThreads) {
                 mine.pop_back();
             }
         }
-        for (void* b : mine) {
-            mon.free(b);
+        for (size_t i = 0; i < mine.size(); i++) {
+            if (i <= t) {
+                kept[t].push_back(mine[i]);  // left for the report
+            } else {
+                mon.free(mine[i]);
+            }
         }
     };
-    std::thread t1(work, 1u), t2(work, 2u);
-    t1.join();
-    t2.join();
+    std::vector<std::thread> ts;
+    for (unsigned t = 0; t < 4; t++) {
+        ts.emplace_back(work, t);
+    }
+    for (auto& t : ts) {
+        t.join();
+    }
     EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 4));
+    size_t leaks = 0;
+    for (auto& k : kept) {
+        leaks += k.size();
+    }
     VekHeapStat st;
+    mon.m->vtbl->getStat(mon.m, &st);
+    EXPECT_EQ((vek_s64)leaks, st.liveBlocks);
+    TraceCapture trc;
+    EXPECT_EQ((vek_s32)leaks, mon.m->vtbl->outLeak(mon.m, 0));
+    EXPECT_TRUE(trc.contains("detect " + std::to_string(leaks) + " mem leaks in TestHeap\n")) << trc.all();
+    for (auto& k : kept) {
+        for (void* b : k) {
+            mon.free(b);
+        }
+    }
     mon.m->vtbl->getStat(mon.m, &st);
     EXPECT_EQ(0, st.liveBlocks);
     EXPECT_EQ(0, st.liveBytes);
