@@ -58,22 +58,19 @@ VEK_API vek_s32 AlOs_exit(void) {
 
 namespace {
 
-// Allocations left before an injected failure (vek_heap_fail_at__); 0 is
-// disarmed, so the common path reads one relaxed word.
-std::atomic<vek_s32> g_failCountdown{0};
 std::atomic<vek_s32> g_failFired{0};
 
 bool injected_failure() {
-    if (g_failCountdown.load(std::memory_order_relaxed) == 0) {
+    if (vek::g_allocFailCountdown.load(std::memory_order_relaxed) == 0) {
         return false;
     }
-    vek_s32 left = g_failCountdown.fetch_sub(1, std::memory_order_relaxed);
+    vek_s32 left = vek::g_allocFailCountdown.fetch_sub(1, std::memory_order_relaxed);
     if (left == 1) {
         g_failFired.store(1, std::memory_order_relaxed);
         return true;
     }
     if (left <= 0) {
-        g_failCountdown.fetch_add(1, std::memory_order_relaxed);  // raced with a disarm
+        vek::g_allocFailCountdown.fetch_add(1, std::memory_order_relaxed);  // raced with a disarm
     }
     return false;
 }
@@ -100,14 +97,13 @@ vek_s32 io_allowance(vek_s32 kind, vek_s32 len) {
 
 } // namespace
 
-bool vek::alloc_fail_armed() {
-    return g_failCountdown.load(std::memory_order_relaxed) != 0;
-}
+// 0 is disarmed, so the common path reads one relaxed word.
+std::atomic<vek_s32> vek::g_allocFailCountdown{0};
 
 extern "C" {
 
 VEK_API vek_s32 vek_heap_fail_at__(vek_s32 k) {
-    g_failCountdown.store(k > 0 ? k : 0, std::memory_order_relaxed);
+    vek::g_allocFailCountdown.store(k > 0 ? k : 0, std::memory_order_relaxed);
     return g_failFired.exchange(0, std::memory_order_relaxed);
 }
 

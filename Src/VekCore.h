@@ -5,6 +5,7 @@
 #ifndef VEK_CORE_H
 #define VEK_CORE_H
 
+#include <atomic>
 #include "VekType.h"
 #include "AlOs.h"
 #include "VekVos.h"
@@ -17,8 +18,12 @@
 
 namespace vek {
 
-/* True while a test has armed an allocation failure (vek_heap_fail_at__). */
-bool alloc_fail_armed();
+/* Plain allocations left before a failure a test armed with
+ * vek_heap_fail_at__; 0 when none is armed. */
+extern std::atomic<vek_s32> g_allocFailCountdown;
+inline bool alloc_fail_armed() {
+    return g_allocFailCountdown.load(std::memory_order_relaxed) != 0;
+}
 
 /* Trace coordinates of the library's own records. */
 constexpr vek_s32 kModBase = 10;   /* the library itself */
