@@ -114,6 +114,8 @@ TEST_F(Faults, StringsAndConversions) {
         TextModel c{m.text};
         c.step(VekStr_buf(&cp), "!");
         EXPECT_EQ(m.text, VekStr_buf(&s));
+        str_btrim_space("  a padded text that needs a block of its own  ", -1, &cp, nullptr);
+        EXPECT_TRUE(c.text == VekStr_buf(&cp) || std::strcmp(VekStr_buf(&cp), "a padded text that needs a block of its own") == 0);
         VekStr_delete(&cp);
         VekStr_delete(&s);
     });
@@ -192,7 +194,33 @@ TEST_F(Faults, Streams) {
 }
 
 TEST_F(Faults, ListsAndContainers) {
-    sweep("SmpList clone", [] {
+    sweep("list enumerators", [] {
+        VekList l;
+        VekList_init(&l, LIST_TWO_WAY);
+        VekListNode nodes[3] = {};
+        for (VekListNode& n : nodes) {
+            VekList_addTail__(&l, &n);
+        }
+        IVekEnum* e = VekList_enums(&l);
+        if (!e) {
+            return;
+        }
+        IVekEnum* c = nullptr;
+        void* item = nullptr;
+        e->vtbl->next(e, &item);
+        if (e->vtbl->clone(e, &c) == 0) {
+            int n = 0;
+            while (c->vtbl->next(c, &item) == 1) {
+                n++;
+            }
+            EXPECT_EQ(2, n);  // from where the original stood
+            c->vtbl->release(c);
+        } else {
+            EXPECT_EQ(nullptr, c);
+        }
+        e->vtbl->release(e);
+    });
+    sweep("CSV record", [] {
         CsvField* fields = nullptr;
         vek_s32 r = CsvUtil_read("alpha,\"be,ta\",gamma,,delta\n", nullptr, nullptr, &fields, ',');
         if (r >= 0) {
