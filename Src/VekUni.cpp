@@ -226,8 +226,8 @@ inline bool ascii8(const vek_u8* p) {
 }
 
 /* Decodes from r into dst while units fit and r.pos is below posLimit.
- * ASCII is copied without decoding, eight bytes at a time where a given
- * length makes reading ahead safe. */
+ * Where a given length makes reading ahead safe, text goes by in vector
+ * blocks: runs of ASCII, then any mix of one- to three-byte characters. */
 template <bool Swap>
 vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dstSize) {
     const vek_u8* s = r.s;
@@ -237,24 +237,27 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
     bool blocks = r.end != INT_MAX;
     vek_s32 nextTry = 0;
     while (units < cap && r.pos < posLimit) {
-        // Block runs are tried once per stretch of 64 bytes, so mixed text
-        // keeps a tight scalar loop.
-        if (blocks && r.pos >= nextTry && (nextTry = r.pos + 64, true) && cap - units >= 8 &&
-            stop - r.pos >= 8 && ascii8(s + r.pos)) {
-            // A run of ASCII: vector blocks first, its tail in 8-byte blocks.
-            vek_s32 room = cap - units < stop - r.pos ? cap - units : stop - r.pos;
-            if (room >= 16 && ascii8(s + r.pos + 8)) {
-                vek_s32 k = vek::ascii_to_units(s + r.pos, room, dst + units, Swap);
-                units += k;
-                r.pos += k;
-            }
-            while (cap - units >= 8 && stop - r.pos >= 8 && ascii8(s + r.pos)) {
-                for (vek_s32 i = 0; i < 8; i++) {
-                    dst[units + i] = order<Swap>(s[r.pos + i]);
+        // The blocks stop before anything they do not take; the scalar
+        // code below decodes that one character and the blocks try again.
+        // A try that takes nothing leaves the next 16 bytes to the scalar
+        // code, so text the blocks cannot take pays little for them.
+        if (blocks && r.pos >= nextTry) {
+            vek_s32 from = r.pos;
+            if (cap - units >= 16 && stop - r.pos >= 16) {
+                if (ascii8(s + r.pos) && ascii8(s + r.pos + 8)) {
+                    vek_s32 room = cap - units < stop - r.pos ? cap - units : stop - r.pos;
+                    vek_s32 k = vek::ascii_to_units(s + r.pos, room, dst + units, Swap);
+                    units += k;
+                    r.pos += k;
                 }
-                units += 8;
-                r.pos += 8;
+                // Only the host order has a bounded form, hence no swapped kernel.
+                if constexpr (!Swap) {
+                    vek_s32 used = 0;
+                    units += vek::utf8_to_units_run(s + r.pos, stop - r.pos, dst + units, cap - units, &used);
+                    r.pos += used;
+                }
             }
+            nextTry = r.pos + (r.pos > from ? 1 : 16);
             if (units == cap || r.pos >= posLimit) {
                 break;  // the blocks filled the target or used the text up
             }

@@ -261,39 +261,53 @@ TEST_F(Utf8Buffers, SinkOutput) {
     EXPECT_EQ(1, f.pieces);
 }
 
-// Runs of ASCII go through vector blocks in the bounded forms; the
-// terminated forms take every character through the scalar rules. On
-// texts mixing long ASCII runs with every kind of sequence the decoder
-// treats specially, cut anywhere and converted into targets of any size,
-// both must agree unit for unit and byte for byte.
+// The bounded forms take ASCII runs and well-formed one- to three-byte
+// characters in vector blocks; the terminated forms take every character
+// through the scalar rules. On texts mixing every kind of sequence the
+// decoder treats specially with well-formed ones, densely (the blocks stop
+// and restart every few bytes) or in long runs, cut anywhere and converted
+// into targets of any size, both must agree unit for unit, and neither may
+// touch the target past its terminator.
 TEST_F(Utf8Buffers, VectorRunsAgreeWithTheScalarRules) {
-    const char* pieces[] = {"\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80", "\x80", "\xBF\xBF", "\xC3",
-                            "\xE4\xB8", "\xFC\x80\x80\x80\x80\x80", "\xC0\x80", "\xE0\x80\x80", "\xC3\x41",
-                            "\xE4\x41\x42", "\xFE", "\x7F", "\x01"};
+    const std::string pieces[] = {
+        // well-formed: two bytes, CJK, the ends of each range, surrogates
+        "\xC3\xA9", "\xE4\xB8\xAD", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xEF\xBF\xBF",
+        "\xED\xA0\x80", "\xE2\x82\xAC",
+        // what the blocks leave to the scalar rules
+        "\xF0\x9F\x98\x80", "\x80", "\xBF\xBF", "\xC3", "\xE4\xB8", "\xFC\x80\x80\x80\x80\x80",
+        "\xC0\x80", "\xE0\x80\x80", "\xC1\xBF", "\xE0\x81\x81", "\xC3\x41", "\xE4\x41\x42",
+        "\xE4\xC3\xA9", "\xFE", "\xF8", std::string(1, '\0'), "\x7F", "\x01"};
+    const unsigned kinds = sizeof pieces / sizeof *pieces;
     unsigned seed = 11;
     auto rnd = [&](unsigned n) {
         seed = seed * 1103515245u + 12345u;
         return (seed >> 16) % n;
     };
-    for (int round = 0; round < 600; round++) {
+    for (int round = 0; round < 1500; round++) {
+        // Odd rounds: mostly well-formed pieces between short ASCII runs.
+        bool dense = round & 1;
         std::string text;
         while (text.size() < 40 + rnd(300)) {
-            if (rnd(3)) {
-                for (unsigned i = 0, n = rnd(70); i < n; i++) {
+            if (rnd(3) == 0) {
+                for (unsigned i = 0, n = rnd(dense ? 4 : 70); i < n; i++) {
                     text += (char)(0x20 + rnd(0x5F));
                 }
             } else {
-                text += pieces[rnd(sizeof pieces / sizeof *pieces)];
+                text += pieces[dense && rnd(16) ? rnd(8) : rnd(kinds)];
             }
         }
         text.resize(text.size() - rnd(3));  // a cut sequence at the end, sometimes
         SCOPED_TRACE(testing::Message() << "round " << round);
         vek_s32 cap = rnd(4) ? (vek_s32)text.size() + 1 : 1 + (vek_s32)rnd((unsigned)text.size() + 1);
         std::vector<vek_wchar> fast(cap + 1, 0xBEEF), slow(cap + 1, 0xBEEF);
-        vek_s32 nf = utf8_buf_to_wcs_str(text.c_str(), (vek_s32)text.size(), fast.data(), cap);
-        vek_s32 ns = utf8_str_to_wcs_str(text.c_str(), slow.data(), cap);
+        vek_s32 moreF = 0, moreS = 0;
+        vek_s32 nf = utf8_buf_to_wcs_strx(text.data(), (vek_s32)text.size(), fast.data(), cap, &moreF);
+        vek_s32 ns = utf8_str_to_wcs_strx(text.c_str(), slow.data(), cap, &moreS);
         ASSERT_EQ(ns, nf);
-        ASSERT_EQ(u16(slow.data(), (size_t)ns + 2), u16(fast.data(), (size_t)nf + 2));
+        ASSERT_EQ(u16(slow.data(), (size_t)cap + 1), u16(fast.data(), (size_t)cap + 1));
+        if (text.find('\0') == std::string::npos) {
+            ASSERT_EQ(moreS, moreF);  // both stopped at the same byte
+        }
 
         // Back to UTF-8, host order and swapped, into targets of any size.
         std::u16string w = u16(slow.data(), (size_t)ns);
