@@ -236,11 +236,13 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
     vek_s32 stop = posLimit < r.end ? posLimit : r.end;
     bool blocks = r.end != INT_MAX;
     vek_s32 nextTry = 0;
+    vek_s32 stretch = 16;
     while (units < cap && r.pos < posLimit) {
         // The blocks stop before anything they do not take; the scalar
-        // code below decodes that one character and the blocks try again.
-        // A try that takes nothing leaves the next 16 bytes to the scalar
-        // code, so text the blocks cannot take pays little for them.
+        // code below decodes that one character and, after a long take,
+        // the blocks try again at once. A short take leaves a stretch to
+        // the scalar code that doubles with every short take in a row, so
+        // text the blocks can seldom take pays little for the tries.
         if (blocks && r.pos >= nextTry) {
             vek_s32 from = r.pos;
             if (cap - units >= 16 && stop - r.pos >= 16) {
@@ -257,7 +259,13 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
                     r.pos += used;
                 }
             }
-            nextTry = r.pos + (r.pos > from ? 1 : 16);
+            if (r.pos - from >= 32) {
+                stretch = 16;
+                nextTry = r.pos + 1;
+            } else {
+                nextTry = r.pos + stretch;
+                stretch = stretch < 1024 ? 2 * stretch : stretch;
+            }
             if (units == cap || r.pos >= posLimit) {
                 break;  // the blocks filled the target or used the text up
             }
