@@ -239,10 +239,11 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
     vek_s32 stretch = 16;
     while (units < cap && r.pos < posLimit) {
         // The blocks stop before anything they do not take; the scalar
-        // code below decodes that one character and, after a long take,
-        // the blocks try again at once. A short take leaves a stretch to
-        // the scalar code that doubles with every short take in a row, so
-        // text the blocks can seldom take pays little for the tries.
+        // code below decodes that one character and, after a take of a
+        // block or more, the blocks try again at once. A shorter take
+        // leaves a stretch to the scalar code that doubles with every short
+        // take in a row, so text the blocks can seldom take pays little
+        // for the tries.
         if (blocks && r.pos >= nextTry) {
             vek_s32 from = r.pos;
             if (cap - units >= 16 && stop - r.pos >= 16) {
@@ -259,7 +260,7 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
                     r.pos += used;
                 }
             }
-            if (r.pos - from >= 32) {
+            if (r.pos - from >= 16) {
                 stretch = 16;
                 nextTry = r.pos + 1;
             } else {
@@ -270,8 +271,8 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
                 break;  // the blocks filled the target or used the text up
             }
         }
-        // Whole one- to three-byte characters before stop are decoded in
-        // place; anything else (cut, malformed, long forms) by decode().
+        // Whole one- to four-byte characters before stop are decoded in
+        // place; anything else (cut, malformed, six-byte forms) by decode().
         const vek_u8* p = s + r.pos;
         vek_s32 left = stop - r.pos;
         vek_wchar c;
@@ -284,6 +285,9 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
         } else if ((p[0] & 0xE0) == 0xC0 && left >= 2 && p[1]) {
             c = two_bytes(p[0], p[1]);
             r.pos += 2;
+        } else if ((p[0] & 0xF8) == 0xF0 && left >= 4 && p[1] && p[2] && p[3]) {
+            c = '?';  // beyond the Basic Multilingual Plane
+            r.pos += 4;
         } else if ((c = decode(r)) == 0) {
             break;
         }

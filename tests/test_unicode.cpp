@@ -308,6 +308,17 @@ TEST_F(Utf8Buffers, VectorRunsAgreeWithTheScalarRules) {
         if (text.find('\0') == std::string::npos) {
             ASSERT_EQ(moreS, moreF);  // both stopped at the same byte
         }
+        // Both agree with the one-character decoder.
+        std::u16string ref;
+        vek_s32 used = 0;
+        for (const char* q = text.c_str(); (vek_s32)ref.size() < cap - 1; q += used) {
+            vek_wchar c = utf8_str_to_wcs_char(q, &used);
+            if (!c) {
+                break;
+            }
+            ref += (char16_t)c;
+        }
+        ASSERT_EQ(ref, u16(slow.data(), (size_t)ns));
 
         // Back to UTF-8, host order and swapped, into targets of any size.
         std::u16string w = u16(slow.data(), (size_t)ns);
