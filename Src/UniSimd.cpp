@@ -15,6 +15,7 @@ namespace {
 using ToUnits = vek_s32 (*)(const vek_u8*, vek_s32, vek_wchar*, bool);
 using ToBytes = vek_s32 (*)(const vek_wchar*, vek_s32, char*, bool);
 using Utf8ToUnits = vek_s32 (*)(const vek_u8*, vek_s32, vek_wchar*, vek_s32, vek_s32*);
+using UnitsToUtf8 = vek_s32 (*)(const vek_wchar*, vek_s32, char*, vek_s32, bool, vek_s32*);
 
 vek_s32 to_units_none(const vek_u8*, vek_s32, vek_wchar*, bool) {
     return 0;
@@ -23,6 +24,10 @@ vek_s32 to_bytes_none(const vek_wchar*, vek_s32, char*, bool) {
     return 0;
 }
 vek_s32 utf8_none(const vek_u8*, vek_s32, vek_wchar*, vek_s32, vek_s32* used) {
+    *used = 0;
+    return 0;
+}
+vek_s32 from_units_none(const vek_wchar*, vek_s32, char*, vek_s32, bool, vek_s32* used) {
     *used = 0;
     return 0;
 }
@@ -223,18 +228,20 @@ struct Packs {
 };
 constexpr Packs kPacks;
 
-/* Decoded units are gathered here and copied out in pieces, so that the
- * whole-lane stores never touch the target past the units written. */
+/* Output is gathered here and copied out in pieces, so that the whole-lane
+ * stores never touch the target past what was written. Block: the most
+ * one block can put, which is also the slack behind the buffer. */
+template <class T, vek_s32 Block>
 struct Stage {
-    static constexpr vek_s32 kSize = 256;
-    alignas(16) vek_wchar buf[kSize + 16];
-    vek_wchar* d;
+    static constexpr vek_s32 kSize = 512 / sizeof(T);
+    alignas(16) T buf[kSize + Block];
+    T* d;
     vek_s32 room;
     vek_s32 out = 0;
     vek_s32 n = 0;
-    Stage(vek_wchar* dst, vek_s32 r) : d(dst), room(r) {}
-    bool fits() const { return room - out - n >= 16; }
-    vek_wchar* at() { return buf + n; }
+    Stage(T* dst, vek_s32 r) : d(dst), room(r) {}
+    bool fits(vek_s32 need = Block) const { return room - out - n >= need; }
+    T* at() { return buf + n; }
     void put(vek_s32 k) {
         n += k;
         if (n >= kSize) {
@@ -287,7 +294,7 @@ __attribute__((target("ssse3"))) inline vek_s32 keep_ssse3(const Block& k, unsig
 
 // The two loops differ only in how they keep lanes.
 #define VEK_UTF8_BLOCKS(keep)                                             \
-    Stage st(d, room);                                                    \
+    Stage<vek_wchar, 16> st(d, room);                                     \
     vek_s32 i = 0;                                                        \
     unsigned carry = 0;                                                   \
     while (len - i >= 16 && st.fits()) {                                  \
@@ -321,10 +328,94 @@ __attribute__((target("ssse3"))) vek_s32 utf8_ssse3(const vek_u8* s, vek_s32 len
 
 #undef VEK_UTF8_BLOCKS
 
+// ---- UTF-16 to UTF-8 ----
+//
+// Eight units at a time: each becomes up to three bytes in a 32-bit lane
+// (lead, middle, last, by its length), and a shuffle per four lanes packs
+// the bytes that count to the front. A 0 unit ends the text; its block is
+// left to the caller.
+
+// By the four bits "below 0x80" (low nibble) and the four "below 0x800"
+// (high nibble) of four units: the shuffle packing their bytes, and how
+// many there are.
+struct Spreads {
+    alignas(16) vek_u8 shuffle[256][16] = {};
+    vek_u8 count[256] = {};
+    constexpr Spreads() {
+        for (unsigned m = 0; m < 256; m++) {
+            unsigned k = 0;
+            for (unsigned u = 0; u < 4; u++) {
+                unsigned len = (m >> u & 1) ? 1 : (m >> (u + 4) & 1) ? 2 : 3;
+                for (unsigned j = 0; j < len; j++) {
+                    shuffle[m][k++] = (vek_u8)(4 * u + j);
+                }
+            }
+            count[m] = (vek_u8)k;
+            for (; k < 16; k++) {
+                shuffle[m][k] = 0x80;
+            }
+        }
+    }
+};
+constexpr Spreads kSpreads;
+
+// Room a block needs: 24 bytes at most, and every unit of it must still
+// find the 4 bytes of room the scalar loop asks for.
+constexpr vek_s32 kUtf8Block = 28;
+
+__attribute__((target("ssse3"))) vek_s32 utf8_from_units_ssse3(const vek_wchar* s, vek_s32 n, char* d,
+                                                               vek_s32 room, bool swap, vek_s32* used) {
+    const __m128i z = _mm_setzero_si128();
+    Stage<char, kUtf8Block> st(d, room);
+    vek_s32 i = 0;
+    for (; n - i >= 8 && st.fits(); i += 8) {
+        __m128i u = _mm_loadu_si128((const __m128i*)(s + i));
+        if (swap) {
+            u = _mm_or_si128(_mm_slli_epi16(u, 8), _mm_srli_epi16(u, 8));
+        }
+        if (_mm_movemask_epi8(_mm_cmpeq_epi16(u, z))) {
+            break;
+        }
+        const __m128i one = _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16((short)0xFF80)), z);
+        const __m128i two = _mm_cmpeq_epi16(_mm_and_si128(u, _mm_set1_epi16((short)0xF800)), z);
+        unsigned m1 = (unsigned)_mm_movemask_epi8(_mm_packs_epi16(one, z));
+        unsigned m2 = (unsigned)_mm_movemask_epi8(_mm_packs_epi16(two, z));
+        if (m1 == 0xFF) {
+            _mm_storel_epi64((__m128i*)st.at(), _mm_packus_epi16(u, z));
+            st.put(8);
+            continue;
+        }
+        const __m128i x3f = _mm_set1_epi16(0x3F);
+        const __m128i x80 = _mm_set1_epi16(0x80);
+        const __m128i u6 = _mm_srli_epi16(u, 6);
+        __m128i lead2 = _mm_or_si128(u6, _mm_set1_epi16(0xC0));
+        __m128i lead3 = _mm_or_si128(_mm_srli_epi16(u, 12), _mm_set1_epi16(0xE0));
+        __m128i lead = _mm_or_si128(_mm_and_si128(two, lead2), _mm_andnot_si128(two, lead3));
+        lead = _mm_or_si128(_mm_and_si128(one, u), _mm_andnot_si128(one, lead));
+        __m128i mid = _mm_or_si128(_mm_and_si128(two, u), _mm_andnot_si128(two, u6));
+        mid = _mm_or_si128(_mm_and_si128(mid, x3f), x80);
+        __m128i last = _mm_or_si128(_mm_and_si128(u, x3f), x80);
+        __m128i pair = _mm_unpacklo_epi8(_mm_packus_epi16(lead, z), _mm_packus_epi16(mid, z));
+        __m128i third = _mm_unpacklo_epi8(_mm_packus_epi16(last, z), z);
+        unsigned k0 = (m1 & 0xF) | (m2 & 0xF) << 4;
+        unsigned k1 = (m1 >> 4) | (m2 & 0xF0);
+        _mm_storeu_si128((__m128i*)st.at(), _mm_shuffle_epi8(_mm_unpacklo_epi16(pair, third),
+                                                             _mm_load_si128((const __m128i*)kSpreads.shuffle[k0])));
+        st.put(kSpreads.count[k0]);
+        _mm_storeu_si128((__m128i*)st.at(), _mm_shuffle_epi8(_mm_unpackhi_epi16(pair, third),
+                                                             _mm_load_si128((const __m128i*)kSpreads.shuffle[k1])));
+        st.put(kSpreads.count[k1]);
+    }
+    st.flush();
+    *used = i;
+    return st.out;
+}
+
 struct Kernels {
     ToUnits toUnits = to_units_none;
     ToBytes toBytes = to_bytes_none;
     Utf8ToUnits utf8 = utf8_none;
+    UnitsToUtf8 fromUnits = from_units_none;
     Kernels() {
         __builtin_cpu_init();
         if (__builtin_cpu_supports("avx2")) {
@@ -336,6 +427,7 @@ struct Kernels {
         }
         if (__builtin_cpu_supports("ssse3")) {
             utf8 = utf8_ssse3;
+            fromUnits = utf8_from_units_ssse3;
         } else if (__builtin_cpu_supports("sse2")) {
             utf8 = utf8_sse2;
         }
@@ -348,6 +440,7 @@ struct Kernels {
     ToUnits toUnits = to_units_none;
     ToBytes toBytes = to_bytes_none;
     Utf8ToUnits utf8 = utf8_none;
+    UnitsToUtf8 fromUnits = from_units_none;
 };
 
 #endif
@@ -371,6 +464,10 @@ vek_s32 units_to_ascii(const vek_wchar* s, vek_s32 max, char* d, bool swap) {
 
 vek_s32 utf8_to_units_run(const vek_u8* s, vek_s32 len, vek_wchar* d, vek_s32 room, vek_s32* used) {
     return kernels().utf8(s, len, d, room, used);
+}
+
+vek_s32 units_to_utf8_run(const vek_wchar* s, vek_s32 n, char* d, vek_s32 room, bool swap, vek_s32* used) {
+    return kernels().fromUnits(s, n, d, room, swap, used);
 }
 
 } // namespace vek

@@ -28,6 +28,12 @@ vek_s32 units_to_ascii(const vek_wchar* s, vek_s32 max, char* d, bool swap);
  * *used to the bytes taken; d past the units written is not touched. */
 vek_s32 utf8_to_units_run(const vek_u8* s, vek_s32 len, vek_wchar* d, vek_s32 room, vek_s32* used);
 
+/* Units (swap: byte-swapped units) to UTF-8: blocks of 8 of the n units at
+ * s while every unit would still find 4 bytes of room among the room bytes
+ * at d; stops before a block holding a 0 unit. Returns the bytes written,
+ * sets *used to the units taken; d past the bytes written is not touched. */
+vek_s32 units_to_utf8_run(const vek_wchar* s, vek_s32 n, char* d, vek_s32 room, bool swap, vek_s32* used);
+
 } // namespace vek
 
 #endif /* VEK_UNISIMD_H */

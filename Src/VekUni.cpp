@@ -402,11 +402,11 @@ vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSiz
     vek_s32 cap = dstSize - 1;
     vek_s32 i = 0;
     for (;;) {
-        // With a given length, a run of ASCII goes by in vector blocks
-        // while every unit of it would still find the four bytes of room
-        // the scalar loop asks for. The scalar loop then takes a stretch of
-        // at most kStretch units before the next try, so mixed text pays
-        // for one failed try per stretch, not per unit.
+        // With a given length, units go by in vector blocks while every
+        // unit would still find the four bytes of room the scalar loop asks
+        // for: runs of ASCII, then any mix of units. The scalar loop then
+        // takes what is left (a 0 unit, the last few units, the last bytes
+        // of room), a stretch of at most kStretch units at a time.
         constexpr vek_s32 kStretch = 64;
         vek_s32 end = n;
         if (n >= 0) {
@@ -416,6 +416,9 @@ vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSiz
                 i += k;
                 out += k;
             }
+            vek_s32 used = 0;
+            out += vek::units_to_utf8_run(src + i, n - i, dst + out, cap - out, Swap, &used);
+            i += used;
             end = n - i > kStretch ? i + kStretch : n;
         }
         vek_s32 from = i;
