@@ -117,7 +117,6 @@ __attribute__((target("avx2"))) vek_s32 to_bytes_avx2(const vek_wchar* s, vek_s3
     return i + to_bytes_sse2(s + i, max - i, d + i, swap);
 }
 
-
 // ---- UTF-8 blocks ----
 //
 // The text goes by in blocks of 16 bytes on a fixed grid, so that no block
@@ -204,7 +203,7 @@ inline vek_s32 open_lead(const vek_u8* s, vek_s32 i, unsigned carry) {
     return carry == 0 ? i : is_cont(s[i - 1]) ? i - 2 : i - 1;
 }
 
-// Which lanes to keep, by the eight bits of a half window: the shuffle
+// Which lanes to keep, by the eight bits of half a block: the shuffle
 // that packs them to the front, and how many they are.
 struct Packs {
     alignas(16) vek_u8 shuffle[256][16] = {};
