@@ -131,7 +131,7 @@ __attribute__((target("avx2"))) vek_s32 to_bytes_avx2(const vek_wchar* s, vek_s3
 // it), the run ends before the character that holds it, and the caller's
 // scalar rules decide everything from there. Other overlong forms and
 // surrogates decode by the same arithmetic as in the scalar code, so they
-// need no special case.
+// need no case of their own.
 
 struct Block {
     __m128i lo;      // the lanes of bytes 0-7

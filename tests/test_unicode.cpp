@@ -262,12 +262,13 @@ TEST_F(Utf8Buffers, SinkOutput) {
 }
 
 // The bounded forms take ASCII runs and well-formed one- to three-byte
-// characters in vector blocks; the terminated forms take every character
-// through the scalar rules. On texts mixing every kind of sequence the
-// decoder treats specially with well-formed ones, densely (the blocks stop
-// and restart every few bytes) or in long runs, cut anywhere and converted
-// into targets of any size, both must agree unit for unit, and neither may
-// touch the target past its terminator.
+// characters (and, back to UTF-8, any units) in vector blocks; the
+// terminated forms take every character through the scalar rules. On texts
+// mixing well-formed characters with every sequence the decoder has a rule
+// of its own for, densely (the blocks stop and restart every few bytes) or
+// in long runs, cut anywhere and converted into targets of any size, both
+// must agree unit for unit and with the one-character decoder, and neither
+// may touch the target past its terminator.
 TEST_F(Utf8Buffers, VectorRunsAgreeWithTheScalarRules) {
     const std::string pieces[] = {
         // well-formed: two bytes, CJK, the ends of each range, surrogates
@@ -308,7 +309,6 @@ TEST_F(Utf8Buffers, VectorRunsAgreeWithTheScalarRules) {
         if (text.find('\0') == std::string::npos) {
             ASSERT_EQ(moreS, moreF);  // both stopped at the same byte
         }
-        // Both agree with the one-character decoder.
         std::u16string ref;
         vek_s32 used = 0;
         for (const char* q = text.c_str(); (vek_s32)ref.size() < cap - 1; q += used) {
