@@ -271,8 +271,8 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
                 break;  // the blocks filled the target or used the text up
             }
         }
-        // Whole one- to four-byte characters before stop are decoded in
-        // place; anything else (cut, malformed, six-byte forms) by decode().
+        // Whole one- to three-byte characters before stop are decoded in
+        // place; anything else (cut, malformed, long forms) by decode().
         const vek_u8* p = s + r.pos;
         vek_s32 left = stop - r.pos;
         vek_wchar c;
@@ -285,9 +285,6 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
         } else if ((p[0] & 0xE0) == 0xC0 && left >= 2 && p[1]) {
             c = two_bytes(p[0], p[1]);
             r.pos += 2;
-        } else if ((p[0] & 0xF8) == 0xF0 && left >= 4 && p[1] && p[2] && p[3]) {
-            c = '?';  // beyond the Basic Multilingual Plane
-            r.pos += 4;
         } else if ((c = decode(r)) == 0) {
             break;
         }
