@@ -226,8 +226,8 @@ inline bool ascii8(const vek_u8* p) {
 }
 
 /* Decodes from r into dst while units fit and r.pos is below posLimit.
- * ASCII is copied without decoding, eight bytes at a time where a given
- * length makes reading ahead safe. */
+ * Where a given length makes reading ahead safe, text goes by in vector
+ * blocks: runs of ASCII, then any mix of one- to three-byte characters. */
 template <bool Swap>
 vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dstSize) {
     const vek_u8* s = r.s;
@@ -236,24 +236,36 @@ vek_s32 utf8_to_units(MemBytes& r, vek_s32 posLimit, vek_wchar* dst, vek_s32 dst
     vek_s32 stop = posLimit < r.end ? posLimit : r.end;
     bool blocks = r.end != INT_MAX;
     vek_s32 nextTry = 0;
+    vek_s32 stretch = 16;
     while (units < cap && r.pos < posLimit) {
-        // Block runs are tried once per stretch of 64 bytes, so mixed text
-        // keeps a tight scalar loop.
-        if (blocks && r.pos >= nextTry && (nextTry = r.pos + 64, true) && cap - units >= 8 &&
-            stop - r.pos >= 8 && ascii8(s + r.pos)) {
-            // A run of ASCII: vector blocks first, its tail in 8-byte blocks.
-            vek_s32 room = cap - units < stop - r.pos ? cap - units : stop - r.pos;
-            if (room >= 16 && ascii8(s + r.pos + 8)) {
-                vek_s32 k = vek::ascii_to_units(s + r.pos, room, dst + units, Swap);
-                units += k;
-                r.pos += k;
-            }
-            while (cap - units >= 8 && stop - r.pos >= 8 && ascii8(s + r.pos)) {
-                for (vek_s32 i = 0; i < 8; i++) {
-                    dst[units + i] = order<Swap>(s[r.pos + i]);
+        // The blocks stop before anything they do not take; the scalar
+        // code below decodes that one character and, after a take of a
+        // block or more, the blocks try again at once. A shorter take
+        // leaves a stretch to the scalar code that doubles with every short
+        // take in a row, so text the blocks can seldom take pays little
+        // for the tries.
+        if (blocks && r.pos >= nextTry) {
+            vek_s32 from = r.pos;
+            if (cap - units >= 16 && stop - r.pos >= 16) {
+                if (ascii8(s + r.pos) && ascii8(s + r.pos + 8)) {
+                    vek_s32 room = cap - units < stop - r.pos ? cap - units : stop - r.pos;
+                    vek_s32 k = vek::ascii_to_units(s + r.pos, room, dst + units, Swap);
+                    units += k;
+                    r.pos += k;
                 }
-                units += 8;
-                r.pos += 8;
+                // Only the host order has a bounded form, hence no swapped kernel.
+                if constexpr (!Swap) {
+                    vek_s32 used = 0;
+                    units += vek::utf8_to_units_run(s + r.pos, stop - r.pos, dst + units, cap - units, &used);
+                    r.pos += used;
+                }
+            }
+            if (r.pos - from >= 16) {
+                stretch = 16;
+                nextTry = r.pos + 1;
+            } else {
+                nextTry = r.pos + stretch;
+                stretch = stretch < 1024 ? 2 * stretch : stretch;
             }
             if (units == cap || r.pos >= posLimit) {
                 break;  // the blocks filled the target or used the text up
@@ -387,11 +399,11 @@ vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSiz
     vek_s32 cap = dstSize - 1;
     vek_s32 i = 0;
     for (;;) {
-        // With a given length, a run of ASCII goes by in vector blocks
-        // while every unit of it would still find the four bytes of room
-        // the scalar loop asks for. The scalar loop then takes a stretch of
-        // at most kStretch units before the next try, so mixed text pays
-        // for one failed try per stretch, not per unit.
+        // With a given length, units go by in vector blocks while every
+        // unit would still find the four bytes of room the scalar loop asks
+        // for: runs of ASCII, then any mix of units. The scalar loop then
+        // takes what is left (a 0 unit, the last few units, the last bytes
+        // of room), a stretch of at most kStretch units at a time.
         constexpr vek_s32 kStretch = 64;
         vek_s32 end = n;
         if (n >= 0) {
@@ -401,6 +413,9 @@ vek_s32 units_to_utf8(const vek_wchar* src, vek_s32 n, char* dst, vek_s32 dstSiz
                 i += k;
                 out += k;
             }
+            vek_s32 used = 0;
+            out += vek::units_to_utf8_run(src + i, n - i, dst + out, cap - out, Swap, &used);
+            i += used;
             end = n - i > kStretch ? i + kStretch : n;
         }
         vek_s32 from = i;

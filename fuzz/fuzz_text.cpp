@@ -1,8 +1,9 @@
 /*
  * The Unicode decoders and encoders on any bytes: bounds are kept, output
  * is always terminated, and text that survives a trip through UTF-16 comes
- * back to the same UTF-16. The bounded forms (vector runs of ASCII) agree
- * with the terminated ones (scalar rules throughout).
+ * back to the same UTF-16. The bounded forms (vector blocks of ASCII and
+ * of one- to three-byte characters) agree with the terminated ones (scalar
+ * rules throughout), into targets of any size.
  */
 #include <cstdint>
 #include <cstdlib>
@@ -36,11 +37,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     // Bounded and terminated forms agree, into a target of any size.
     vek_s32 tlen = (vek_s32)std::strlen(s);
-    vek_s32 cap = 1 + (vek_s32)(size % 97);
-    std::vector<vek_wchar> wf(size + 2), ws(size + 2);
-    if (utf8_buf_to_wcs_str(s, tlen, wf.data(), cap) != utf8_str_to_wcs_str(s, ws.data(), cap) ||
-        std::memcmp(wf.data(), ws.data(), sizeof(vek_wchar) * (size_t)cap) != 0) {
-        std::abort();
+    for (vek_s32 cap : {1 + (vek_s32)(size % 97), tlen + 1}) {
+        std::vector<vek_wchar> wf(size + 2, 0xBEEF), ws(size + 2, 0xBEEF);
+        if (utf8_buf_to_wcs_str(s, len, wf.data(), cap) != utf8_str_to_wcs_str(s, ws.data(), cap) ||
+            wf != ws) {
+            std::abort();
+        }
     }
     std::vector<vek_wchar> wz(w.begin(), w.begin() + units);
     wz.push_back(0);

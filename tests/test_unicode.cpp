@@ -261,52 +261,126 @@ TEST_F(Utf8Buffers, SinkOutput) {
     EXPECT_EQ(1, f.pieces);
 }
 
-// Runs of ASCII go through vector blocks in the bounded forms; the
-// terminated forms take every character through the scalar rules. On
-// texts mixing long ASCII runs with every kind of sequence the decoder
-// treats specially, cut anywhere and converted into targets of any size,
-// both must agree unit for unit and byte for byte.
+// The bounded forms take ASCII runs and well-formed one- to three-byte
+// characters (and, back to UTF-8, any units) in vector blocks; the
+// terminated forms take every character through the scalar rules. Both
+// must agree unit for unit (and with the one-character decoder), stop at
+// the same byte, and leave the target past the terminator as it was.
+namespace {
+
+void decoders_agree(const std::string& text, vek_s32 cap) {
+    std::vector<vek_wchar> fast(cap + 1, 0xBEEF), slow(cap + 1, 0xBEEF);
+    vek_s32 moreF = 0, moreS = 0;
+    vek_s32 nf = utf8_buf_to_wcs_strx(text.data(), (vek_s32)text.size(), fast.data(), cap, &moreF);
+    vek_s32 ns = utf8_str_to_wcs_strx(text.c_str(), slow.data(), cap, &moreS);
+    ASSERT_EQ(ns, nf);
+    ASSERT_EQ(u16(slow.data(), (size_t)cap + 1), u16(fast.data(), (size_t)cap + 1));
+    if (text.find('\0') == std::string::npos) {
+        ASSERT_EQ(moreS, moreF);
+    }
+    std::u16string ref;
+    vek_s32 used = 0;
+    for (const char* q = text.c_str(); (vek_s32)ref.size() < cap - 1; q += used) {
+        vek_wchar c = utf8_str_to_wcs_char(q, &used);
+        if (!c) {
+            break;
+        }
+        ref += (char16_t)c;
+    }
+    ASSERT_EQ(ref, u16(slow.data(), (size_t)ns));
+}
+
+void encoders_agree(const std::u16string& w, vek_s32 cap, bool swap) {
+    std::u16string in = swap ? swapped(w) : w;
+    vek_s32 n = (vek_s32)w.size();
+    std::string bf(cap + 1, '#'), bs(cap + 1, '#');
+    vek_s32 mf = swap ? ucs2_buf_to_utf8_str(wp(in), n, bf.data(), cap) : wcs_buf_to_utf8_str(wp(in), n, bf.data(), cap);
+    vek_s32 ms = swap ? ucs2_str_to_utf8_str(wp(in), bs.data(), cap) : wcs_str_to_utf8_str(wp(in), bs.data(), cap);
+    ASSERT_EQ(ms, mf);
+    ASSERT_EQ(bs, bf);
+}
+
+} // namespace
+
+// Texts mixing well-formed characters with every sequence the decoder has
+// a rule of its own for, densely (the blocks stop and restart every few
+// bytes) or in long runs, cut anywhere, into targets of any size.
 TEST_F(Utf8Buffers, VectorRunsAgreeWithTheScalarRules) {
-    const char* pieces[] = {"\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80", "\x80", "\xBF\xBF", "\xC3",
-                            "\xE4\xB8", "\xFC\x80\x80\x80\x80\x80", "\xC0\x80", "\xE0\x80\x80", "\xC3\x41",
-                            "\xE4\x41\x42", "\xFE", "\x7F", "\x01"};
+    const std::string pieces[] = {
+        // well-formed: two bytes, CJK, the ends of each range, surrogates
+        "\xC3\xA9", "\xE4\xB8\xAD", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xEF\xBF\xBF",
+        "\xED\xA0\x80", "\xE2\x82\xAC",
+        // what the blocks leave to the scalar rules
+        "\xF0\x9F\x98\x80", "\x80", "\xBF\xBF", "\xC3", "\xE4\xB8", "\xFC\x80\x80\x80\x80\x80",
+        "\xC0\x80", "\xE0\x80\x80", "\xC1\xBF", "\xE0\x81\x81", "\xC3\x41", "\xE4\x41\x42",
+        "\xE4\xC3\xA9", "\xFE", "\xF8", std::string(1, '\0'), "\x7F", "\x01"};
+    const unsigned kinds = sizeof pieces / sizeof *pieces;
     unsigned seed = 11;
     auto rnd = [&](unsigned n) {
         seed = seed * 1103515245u + 12345u;
         return (seed >> 16) % n;
     };
-    for (int round = 0; round < 600; round++) {
+    for (int round = 0; round < 1500; round++) {
+        // Odd rounds: mostly well-formed pieces between short ASCII runs.
+        bool dense = round & 1;
         std::string text;
         while (text.size() < 40 + rnd(300)) {
-            if (rnd(3)) {
-                for (unsigned i = 0, n = rnd(70); i < n; i++) {
+            if (rnd(3) == 0) {
+                for (unsigned i = 0, n = rnd(dense ? 4 : 70); i < n; i++) {
                     text += (char)(0x20 + rnd(0x5F));
                 }
             } else {
-                text += pieces[rnd(sizeof pieces / sizeof *pieces)];
+                text += pieces[dense && rnd(16) ? rnd(8) : rnd(kinds)];
             }
         }
         text.resize(text.size() - rnd(3));  // a cut sequence at the end, sometimes
         SCOPED_TRACE(testing::Message() << "round " << round);
         vek_s32 cap = rnd(4) ? (vek_s32)text.size() + 1 : 1 + (vek_s32)rnd((unsigned)text.size() + 1);
-        std::vector<vek_wchar> fast(cap + 1, 0xBEEF), slow(cap + 1, 0xBEEF);
-        vek_s32 nf = utf8_buf_to_wcs_str(text.c_str(), (vek_s32)text.size(), fast.data(), cap);
-        vek_s32 ns = utf8_str_to_wcs_str(text.c_str(), slow.data(), cap);
-        ASSERT_EQ(ns, nf);
-        ASSERT_EQ(u16(slow.data(), (size_t)ns + 2), u16(fast.data(), (size_t)nf + 2));
+        ASSERT_NO_FATAL_FAILURE(decoders_agree(text, cap));
 
         // Back to UTF-8, host order and swapped, into targets of any size.
-        std::u16string w = u16(slow.data(), (size_t)ns);
+        std::vector<vek_wchar> w(cap);
+        vek_s32 ns = utf8_str_to_wcs_str(text.c_str(), w.data(), cap);
         for (int side = 0; side < 2; side++) {
-            std::u16string in = side ? swapped(w) : w;
             vek_s32 bcap = rnd(3) ? 3 * ns + 8 : 1 + (vek_s32)rnd(3u * (unsigned)ns + 8);
-            std::string bf(bcap + 1, '#'), bs(bcap + 1, '#');
-            vek_s32 mf = side ? ucs2_buf_to_utf8_str(wp(in), ns, bf.data(), bcap)
-                              : wcs_buf_to_utf8_str(wp(in), ns, bf.data(), bcap);
-            vek_s32 ms = side ? ucs2_str_to_utf8_str(wp(in), bs.data(), bcap)
-                              : wcs_str_to_utf8_str(wp(in), bs.data(), bcap);
-            ASSERT_EQ(ms, mf);
-            ASSERT_EQ(bs, bf);
+            ASSERT_NO_FATAL_FAILURE(encoders_agree(u16(w.data(), (size_t)ns), bcap, side != 0));
+        }
+    }
+}
+
+// Every sequence at every place in a block and across blocks, and every
+// target size around where the text ends: the edges where the blocks hand
+// over to the scalar code.
+TEST_F(Utf8Buffers, VectorBlockEdges) {
+    const std::string cases[] = {"\xC3\xA9",     "\xE4\xB8\xAD", "\xF0\x9F\x98\x80", "\x80",
+                                 "\xE4\xB8",     "\xC0\x80",     "\xE0\x80\x80",     std::string(1, '\0'),
+                                 "\xC3\x41",     "\xF8"};
+    std::string tail;
+    for (int i = 0; i < 12; i++) {
+        tail += "\xC3\xA9\xE4\xB8\xAD" "a";
+    }
+    for (const std::string& c : cases) {
+        for (size_t at = 0; at < 34; at++) {
+            std::string text = tail.substr(0, at) + c + tail;
+            SCOPED_TRACE(testing::Message() << "at " << at << ", " << c.size() << " bytes");
+            for (vek_s32 cap : {(vek_s32)text.size() + 1, (vek_s32)at + 1, (vek_s32)at + 2, 17, 18}) {
+                ASSERT_NO_FATAL_FAILURE(decoders_agree(text, cap));
+                ASSERT_NO_FATAL_FAILURE(decoders_agree(text.substr(0, at + c.size() / 2 + 16), cap));
+            }
+        }
+    }
+    // Units of each length at every place, and three-byte ones only;
+    // targets around every room limit.
+    std::u16string mixed, cjk(40, u'\u4E2D');
+    for (int i = 0; i < 8; i++) {
+        mixed += u"a\u00E9\u4E2D\uFFFF\u07FF\u0800";
+        mixed += (char16_t)0xD800;  // surrogates are units like any other
+    }
+    for (const std::u16string& w : {mixed, cjk}) {
+        for (size_t n = 8; n < w.size(); n += 7) {
+            for (vek_s32 cap = 1; cap < 3 * (vek_s32)n + 8; cap++) {
+                ASSERT_NO_FATAL_FAILURE(encoders_agree(w.substr(0, n), cap, cap & 1));
+            }
         }
     }
 }
