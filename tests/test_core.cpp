@@ -238,6 +238,31 @@ TEST_F(Utilities, ClockAndSleep) {
     EXPECT_EQ(al_thrd_id(), vek_main_tid());  // the tests run on the primary thread
 }
 
+// The OS layer's plain helpers at their edges, alike on every platform.
+TEST_F(Utilities, OsLayerEdges) {
+    EXPECT_EQ(nullptr, AlMutex_new(nullptr));
+    AlMutex mx;
+    AlMutex_new(&mx);
+    EXPECT_NE(0, AlMutex_trylock(&mx));
+    EXPECT_NE(0, AlMutex_trylock(&mx));  // recursive
+    AlMutex_unlock(&mx);
+    AlMutex_unlock(&mx);
+    AlMutex_delete(&mx);
+    al_sleep(0);  // a yield
+    vek_wchar w[4] = {'x', 'x', 'x', 'x'};
+    char a[4] = "xx";
+    EXPECT_EQ(0, al_ansi_to_wcs("abc", -1, nullptr, 4));
+    EXPECT_EQ(0, al_ansi_to_wcs(nullptr, -1, w, 4));
+    EXPECT_EQ(0, w[0]);
+    EXPECT_EQ(3, al_ansi_to_wcs("abcdef", 3, w, 4));
+    EXPECT_EQ(0, w[3]);
+    EXPECT_EQ(0, al_wcs_to_ansi(w, -1, nullptr, 4));
+    EXPECT_EQ(0, al_wcs_to_ansi(nullptr, -1, a, 4));
+    EXPECT_EQ(0, a[0]);
+    EXPECT_EQ(2, al_wcs_to_ansi(w, 2, a, 4));
+    EXPECT_STREQ("ab", a);
+}
+
 TEST_F(Utilities, EnvironmentRecord) {
     VekEnvInfo e;
     ASSERT_EQ(0, vek_env_info(&e));
