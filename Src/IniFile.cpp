@@ -12,16 +12,19 @@
 #include "IniFile.h"
 #include "IniScan.h"
 #include "SafeFile.h"
+#include "StrCore.h"
 #include "StrUtil.h"
 #include "VekCore.h"
 #include "VekStrm.h"
 
 namespace {
 
+using StrC = vek::StrCore<vek::StrSide>;
+
 constexpr vek_u32 kOwned = 0x80000000u;
 constexpr vek_s32 kNameCells = 64;
 constexpr vek_s32 kLineCells = 128;
-constexpr vek_s32 kReadChunk = 4096;
+constexpr vek_s32 kReadChunk = 16384;
 
 IniFile* doc_check(const IniFile* f, vek_s32 line) {
     if (!f || (f->tag & ~kOwned) != INIFILE_TAG) {
@@ -76,24 +79,49 @@ bool is_valid(const IniField* f) {
 
 // ---- records ----
 
-IniField* field_new(void) {
+// Builds a string on the inline buffer behind it holding n bytes of p.
+// A loaded line usually fits, so filling the buffer in place spares the
+// clear-and-append round of calls a later change goes through; a longer
+// text takes a heap block as any append would.
+void str_init(VekStr* s, void* buf, vek_s32 cells, const char* p, vek_s32 n) {
+    StrC::init_ext(s, buf, cells, __LINE__);
+    StrData* d = s->data;
+    if (n < d->size) {
+        std::memcpy(d->buf, p, (size_t)n);
+        d->len = n;
+        d->buf[n] = 0;
+    } else {
+        VekStr_appdStrx(s, p, n);
+    }
+}
+
+// A field holding a line as read: a name/value field when nameEnd > 0
+// (the name is line[nameBeg, nameEnd), the value what follows the "="),
+// else a line kept verbatim. The bare field_new() is an empty one.
+IniField* field_new(const char* line = "", vek_s32 len = 0, vek_s32 nameBeg = 0, vek_s32 nameEnd = 0) {
     IniField* f = (IniField*)vek_malloc__(sizeof(IniField));
     if (!f) {
         return nullptr;
     }
     std::memset(&f->link, 0, sizeof f->link);
     f->tag = INIFIELD_TAG;
-    f->flags = 0;
-    StrExt_new__(&f->name, f->nameBuf, kNameCells);
-    StrExt_new__(&f->value, f->valueBuf, kNameCells);
-    StrExt_new__(&f->line, f->lineBuf, kLineCells);
+    if (nameEnd > 0) {
+        f->flags = INIFIELD_VALID;
+        str_init(&f->name, f->nameBuf, kNameCells, line + nameBeg, nameEnd - nameBeg);
+        str_init(&f->value, f->valueBuf, kNameCells, line + nameEnd + 1, len - nameEnd - 1);
+    } else {
+        f->flags = 0;
+        str_init(&f->name, f->nameBuf, kNameCells, "", 0);
+        str_init(&f->value, f->valueBuf, kNameCells, "", 0);
+    }
+    str_init(&f->line, f->lineBuf, kLineCells, line, len);
     return f;
 }
 
 void field_delete(IniField* f) {
-    VekStr_delete(&f->name);
-    VekStr_delete(&f->value);
-    VekStr_delete(&f->line);
+    StrC::destroy(StrC::check(&f->name, __LINE__));
+    StrC::destroy(StrC::check(&f->value, __LINE__));
+    StrC::destroy(StrC::check(&f->line, __LINE__));
     f->tag = 0;
     vek_free__(f);
 }
@@ -110,18 +138,16 @@ IniSect* sect_new(const char* name, vek_s32 nameLen, const char* header, vek_s32
     }
     std::memset(&s->link, 0, sizeof s->link);
     s->tag = INISECT_TAG;
-    StrExt_new__(&s->name, s->nameBuf, kNameCells);
-    StrExt_new__(&s->header, s->headerBuf, kLineCells);
-    set_bytes(&s->name, name, nameLen);
-    set_bytes(&s->header, header, headerLen);
+    str_init(&s->name, s->nameBuf, kNameCells, name, nameLen);
+    str_init(&s->header, s->headerBuf, kLineCells, header, headerLen);
     VekList_init(&s->fields, LIST_TWO_WAY);
     return s;
 }
 
 void sect_delete(IniSect* s) {
     VekList_delAll(&s->fields, field_del_cb);
-    VekStr_delete(&s->name);
-    VekStr_delete(&s->header);
+    StrC::destroy(StrC::check(&s->name, __LINE__));
+    StrC::destroy(StrC::check(&s->header, __LINE__));
     s->tag = 0;
     vek_free__(s);
 }
@@ -299,16 +325,6 @@ bool field_span(const char* line, vek_s32 len, vek_s32* nameBeg, vek_s32* nameEn
     return true;
 }
 
-void parse_field(IniField* f, const char* line, vek_s32 len) {
-    vek_s32 b, e;
-    if (!field_span(line, len, &b, &e)) {
-        return;  // kept verbatim
-    }
-    set_bytes(&f->name, line + b, e - b);
-    set_bytes(&f->value, line + e + 1, len - e - 1);
-    f->flags |= INIFIELD_VALID;
-}
-
 // Names compare without ASCII case over explicit lengths.
 bool same_bytes(const char* a, vek_s32 aLen, const char* b, vek_s32 bLen) {
     if (aLen != bLen) {
@@ -341,12 +357,14 @@ bool add_line(IniFile* file, IniSect*& cur, const char* line, vek_s32 len) {
         }
         VekList_addHdr__(&file->sects, cur);
     }
-    IniField* f = field_new();
+    vek_s32 b = 0, e = 0;
+    if (!field_span(line, len, &b, &e)) {
+        e = 0;  // kept verbatim
+    }
+    IniField* f = field_new(line, len, b, e);
     if (!f) {
         return false;
     }
-    set_bytes(&f->line, line, len);
-    parse_field(f, line, len);
     VekList_addTail__(&cur->fields, f);
     return true;
 }
@@ -355,17 +373,43 @@ void drop_all(IniFile* file) {
     VekList_delAll(&file->sects, sect_del_cb);
 }
 
+// The first LF or CR in [p, end), or end. Eight bytes at a time: a byte
+// equal to LF or CR is a zero byte of v ^ LF or v ^ CR, and the exact
+// zero-byte mask (no borrow between bytes) marks it with its high bit.
+const char* find_eol(const char* p, const char* end) {
+    constexpr vek_u64 kLow7 = 0x7F7F7F7F7F7F7F7FULL;
+    constexpr vek_u64 kLf = 0x0A0A0A0A0A0A0A0AULL;
+    constexpr vek_u64 kCr = 0x0D0D0D0D0D0D0D0DULL;
+    while (end - p >= 8) {
+        vek_u64 v;
+        std::memcpy(&v, p, 8);
+        vek_u64 a = v ^ kLf;
+        vek_u64 b = v ^ kCr;
+        vek_u64 za = ~(((a & kLow7) + kLow7) | a | kLow7);
+        vek_u64 zb = ~(((b & kLow7) + kLow7) | b | kLow7);
+        if (vek_u64 z = za | zb) {
+            return p + (__builtin_ctzll(z) >> 3);  // little-endian: the lowest marked byte comes first
+        }
+        p += 8;
+    }
+    while (p < end && *p != '\n' && *p != '\r') {
+        p++;
+    }
+    return p;
+}
+
 /* Splits the stream (from its start) into lines: LF, CR and CR LF end a
  * line, a last line without an end counts. Each goes to sink.line(p, n)
  * until that returns false (the sink then ends with sink.stop's result);
- * a line longer than INI_LINE_MAX ends the pass with -251. Runs without an
- * end byte are copied in one piece. */
+ * a line longer than INI_LINE_MAX ends the pass with -251. A line that lies
+ * whole in the chunk read is handed over where it stands; only one that
+ * straddles two reads is gathered in the line buffer. */
 template <class Sink>
 vek_s32 scan_lines(IStrm* strm, Sink& sink) {
     IStrm_seek(strm, 0, 0);
     char line[INI_LINE_MAX];
     char chunk[kReadChunk];
-    vek_s32 n = 0;
+    vek_s32 n = 0;  // bytes of a straddling line gathered so far
     bool inLine = false;
     bool afterCr = false;
     for (;;) {
@@ -373,37 +417,43 @@ vek_s32 scan_lines(IStrm* strm, Sink& sink) {
         if (got <= 0) {
             break;  // the end, or a read failure: what was collected counts
         }
-        vek_s32 i = 0;
-        while (i < got) {
-            if (afterCr) {
-                afterCr = false;
-                if (chunk[i] == '\n') {
-                    i++;  // CR LF ends one line
-                    continue;
-                }
+        const char* p = chunk;
+        const char* end = chunk + got;
+        if (afterCr && *p == '\n') {
+            p++;  // CR LF across two reads
+        }
+        afterCr = false;
+        while (p < end) {
+            const char* e = find_eol(p, end);
+            vek_s32 len = (vek_s32)(e - p);
+            if (len > INI_LINE_MAX - n) {
+                return VEK_ERR_INI_LINE_LONG;
             }
-            vek_s32 j = i;
-            while (j < got && chunk[j] != '\n' && chunk[j] != '\r') {
-                j++;
-            }
-            if (j > i) {
-                if (j - i > INI_LINE_MAX - n) {
-                    return VEK_ERR_INI_LINE_LONG;
-                }
-                std::memcpy(line + n, chunk + i, (size_t)(j - i));
-                n += j - i;
+            if (e == end) {
+                std::memcpy(line + n, p, (size_t)len);  // continued by the next read
+                n += len;
                 inLine = true;
-            }
-            if (j == got) {
                 break;
             }
-            afterCr = chunk[j] == '\r';
-            if (!sink.line(line, n)) {
+            const char* text = p;
+            if (n > 0) {
+                std::memcpy(line + n, p, (size_t)len);
+                text = line;
+                len += n;
+            }
+            if (!sink.line(text, len)) {
                 return sink.stop();
             }
             n = 0;
             inLine = false;
-            i = j + 1;
+            p = e + 1;
+            if (*e == '\r') {
+                if (p == end) {
+                    afterCr = true;
+                } else if (*p == '\n') {
+                    p++;
+                }
+            }
         }
     }
     if (inLine && !sink.line(line, n)) {
