@@ -8,6 +8,7 @@
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
+#include <cctype>
 #include <cstring>
 #include <strings.h>
 #include <string>
@@ -138,6 +139,99 @@ void BM_IniFile_lookup10k(benchmark::State& state) {
     IniFile_delete(d);
 }
 
+// What an index over the sections would give, and what checking it costs.
+// Callers may change a document's lists and names directly, so an index is
+// only usable when every lookup first proves the document still matches it.
+// "Unchecked" is the bare index (the lower bound); "checked" first compares
+// every section node, its successor, its name's block and length with a
+// snapshot taken when the index was built: the cheapest such proof, and
+// still short of a full one (a same-length rename in place slips past it).
+struct SectIndex {
+    std::unordered_map<std::string, IniSect*> first;
+    struct Snap {
+        const VekListNode* node;
+        const VekListNode* next;
+        const StrData* name;
+        vek_s32 len;
+    };
+    std::vector<Snap> snap;
+    std::string key;  // reused for the folded probe
+
+    explicit SectIndex(IniFile* d) {
+        for (VekListNode* n = IniFile_sectList(d)->hdr; n; n = n->next) {
+            IniSect* s = (IniSect*)n;
+            first.emplace(fold(VekStr_buf(&s->name)), s);
+            snap.push_back({n, n->next, s->name.data, s->name.data->len});
+        }
+    }
+    static std::string fold(const char* p) {
+        std::string k(p);
+        for (char& c : k) {
+            c = (char)std::tolower((unsigned char)c);
+        }
+        return k;
+    }
+    bool still_matches(IniFile* d) const {
+        const VekList* l = IniFile_sectList(d);
+        if ((size_t)l->len != snap.size()) {
+            return false;
+        }
+        const VekListNode* n = l->hdr;
+        for (const Snap& e : snap) {
+            const IniSect* s = (const IniSect*)n;
+            if (n != e.node || n->next != e.next || s->name.data != e.name || e.name->len != e.len) {
+                return false;
+            }
+            n = n->next;
+        }
+        return true;
+    }
+    const IniField* find(const char* sect, const char* field) {
+        key.assign(sect);
+        for (char& c : key) {
+            c = (char)std::tolower((unsigned char)c);
+        }
+        auto it = first.find(key);
+        if (it == first.end()) {
+            return nullptr;
+        }
+        size_t len = std::strlen(field);
+        for (VekListNode* n = it->second->fields.hdr; n; n = n->next) {
+            const IniField* f = (const IniField*)n;
+            if ((f->flags & INIFIELD_VALID) && (size_t)f->name.data->len == len &&
+                !strncasecmp(f->name.data->buf, field, len)) {
+                return f;
+            }
+        }
+        return nullptr;
+    }
+};
+
+void index_lookups(benchmark::State& state, bool checked) {
+    vek_s32 err = 0;
+    IniFile* d = IniFile_newBuf(text().data(), (vek_s32)text().size(), &err);
+    SectIndex ix(d);
+    char buf[64];
+    for (auto _ : state) {
+        for (const Probe& p : probes()) {
+            if (checked && !ix.still_matches(d)) {
+                std::abort();  // nothing changes the document here
+            }
+            const IniField* f = ix.find(p.sect.c_str(), p.key.c_str());
+            vek_strxfrm(buf, f ? f->value.data->buf : "", sizeof buf);
+            benchmark::DoNotOptimize(buf);
+        }
+    }
+    IniFile_delete(d);
+}
+
+void BM_IniIndex_unchecked_lookup10k(benchmark::State& state) {
+    index_lookups(state, false);
+}
+void BM_IniIndex_checked_lookup10k(benchmark::State& state) {
+    index_lookups(state, true);
+}
+
 #ifdef HAVE_INIH
 using Map = std::unordered_map<std::string, std::string>;
 
@@ -244,3 +338,5 @@ BENCHMARK(BM_GKeyFile_lookup10k)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IniUtil_getFileStr);
 BENCHMARK(BM_IniFile_load)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IniFile_lookup10k)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IniIndex_unchecked_lookup10k)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IniIndex_checked_lookup10k)->Unit(benchmark::kMillisecond);

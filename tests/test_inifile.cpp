@@ -152,6 +152,46 @@ TEST_F(IniLoad, LineLimitIs1024Bytes) {
     IniFile_delete(d);
 }
 
+TEST_F(IniLoad, LinesAcrossReadBoundaries) {
+    // The reader takes the text in pieces. Shifting a stretch of every kind
+    // of line end and the longest line allowed a byte at a time across 16 KiB
+    // (a piece boundary for any power-of-two piece size up to that) puts
+    // each of its bytes on the boundary once.
+    const std::string shortLines = "a=1\r\n\r\rb=2\n\n[s]\r;c\n\rd=\r\n";
+    std::string filler;
+    for (int i = 0; i < 15; i++) {
+        filler += ";" + std::string(997, 'f') + "\r\n";
+    }
+    while (filler.size() < 15190) {
+        filler += shortLines;
+    }
+    auto crlf = [](const std::string& t) {
+        std::string want;
+        for (size_t i = 0; i < t.size();) {
+            size_t j = t.find_first_of("\r\n", i);
+            if (j == std::string::npos) {
+                return want + t.substr(i) + "\r\n";
+            }
+            want += t.substr(i, j - i) + "\r\n";
+            i = j + (t[j] == '\r' && j + 1 < t.size() && t[j + 1] == '\n' ? 2 : 1);
+        }
+        return want;
+    };
+    for (size_t shift = 0; shift < 1200; shift++) {
+        SCOPED_TRACE(shift);
+        std::string head = std::string(shift, '\n') + filler + shortLines + "k=" + std::string(1022, 'v');
+        std::string tail = "\r\n" + shortLines + shortLines + "e=last";
+        {
+            Doc doc(head + tail);
+            ASSERT_EQ(crlf(head + tail), doc.out());
+        }
+        vek_s32 err = 0;
+        std::string tooLong = head + "v" + tail;
+        ASSERT_EQ(nullptr, IniFile_newBuf(tooLong.data(), (vek_s32)tooLong.size(), &err));
+        ASSERT_EQ(VEK_ERR_INI_LINE_LONG, err);
+    }
+}
+
 TEST_F(IniLoad, LoadingAppendsToWhatTheDocumentHolds) {
     Doc doc("[a]\r\nx=1\r\n");
     IniFile_loadBuf(doc.d, "y=2\r\n[b]\r\nz=3\r\n", -1);
@@ -181,6 +221,50 @@ TEST_F(IniLookup, CountsAndIndexes) {
     EXPECT_EQ(1, IniField_valid(IniFile_findField(doc.d, "S", "A")));
     EXPECT_EQ(nullptr, IniFile_findField(doc.d, "s", ""));
     expect_assert("fieldName && *fieldName");
+}
+
+TEST_F(IniLookup, FollowsListsAndNamesChangedDirectly) {
+    // Callers may rearrange the lists and rename through the string calls;
+    // every answer afterwards is the first match in the lists as they stand.
+    Doc doc("[a]\r\nk=1\r\n[b]\r\nk=2\r\n[A]\r\nk=3\r\nK=4\r\n[c]\r\nk=5\r\n");
+    Doc other("[B]\r\nk=6\r\n");
+    VekList* sects = IniFile_sectList(doc.d);
+    IniSect* b = IniFile_sectById(doc.d, 1);
+    IniSect* a2 = IniFile_sectById(doc.d, 2);
+    IniSect* c = IniFile_sectById(doc.d, 3);
+    EXPECT_EQ("1", doc.get("A", "k"));
+    VekList_getAny__(sects, a2);
+    VekList_addHdr__(sects, a2);
+    EXPECT_EQ("3", doc.get("a", "k"));  // the later duplicate now comes first
+    VekStr_setStr(&a2->name, "z");      // same length, in place
+    EXPECT_EQ("1", doc.get("a", "k"));
+    EXPECT_EQ("3", doc.get("Z", "k"));
+    const std::string longName(80, 'n');
+    VekStr_setStr(&b->name, longName.c_str());
+    EXPECT_EQ("<none>", doc.get("b", "k"));
+    EXPECT_EQ("2", doc.get(longName.c_str(), "k"));
+    IniSect* ob = IniFile_sectById(other.d, 0);
+    VekList_getAny__(IniFile_sectList(other.d), ob);
+    EXPECT_EQ(1, VekList_addAnyLast__(sects, ob, c));
+    EXPECT_EQ("6", doc.get("b", "k"));
+    EXPECT_EQ(a2, (IniSect*)VekList_getHdr(sects));
+    EXPECT_EQ("<none>", doc.get("z", "k"));
+    VekList_addTail__(sects, a2);
+    EXPECT_EQ("3", doc.get("z", "k"));
+    VekStr_setStr(&c->name, "Z");
+    EXPECT_EQ("5", doc.get("z", "k"));  // c now stands before it
+    // The lines of a section likewise.
+    VekStr_setStr(&a2->name, "q");
+    IniField* k4 = (IniField*)VekList_getTail(&a2->fields);
+    VekList_addHdr__(&a2->fields, k4);
+    EXPECT_EQ("4", doc.get("q", "k"));
+    VekStr_setStr(&k4->name, "j");
+    EXPECT_EQ("3", doc.get("q", "k"));
+    EXPECT_EQ("4", doc.get("q", "J"));
+    IniField* k3 = (IniField*)VekList_getTail(&a2->fields);
+    EXPECT_EQ("<none>", doc.get("q", "k"));
+    VekList_addTail__(&a2->fields, k3);
+    EXPECT_EQ("3", doc.get("q", "k"));
 }
 
 TEST_F(IniLookup, ReadersAndTheirDefaults) {
