@@ -12,6 +12,7 @@
 #include "IniFile.h"
 #include "IniScan.h"
 #include "SafeFile.h"
+#include "ShapeWatch.h"
 #include "StrCore.h"
 #include "StrUtil.h"
 #include "VekCore.h"
@@ -189,11 +190,183 @@ bool same_name(const VekStr* stored, const char* name, vek_s32 len) {
     return same_bytes(stored->data->buf, slen(stored), name, len);
 }
 
+// ---- the section index ----
+//
+// A long document answers section lookups from a hash table of its section
+// names. The record has no room for it, so it lives in a chain beside the
+// documents, found by the document's address and freed with the document.
+// Callers may relink the sections and rename them, so the table is trusted
+// only while the shape count reads what it read when the table was built:
+// any list change moves it while an index exists, and so does any string
+// call on a name the table was built from (those names carry the watched
+// mark). A stale table answers nothing; the scan does, and the table is
+// rebuilt once two lookups in a row find the count unchanged, so a document
+// being changed between lookups never pays for a rebuild per lookup.
+
+constexpr vek_s32 kIndexMin = 16;  // below this many sections the scan is as quick
+
+struct SectSlot {
+    vek_u32 hash;
+    IniSect* sect;  // null: a free slot
+};
+
+struct SectIndex {
+    SectIndex* next;  // the chain
+    const IniFile* doc;
+    vek_u32 builtAt;  // the shape count the slots reflect
+    vek_u32 staleAt;  // the count at the last lookup that found them stale
+    bool built;
+    bool seen;        // staleAt is set
+    vek_u32 mask;     // slots - 1
+    SectSlot* slots;
+};
+
+// Only the document's own calls reach its index, and a document is used by
+// one thread at a time, so the lock guards the chain alone, briefly.
+SectIndex* g_indexes = nullptr;
+bool g_indexLock = false;
+
+struct ChainLock {
+    ChainLock() {
+        while (__atomic_test_and_set(&g_indexLock, __ATOMIC_ACQUIRE)) {
+        }
+    }
+    ~ChainLock() { __atomic_clear(&g_indexLock, __ATOMIC_RELEASE); }
+    ChainLock(const ChainLock&) = delete;
+    ChainLock& operator=(const ChainLock&) = delete;
+};
+
+vek_u32 name_hash(const char* p, vek_s32 n) {
+    vek_u32 h = 2166136261u;
+    for (vek_s32 i = 0; i < n; i++) {
+        h = (h ^ fold_upper((vek_u8)p[i])) * 16777619u;
+    }
+    return h;
+}
+
+// The document's index, made (empty) on first use; null without memory.
+SectIndex* index_of(const IniFile* file) {
+    ChainLock lock;
+    for (SectIndex** pp = &g_indexes; *pp; pp = &(*pp)->next) {
+        SectIndex* ix = *pp;
+        if (ix->doc == file) {
+            *pp = ix->next;  // to the front: the document in use is asked again
+            ix->next = g_indexes;
+            g_indexes = ix;
+            return ix;
+        }
+    }
+    SectIndex* ix = (SectIndex*)vek_malloc__(sizeof(SectIndex));
+    if (ix) {
+        *ix = SectIndex{g_indexes, file, 0, 0, false, false, 0, nullptr};
+        g_indexes = ix;
+        vek::shape_views_add(1);
+    }
+    return ix;
+}
+
+void index_drop(const IniFile* file) {
+    SectIndex* gone = nullptr;
+    {
+        ChainLock lock;
+        for (SectIndex** pp = &g_indexes; *pp; pp = &(*pp)->next) {
+            if ((*pp)->doc == file) {
+                gone = *pp;
+                *pp = gone->next;
+                break;
+            }
+        }
+    }
+    if (gone) {
+        if (gone->slots) {
+            vek_free__(gone->slots);
+        }
+        vek_free__(gone);
+        vek::shape_views_add(-1);
+    }
+}
+
+// Fills the table from the sections as they stand, each name for the first
+// section that bears it, and marks the names watched. False (the table then
+// unusable) without memory.
+bool index_build(SectIndex* ix, IniFile* file, vek_u32 now) {
+    vek_u32 want = 32;
+    while (want < 2u * (vek_u32)file->sects.len) {
+        want <<= 1;
+    }
+    if (!ix->slots || ix->mask + 1 < want || ix->mask + 1 > 4 * want) {
+        SectSlot* slots = (SectSlot*)vek_malloc__(want * sizeof(SectSlot));
+        if (!slots) {
+            return ix->built = false;
+        }
+        if (ix->slots) {
+            vek_free__(ix->slots);
+        }
+        ix->slots = slots;
+        ix->mask = want - 1;
+    }
+    std::memset(ix->slots, 0, (ix->mask + 1) * sizeof(SectSlot));
+    vek_u32 used = 0;
+    for (VekListNode* n = file->sects.hdr; n; n = n->next) {
+        IniSect* s = (IniSect*)n;
+        const StrData* d = s->name.data;
+        if (++used > (ix->mask + 1) / 2) {
+            return ix->built = false;  // more nodes than the count says: leave it to the scan
+        }
+        vek_u32 h = name_hash(d->buf, d->len);
+        for (vek_u32 i = h & ix->mask;; i = (i + 1) & ix->mask) {
+            SectSlot& slot = ix->slots[i];
+            if (!slot.sect) {
+                slot = SectSlot{h, s};
+                break;
+            }
+            if (slot.hash == h && same_name(&slot.sect->name, d->buf, d->len)) {
+                break;  // a later duplicate: the first one answers
+            }
+        }
+        s->name.magic |= vek::kStrWatched;
+    }
+    ix->builtAt = now;
+    return ix->built = true;
+}
+
+// The section from a table that is current, made current when the count
+// has held still since the last lookup; false when the scan must answer.
+bool index_find(IniFile* file, const char* name, vek_s32 len, IniSect** out) {
+    SectIndex* ix = index_of(file);
+    if (!ix) {
+        return false;
+    }
+    vek_u32 now = vek::shape_count();
+    if (!ix->built || ix->builtAt != now) {
+        if (!ix->seen || ix->staleAt != now) {
+            ix->seen = true;
+            ix->staleAt = now;
+            return false;
+        }
+        if (!index_build(ix, file, now)) {
+            return false;
+        }
+    }
+    vek_u32 h = name_hash(name, len);
+    for (vek_u32 i = h & ix->mask;; i = (i + 1) & ix->mask) {
+        const SectSlot& slot = ix->slots[i];
+        if (!slot.sect || (slot.hash == h && same_name(&slot.sect->name, name, len))) {
+            *out = slot.sect;
+            return true;
+        }
+    }
+}
+
 IniSect* find_sect_n(IniFile* file, const char* name, vek_s32 len) {
     if (len == 0) {
         // The nameless section, when there is one, is always the first.
         IniSect* first = first_sect(file);
         return first && slen(&first->name) == 0 ? first : nullptr;
+    }
+    IniSect* found;
+    if (file->sects.len >= kIndexMin && index_find(file, name, len, &found)) {
+        return found;
     }
     for (VekListNode* n = file->sects.hdr; n; n = n->next) {
         IniSect* s = (IniSect*)n;
@@ -728,6 +901,7 @@ VEK_API IniFile* IniFile_new(IniFile* mem) {
         }
         tag |= kOwned;
     }
+    index_drop(mem);  // one left by a document abandoned at this address
     mem->tag = tag;
     VekList_init(&mem->sects, LIST_TWO_WAY);
     mem->moded = 0;
@@ -736,6 +910,7 @@ VEK_API IniFile* IniFile_new(IniFile* mem) {
 
 VEK_API void IniFile_delete(IniFile* file) {
     doc_check(file, __LINE__);
+    index_drop(file);
     drop_all(file);
     bool owned = (file->tag & kOwned) != 0;
     file->tag = 0;
