@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
 #ifndef _WIN32
 #include <csignal>
 #include <sys/resource.h>
@@ -286,6 +287,43 @@ TEST_F(IniLookup, FollowsListsAndNamesChangedDirectly) {
     EXPECT_EQ("<none>", ask("q", "k"));
     VekList_addTail__(&a2->fields, k3);
     EXPECT_EQ("3", ask("q", "k"));
+}
+
+TEST_F(IniLookup, DistinctDocumentsOnTwoThreads) {
+    // Each thread renames and relinks the sections of its own document
+    // between lookups while the other does the same; the shared index chain
+    // and change count must keep every answer right.
+    auto work = [](int* wrong) {
+        std::string text;
+        for (int i = 0; i < 24; i++) {
+            text += "[s" + std::to_string(i) + "]\r\nk=" + std::to_string(i) + "\r\n";
+        }
+        IniFile* d = IniFile_newBuf(text.c_str(), (vek_s32)text.size(), nullptr);
+        VekList* sects = IniFile_sectList(d);
+        char buf[16];
+        for (int round = 0; round < 400; round++) {
+            IniSect* s = IniFile_sectById(d, round % 24);
+            std::string oldName = VekStr_buf(&s->name);
+            std::string newName = "t" + std::to_string(round);
+            std::string want = VekStr_buf(&((IniField*)s->fields.hdr)->value);
+            VekStr_setStr(&s->name, newName.c_str());
+            VekList_getAny__(sects, s);
+            VekList_addHdr__(sects, s);
+            for (int ask = 0; ask < 3; ask++) {
+                IniFile_getStr(d, newName.c_str(), "K", "-", buf, sizeof buf);
+                *wrong += want != buf;
+                IniFile_getStr(d, oldName.c_str(), "k", "-", buf, sizeof buf);
+                *wrong += std::string("-") != buf;
+            }
+        }
+        IniFile_delete(d);
+    };
+    int wrong1 = 0, wrong2 = 0;
+    std::thread t1(work, &wrong1), t2(work, &wrong2);
+    t1.join();
+    t2.join();
+    EXPECT_EQ(0, wrong1);
+    EXPECT_EQ(0, wrong2);
 }
 
 TEST_F(IniLookup, ReadersAndTheirDefaults) {
