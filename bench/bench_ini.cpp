@@ -1,7 +1,9 @@
 /*
  * Loading a 1 MiB INI text (2,000 sections of 20 keys, comments between)
  * and looking up 10,000 keys: IniFile against inih (parsed into a hash map,
- * since inih keeps nothing) and GLib's GKeyFile. Also one key read from a
+ * since inih keeps nothing) and GLib's GKeyFile; the lookups also with the
+ * document's section index always stale (the scan), and against two
+ * caller-built indexes. Also one key read from a
  * 4 KiB settings file of 120 keys (IniUtil_getFileStr against loading,
  * asking and freeing a GKeyFile, and an inih pass over the file).
  */
@@ -156,13 +158,14 @@ void BM_IniFile_lookup10k(benchmark::State& state) {
     IniFile_delete(d);
 }
 
-// What an index over the sections would give, and what checking it costs.
-// Callers may change a document's lists and names directly, so an index is
-// only usable when every lookup first proves the document still matches it.
-// "Unchecked" is the bare index (the lower bound); "checked" first compares
-// every section node, its successor, its name's block and length with a
-// snapshot taken when the index was built: the cheapest such proof, and
-// still short of a full one (a same-length rename in place slips past it).
+// Reference points for the document's own section index. "Unchecked" is a
+// caller-built index over the public records that trusts itself blindly
+// (std::unordered_map of the folded names, then the section's lines
+// scanned): what an index can give at best. "Checked" is the same after a
+// per-lookup proof that the lists still match a snapshot (each section
+// node, its successor, its name's block and length): the obvious proof,
+// which already costs a walk of every section, and is still short of a full
+// one (a same-length rename in place slips past it).
 struct SectIndex {
     std::unordered_map<std::string, IniSect*> first;
     struct Snap {
