@@ -3,9 +3,9 @@
  * and looking up 10,000 keys: IniFile against inih (parsed into a hash map,
  * since inih keeps nothing) and GLib's GKeyFile; the lookups also with the
  * document's section index always stale (the scan), and against two
- * caller-built indexes. Also one key read from a
- * 4 KiB settings file of 120 keys (IniUtil_getFileStr against loading,
- * asking and freeing a GKeyFile, and an inih pass over the file).
+ * caller-built indexes. Also one key read from a 4 KiB settings file of 120
+ * keys (IniUtil_getFileStr against loading, asking and freeing a GKeyFile,
+ * and an inih pass over the file).
  */
 #include <benchmark/benchmark.h>
 #include <cstdio>
