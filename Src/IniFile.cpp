@@ -127,11 +127,6 @@ void field_delete(IniField* f) {
     vek_free__(f);
 }
 
-ptrdiff_t field_del_cb(void* node) {
-    field_delete((IniField*)node);
-    return 0;
-}
-
 IniSect* sect_new(const char* name, vek_s32 nameLen, const char* header, vek_s32 headerLen) {
     IniSect* s = (IniSect*)vek_malloc__(sizeof(IniSect));
     if (!s) {
@@ -145,8 +140,15 @@ IniSect* sect_new(const char* name, vek_s32 nameLen, const char* header, vek_s32
     return s;
 }
 
+// The lines go with the section, so they are freed along the chain rather
+// than unlinked one by one; the emptied list is then made valid again.
 void sect_delete(IniSect* s) {
-    VekList_delAll(&s->fields, field_del_cb);
+    for (VekListNode* n = s->fields.hdr; n;) {
+        VekListNode* next = n->next;
+        field_delete((IniField*)n);
+        n = next;
+    }
+    VekList_init(&s->fields, s->fields.type);
     StrC::destroy(StrC::check(&s->name, __LINE__));
     StrC::destroy(StrC::check(&s->header, __LINE__));
     s->tag = 0;
