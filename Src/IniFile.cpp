@@ -194,22 +194,37 @@ bool same_name(const VekStr* stored, const char* name, vek_s32 len) {
 
 // ---- the section index ----
 //
-// A long document answers section lookups from a hash table of its section
-// names. The record has no room for it, so it lives in a chain beside the
-// documents, found by the document's address and freed with the document.
-// Callers may relink the sections and rename them, so the table is trusted
-// only while the shape count reads what it read when the table was built:
-// any list change moves it while an index exists, and so does any string
-// call on a name the table was built from (those names carry the watched
-// mark). A stale table answers nothing; the scan does, and the table is
-// rebuilt once two lookups in a row find the count unchanged, so a document
-// being changed between lookups never pays for a rebuild per lookup.
+// A long document answers lookups from hash tables: one of its section
+// names, one of the fields of the sections asked for. The record has no
+// room for them, so they live in a chain beside the documents, found by the
+// document's address and freed with the document. Callers may relink the
+// sections and lines and rename them, so the tables are trusted only while
+// the shape count reads what it read when they were built: any list change
+// moves it while an index exists, and so does any string call on a name the
+// tables were built from (those names carry the watched mark). A stale
+// index answers nothing; the scan does, and the index is rebuilt once two
+// lookups in a row find the count unchanged, so a document being changed
+// between lookups never pays for a rebuild per lookup. The field flags are
+// not watched: the document sets the bit only on lines it has just inserted
+// or found as fields already.
 
 constexpr vek_s32 kIndexMin = 16;  // below this many sections the scan is as quick
 
 struct SectSlot {
     vek_u32 hash;
-    IniSect* sect;  // null: a free slot
+    vek_u32 linesIn;  // the generation whose field slots hold this section's fields
+    IniSect* sect;    // null: a free slot
+};
+
+// The fields of the sections asked for, each section's entered at its first
+// lookup in a generation (a whole document's lines would cost a walk of
+// every record per rebuild). A slot of an older generation is free, so a
+// rebuild starts a generation instead of clearing the slots.
+struct FieldSlot {
+    vek_u32 hash;
+    vek_u32 gen;
+    const IniSect* sect;
+    IniField* field;
 };
 
 struct SectIndex {
@@ -221,6 +236,10 @@ struct SectIndex {
     bool seen;        // staleAt is set
     vek_u32 mask;     // slots - 1
     SectSlot* slots;
+    vek_u32 gen;      // the field slots' current generation (from 1)
+    vek_u32 fmask;    // field slots - 1
+    vek_u32 fused;    // field slots taken in this generation
+    FieldSlot* fslots;
 };
 
 // Only the document's own calls reach its index, and a document is used by
@@ -260,7 +279,7 @@ SectIndex* index_of(const IniFile* file) {
     }
     SectIndex* ix = (SectIndex*)vek_malloc__(sizeof(SectIndex));
     if (ix) {
-        *ix = SectIndex{g_indexes, file, 0, 0, false, false, 0, nullptr};
+        *ix = SectIndex{g_indexes, file, 0, 0, false, false, 0, nullptr, 0, 0, 0, nullptr};
         g_indexes = ix;
         vek::shape_views_add(1);
     }
@@ -282,6 +301,9 @@ void index_drop(const IniFile* file) {
     if (gone) {
         if (gone->slots) {
             vek_free__(gone->slots);
+        }
+        if (gone->fslots) {
+            vek_free__(gone->fslots);
         }
         vek_free__(gone);
         vek::shape_views_add(-1);
@@ -309,17 +331,19 @@ bool index_build(SectIndex* ix, IniFile* file, vek_u32 now) {
     }
     std::memset(ix->slots, 0, (ix->mask + 1) * sizeof(SectSlot));
     vek_u32 used = 0;
+    vek_u32 lines = 0;
     for (VekListNode* n = file->sects.hdr; n; n = n->next) {
         IniSect* s = (IniSect*)n;
         const StrData* d = s->name.data;
         if (++used > (ix->mask + 1) / 2) {
             return ix->built = false;  // more nodes than the count says: leave it to the scan
         }
+        lines += s->fields.len > 0 ? (vek_u32)s->fields.len : 0u;
         vek_u32 h = name_hash(d->buf, d->len);
         for (vek_u32 i = h & ix->mask;; i = (i + 1) & ix->mask) {
             SectSlot& slot = ix->slots[i];
             if (!slot.sect) {
-                slot = SectSlot{h, s};
+                slot = SectSlot{h, 0, s};
                 break;
             }
             if (slot.hash == h && same_name(&slot.sect->name, d->buf, d->len)) {
@@ -328,17 +352,77 @@ bool index_build(SectIndex* ix, IniFile* file, vek_u32 now) {
         }
         s->name.magic |= vek::kStrWatched;
     }
+    vek_u32 fwant = 64;
+    while (fwant < 2u * lines) {
+        fwant <<= 1;
+    }
+    if (!ix->fslots || ix->fmask + 1 < fwant || ix->fmask + 1 > 4 * fwant) {
+        FieldSlot* fslots = (FieldSlot*)vek_malloc__(fwant * sizeof(FieldSlot));
+        if (!fslots) {
+            return ix->built = false;
+        }
+        if (ix->fslots) {
+            vek_free__(ix->fslots);
+        }
+        std::memset(fslots, 0, fwant * sizeof(FieldSlot));
+        ix->fslots = fslots;
+        ix->fmask = fwant - 1;
+        ix->gen = 0;
+    }
+    if (++ix->gen == 0) {  // wrapped: generation 0 marks free slots
+        std::memset(ix->fslots, 0, (ix->fmask + 1) * sizeof(FieldSlot));
+        ix->gen = 1;
+    }
+    ix->fused = 0;
     ix->builtAt = now;
     return ix->built = true;
 }
 
-// The section from a table that is current, made current when the count
-// has held still since the last lookup; false when the scan must answer.
-bool index_find(IniFile* file, const char* name, vek_s32 len, IniSect** out) {
+vek_u32 field_hash(const IniSect* s, const char* name, vek_s32 len) {
+    return name_hash(name, len) ^ ((vek_u32)((uintptr_t)s >> 4) * 0x9E3779B1u);
+}
+
+// Enters a section's name/value fields, each name for its first field;
+// false (the scan must answer) when the slots would pass half full, which
+// only a list longer than its count can make happen.
+bool index_load_fields(SectIndex* ix, SectSlot* ss) {
+    const IniSect* s = ss->sect;
+    for (VekListNode* n = s->fields.hdr; n; n = n->next) {
+        IniField* f = (IniField*)n;
+        if (!is_valid(f)) {
+            continue;
+        }
+        const StrData* d = f->name.data;
+        vek_u32 h = field_hash(s, d->buf, d->len);
+        for (vek_u32 i = h & ix->fmask;; i = (i + 1) & ix->fmask) {
+            FieldSlot& slot = ix->fslots[i];
+            if (slot.gen != ix->gen) {
+                if (++ix->fused > (ix->fmask + 1) / 2) {
+                    ix->built = false;
+                    return false;
+                }
+                slot = FieldSlot{h, ix->gen, s, f};
+                break;
+            }
+            if (slot.sect == s && slot.hash == h && same_name(&slot.field->name, d->buf, d->len)) {
+                break;  // a later duplicate
+            }
+        }
+        f->name.magic |= vek::kStrWatched;
+    }
+    ss->linesIn = ix->gen;
+    return true;
+}
+
+// The section's slot (null: no such section) from a table that is current,
+// made current when the count has held still since the last lookup; false
+// when the scan must answer.
+bool index_find(IniFile* file, const char* name, vek_s32 len, SectIndex** ixOut, SectSlot** out) {
     SectIndex* ix = index_of(file);
     if (!ix) {
         return false;
     }
+    *ixOut = ix;
     vek_u32 now = vek::shape_count();
     if (!ix->built || ix->builtAt != now) {
         if (!ix->seen || ix->staleAt != now) {
@@ -352,23 +436,24 @@ bool index_find(IniFile* file, const char* name, vek_s32 len, IniSect** out) {
     }
     vek_u32 h = name_hash(name, len);
     for (vek_u32 i = h & ix->mask;; i = (i + 1) & ix->mask) {
-        const SectSlot& slot = ix->slots[i];
+        SectSlot& slot = ix->slots[i];
         if (!slot.sect || (slot.hash == h && same_name(&slot.sect->name, name, len))) {
-            *out = slot.sect;
+            *out = slot.sect ? &slot : nullptr;
             return true;
         }
     }
 }
 
-IniSect* find_sect_n(IniFile* file, const char* name, vek_s32 len) {
+bool indexed(IniFile* file, vek_s32 len) {
+    return len > 0 && file->sects.len >= kIndexMin;
+}
+
+// The first section of the name, by walking the list.
+IniSect* scan_sect(IniFile* file, const char* name, vek_s32 len) {
     if (len == 0) {
         // The nameless section, when there is one, is always the first.
         IniSect* first = first_sect(file);
         return first && slen(&first->name) == 0 ? first : nullptr;
-    }
-    IniSect* found;
-    if (file->sects.len >= kIndexMin && index_find(file, name, len, &found)) {
-        return found;
     }
     for (VekListNode* n = file->sects.hdr; n; n = n->next) {
         IniSect* s = (IniSect*)n;
@@ -377,6 +462,15 @@ IniSect* find_sect_n(IniFile* file, const char* name, vek_s32 len) {
         }
     }
     return nullptr;
+}
+
+IniSect* find_sect_n(IniFile* file, const char* name, vek_s32 len) {
+    SectIndex* ix;
+    SectSlot* slot;
+    if (indexed(file, len) && index_find(file, name, len, &ix, &slot)) {
+        return slot ? slot->sect : nullptr;
+    }
+    return scan_sect(file, name, len);
 }
 
 IniSect* find_sect(IniFile* file, const char* name) {
@@ -406,8 +500,30 @@ IniField* find_field_as(IniSect* s, const VekStr* name) {
 }
 
 IniField* lookup(IniFile* file, const char* sect, const char* field) {
-    IniSect* s = find_sect(file, sect);
-    return s ? find_field(s, field) : nullptr;
+    vek_s32 sectLen = sect ? (vek_s32)std::strlen(sect) : 0;
+    vek_s32 len = (vek_s32)std::strlen(field);
+    SectIndex* ix;
+    SectSlot* slot;
+    if (indexed(file, sectLen) && index_find(file, sect, sectLen, &ix, &slot)) {
+        if (!slot) {
+            return nullptr;
+        }
+        if (slot->linesIn == ix->gen || index_load_fields(ix, slot)) {
+            vek_u32 h = field_hash(slot->sect, field, len);
+            for (vek_u32 i = h & ix->fmask;; i = (i + 1) & ix->fmask) {
+                const FieldSlot& fs = ix->fslots[i];
+                if (fs.gen != ix->gen) {
+                    return nullptr;
+                }
+                if (fs.sect == slot->sect && fs.hash == h && same_name(&fs.field->name, field, len)) {
+                    return fs.field;
+                }
+            }
+        }
+        return find_field_n(slot->sect, field, len);
+    }
+    IniSect* s = scan_sect(file, sect, sectLen);  // asked the index once only: a second ask would rebuild it
+    return s ? find_field_n(s, field, len) : nullptr;
 }
 
 IniSect* find_or_create_sect(IniFile* file, const char* name) {

@@ -50,12 +50,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         same_answer(text, len, d, err, "S", "K");
     }
     {
-        // Again behind sixteen sections (each name twice), so the document
-        // is long enough to answer from its section index (built by the
-        // second query).
+        // Again behind sixteen sections (each name twice, each field name
+        // twice in a section), so the document is long enough to answer
+        // from its index (built by the second query).
         std::string padded;
         for (int i = 0; i < 16; i++) {
-            padded += "[~" + std::to_string(i % 8) + "]\nk=" + std::to_string(i) + "\n";
+            padded += "[~" + std::to_string(i % 8) + "]\nk=" + std::to_string(i) + "\nK=later\n";
         }
         padded.append(text, size);
         vek_s32 plen = (vek_s32)padded.size();
