@@ -310,24 +310,37 @@ void index_drop(const IniFile* file) {
     }
 }
 
-// Fills the table from the sections as they stand, each name for the first
-// section that bears it, and marks the names watched. False (the table then
-// unusable) without memory.
-bool index_build(SectIndex* ix, IniFile* file, vek_u32 now) {
-    vek_u32 want = 32;
-    while (want < 2u * (vek_u32)file->sects.len) {
+// Makes room for twice count entries (at least least slots, a power of
+// two): a table within a factor of four of that is kept (1), else a zeroed
+// one replaces it (2); 0 without memory.
+template <class Slot>
+int size_slots(Slot*& slots, vek_u32& mask, vek_u32 least, vek_u32 count) {
+    vek_u32 want = least;
+    while (want < 2u * count) {
         want <<= 1;
     }
-    if (!ix->slots || ix->mask + 1 < want || ix->mask + 1 > 4 * want) {
-        SectSlot* slots = (SectSlot*)vek_malloc__(want * sizeof(SectSlot));
-        if (!slots) {
-            return ix->built = false;
-        }
-        if (ix->slots) {
-            vek_free__(ix->slots);
-        }
-        ix->slots = slots;
-        ix->mask = want - 1;
+    if (slots && mask + 1 >= want && mask + 1 <= 4 * want) {
+        return 1;
+    }
+    Slot* fresh = (Slot*)vek_malloc__(want * sizeof(Slot));
+    if (!fresh) {
+        return 0;
+    }
+    if (slots) {
+        vek_free__(slots);
+    }
+    std::memset(fresh, 0, want * sizeof(Slot));
+    slots = fresh;
+    mask = want - 1;
+    return 2;
+}
+
+// Fills the table from the sections as they stand, each name for the first
+// section that bears it, and marks the names watched; starts a generation
+// of field slots. False (the index then unusable) without memory.
+bool index_build(SectIndex* ix, IniFile* file, vek_u32 now) {
+    if (!size_slots(ix->slots, ix->mask, 32, (vek_u32)file->sects.len)) {
+        return ix->built = false;
     }
     std::memset(ix->slots, 0, (ix->mask + 1) * sizeof(SectSlot));
     vek_u32 used = 0;
@@ -352,22 +365,12 @@ bool index_build(SectIndex* ix, IniFile* file, vek_u32 now) {
         }
         s->name.magic |= vek::kStrWatched;
     }
-    vek_u32 fwant = 64;
-    while (fwant < 2u * lines) {
-        fwant <<= 1;
+    int sized = size_slots(ix->fslots, ix->fmask, 64, lines);
+    if (!sized) {
+        return ix->built = false;
     }
-    if (!ix->fslots || ix->fmask + 1 < fwant || ix->fmask + 1 > 4 * fwant) {
-        FieldSlot* fslots = (FieldSlot*)vek_malloc__(fwant * sizeof(FieldSlot));
-        if (!fslots) {
-            return ix->built = false;
-        }
-        if (ix->fslots) {
-            vek_free__(ix->fslots);
-        }
-        std::memset(fslots, 0, fwant * sizeof(FieldSlot));
-        ix->fslots = fslots;
-        ix->fmask = fwant - 1;
-        ix->gen = 0;
+    if (sized == 2) {
+        ix->gen = 0;  // fresh slots are all of generation 0
     }
     if (++ix->gen == 0) {  // wrapped: generation 0 marks free slots
         std::memset(ix->fslots, 0, (ix->fmask + 1) * sizeof(FieldSlot));
