@@ -12,16 +12,20 @@
 #include "IniFile.h"
 #include "IniScan.h"
 #include "SafeFile.h"
+#include "ShapeWatch.h"
+#include "StrCore.h"
 #include "StrUtil.h"
 #include "VekCore.h"
 #include "VekStrm.h"
 
 namespace {
 
+using StrC = vek::StrCore<vek::StrSide>;
+
 constexpr vek_u32 kOwned = 0x80000000u;
 constexpr vek_s32 kNameCells = 64;
 constexpr vek_s32 kLineCells = 128;
-constexpr vek_s32 kReadChunk = 4096;
+constexpr vek_s32 kReadChunk = 16384;
 
 IniFile* doc_check(const IniFile* f, vek_s32 line) {
     if (!f || (f->tag & ~kOwned) != INIFILE_TAG) {
@@ -76,31 +80,51 @@ bool is_valid(const IniField* f) {
 
 // ---- records ----
 
-IniField* field_new(void) {
+// Builds a string on the inline buffer behind it holding n bytes of p.
+// A loaded line usually fits, so filling the buffer in place spares the
+// clear-and-append round of calls a later change goes through; a longer
+// text takes a heap block as any append would.
+void str_init(VekStr* s, void* buf, vek_s32 cells, const char* p, vek_s32 n) {
+    StrC::init_ext(s, buf, cells, __LINE__);
+    StrData* d = s->data;
+    if (n < d->size) {
+        std::memcpy(d->buf, p, (size_t)n);
+        d->len = n;
+        d->buf[n] = 0;
+    } else {
+        VekStr_appdStrx(s, p, n);
+    }
+}
+
+// A field holding a line as read: a name/value field when nameEnd > 0
+// (the name is line[nameBeg, nameEnd), the value what follows the "="),
+// else a line kept verbatim. The bare field_new() is an empty one.
+IniField* field_new(const char* line = "", vek_s32 len = 0, vek_s32 nameBeg = 0, vek_s32 nameEnd = 0) {
     IniField* f = (IniField*)vek_malloc__(sizeof(IniField));
     if (!f) {
         return nullptr;
     }
     std::memset(&f->link, 0, sizeof f->link);
     f->tag = INIFIELD_TAG;
-    f->flags = 0;
-    StrExt_new__(&f->name, f->nameBuf, kNameCells);
-    StrExt_new__(&f->value, f->valueBuf, kNameCells);
-    StrExt_new__(&f->line, f->lineBuf, kLineCells);
+    if (nameEnd > 0) {
+        f->flags = INIFIELD_VALID;
+        str_init(&f->name, f->nameBuf, kNameCells, line + nameBeg, nameEnd - nameBeg);
+        str_init(&f->value, f->valueBuf, kNameCells, line + nameEnd + 1, len - nameEnd - 1);
+    } else {
+        f->flags = 0;
+        str_init(&f->name, f->nameBuf, kNameCells, "", 0);
+        str_init(&f->value, f->valueBuf, kNameCells, "", 0);
+    }
+    str_init(&f->line, f->lineBuf, kLineCells, line, len);
     return f;
 }
 
 void field_delete(IniField* f) {
-    VekStr_delete(&f->name);
-    VekStr_delete(&f->value);
-    VekStr_delete(&f->line);
+    StrC::destroy(StrC::check(&f->name, __LINE__));
+    StrC::destroy(StrC::check(&f->value, __LINE__));
+    StrC::destroy(StrC::check(&f->line, __LINE__));
     f->tag = 0;
     vek_free__(f);
-}
-
-ptrdiff_t field_del_cb(void* node) {
-    field_delete((IniField*)node);
-    return 0;
 }
 
 IniSect* sect_new(const char* name, vek_s32 nameLen, const char* header, vek_s32 headerLen) {
@@ -110,18 +134,23 @@ IniSect* sect_new(const char* name, vek_s32 nameLen, const char* header, vek_s32
     }
     std::memset(&s->link, 0, sizeof s->link);
     s->tag = INISECT_TAG;
-    StrExt_new__(&s->name, s->nameBuf, kNameCells);
-    StrExt_new__(&s->header, s->headerBuf, kLineCells);
-    set_bytes(&s->name, name, nameLen);
-    set_bytes(&s->header, header, headerLen);
+    str_init(&s->name, s->nameBuf, kNameCells, name, nameLen);
+    str_init(&s->header, s->headerBuf, kLineCells, header, headerLen);
     VekList_init(&s->fields, LIST_TWO_WAY);
     return s;
 }
 
+// The lines go with the section, so they are freed along the chain rather
+// than unlinked one by one; the emptied list is then made valid again.
 void sect_delete(IniSect* s) {
-    VekList_delAll(&s->fields, field_del_cb);
-    VekStr_delete(&s->name);
-    VekStr_delete(&s->header);
+    for (VekListNode* n = s->fields.hdr; n;) {
+        VekListNode* next = n->next;
+        field_delete((IniField*)n);
+        n = next;
+    }
+    VekList_init(&s->fields, s->fields.type);
+    StrC::destroy(StrC::check(&s->name, __LINE__));
+    StrC::destroy(StrC::check(&s->header, __LINE__));
     s->tag = 0;
     vek_free__(s);
 }
@@ -163,7 +192,267 @@ bool same_name(const VekStr* stored, const char* name, vek_s32 len) {
     return same_bytes(stored->data->buf, slen(stored), name, len);
 }
 
-IniSect* find_sect_n(IniFile* file, const char* name, vek_s32 len) {
+// ---- the section index ----
+//
+// A long document answers lookups from hash tables: one of its section
+// names, one of the fields of the sections asked for. The record has no
+// room for them, so they live in a chain beside the documents, found by the
+// document's address and freed with the document. Callers may relink the
+// sections and lines and rename them, so the tables are trusted only while
+// the shape count reads what it read when they were built: any list change
+// moves it while an index exists, and so does any string call on a name the
+// tables were built from (those names carry the watched mark). A stale
+// index answers nothing; the scan does, and the index is rebuilt once two
+// lookups in a row find the count unchanged, so a document being changed
+// between lookups never pays for a rebuild per lookup. The field flags are
+// not watched: the document sets the bit only on lines it has just inserted
+// or found as fields already.
+
+constexpr vek_s32 kIndexMin = 16;  // below this many sections the scan is as quick
+
+struct SectSlot {
+    vek_u32 hash;
+    vek_u32 linesIn;  // the generation whose field slots hold this section's fields
+    IniSect* sect;    // null: a free slot
+};
+
+// The fields of the sections asked for, each section's entered at its first
+// lookup in a generation (a whole document's lines would cost a walk of
+// every record per rebuild). A slot of an older generation is free, so a
+// rebuild starts a generation instead of clearing the slots.
+struct FieldSlot {
+    vek_u32 hash;
+    vek_u32 gen;
+    const IniSect* sect;
+    IniField* field;
+};
+
+struct SectIndex {
+    SectIndex* next;  // the chain
+    const IniFile* doc;
+    vek_u32 builtAt;  // the shape count the slots reflect
+    vek_u32 staleAt;  // the count at the last lookup that found them stale
+    bool built;
+    bool seen;        // staleAt is set
+    vek_u32 mask;     // slots - 1
+    SectSlot* slots;
+    vek_u32 gen;      // the field slots' current generation (from 1)
+    vek_u32 fmask;    // field slots - 1
+    vek_u32 fused;    // field slots taken in this generation
+    FieldSlot* fslots;
+};
+
+// Only the document's own calls reach its index, and a document is used by
+// one thread at a time, so the lock guards the chain alone, briefly.
+SectIndex* g_indexes = nullptr;
+bool g_indexLock = false;
+
+struct ChainLock {
+    ChainLock() {
+        while (__atomic_test_and_set(&g_indexLock, __ATOMIC_ACQUIRE)) {
+        }
+    }
+    ~ChainLock() { __atomic_clear(&g_indexLock, __ATOMIC_RELEASE); }
+    ChainLock(const ChainLock&) = delete;
+    ChainLock& operator=(const ChainLock&) = delete;
+};
+
+vek_u32 name_hash(const char* p, vek_s32 n) {
+    vek_u32 h = 2166136261u;
+    for (vek_s32 i = 0; i < n; i++) {
+        h = (h ^ fold_upper((vek_u8)p[i])) * 16777619u;
+    }
+    return h;
+}
+
+// The document's index, made (empty) on first use; null without memory.
+SectIndex* index_of(const IniFile* file) {
+    ChainLock lock;
+    for (SectIndex** pp = &g_indexes; *pp; pp = &(*pp)->next) {
+        SectIndex* ix = *pp;
+        if (ix->doc == file) {
+            *pp = ix->next;  // to the front: the document in use is asked again
+            ix->next = g_indexes;
+            g_indexes = ix;
+            return ix;
+        }
+    }
+    SectIndex* ix = (SectIndex*)vek_malloc__(sizeof(SectIndex));
+    if (ix) {
+        *ix = SectIndex{g_indexes, file, 0, 0, false, false, 0, nullptr, 0, 0, 0, nullptr};
+        g_indexes = ix;
+        vek::shape_views_add(1);
+    }
+    return ix;
+}
+
+void index_drop(const IniFile* file) {
+    SectIndex* gone = nullptr;
+    {
+        ChainLock lock;
+        for (SectIndex** pp = &g_indexes; *pp; pp = &(*pp)->next) {
+            if ((*pp)->doc == file) {
+                gone = *pp;
+                *pp = gone->next;
+                break;
+            }
+        }
+    }
+    if (gone) {
+        if (gone->slots) {
+            vek_free__(gone->slots);
+        }
+        if (gone->fslots) {
+            vek_free__(gone->fslots);
+        }
+        vek_free__(gone);
+        vek::shape_views_add(-1);
+    }
+}
+
+// Makes room for twice count entries (at least least slots, a power of
+// two): a table within a factor of four of that is kept (1), else a zeroed
+// one replaces it (2); 0 without memory.
+template <class Slot>
+int size_slots(Slot*& slots, vek_u32& mask, vek_u32 least, vek_u32 count) {
+    vek_u32 want = least;
+    while (want < 2u * count) {
+        want <<= 1;
+    }
+    if (slots && mask + 1 >= want && mask + 1 <= 4 * want) {
+        return 1;
+    }
+    Slot* fresh = (Slot*)vek_malloc__(want * sizeof(Slot));
+    if (!fresh) {
+        return 0;
+    }
+    if (slots) {
+        vek_free__(slots);
+    }
+    std::memset(fresh, 0, want * sizeof(Slot));
+    slots = fresh;
+    mask = want - 1;
+    return 2;
+}
+
+// Fills the table from the sections as they stand, each name for the first
+// section that bears it, and marks the names watched; starts a generation
+// of field slots. False (the index then unusable) without memory.
+bool index_build(SectIndex* ix, IniFile* file, vek_u32 now) {
+    if (!size_slots(ix->slots, ix->mask, 32, (vek_u32)file->sects.len)) {
+        return ix->built = false;
+    }
+    std::memset(ix->slots, 0, (ix->mask + 1) * sizeof(SectSlot));
+    vek_u32 used = 0;
+    vek_u32 lines = 0;
+    for (VekListNode* n = file->sects.hdr; n; n = n->next) {
+        IniSect* s = (IniSect*)n;
+        const StrData* d = s->name.data;
+        if (++used > (ix->mask + 1) / 2) {
+            return ix->built = false;  // more nodes than the count says: leave it to the scan
+        }
+        lines += s->fields.len > 0 ? (vek_u32)s->fields.len : 0u;
+        vek_u32 h = name_hash(d->buf, d->len);
+        for (vek_u32 i = h & ix->mask;; i = (i + 1) & ix->mask) {
+            SectSlot& slot = ix->slots[i];
+            if (!slot.sect) {
+                slot = SectSlot{h, 0, s};
+                break;
+            }
+            if (slot.hash == h && same_name(&slot.sect->name, d->buf, d->len)) {
+                break;  // a later duplicate: the first one answers
+            }
+        }
+        s->name.magic |= vek::kStrWatched;
+    }
+    int sized = size_slots(ix->fslots, ix->fmask, 64, lines);
+    if (!sized) {
+        return ix->built = false;
+    }
+    if (sized == 2) {
+        ix->gen = 0;  // fresh slots are all of generation 0
+    }
+    if (++ix->gen == 0) {  // wrapped: generation 0 marks free slots
+        std::memset(ix->fslots, 0, (ix->fmask + 1) * sizeof(FieldSlot));
+        ix->gen = 1;
+    }
+    ix->fused = 0;
+    ix->builtAt = now;
+    return ix->built = true;
+}
+
+vek_u32 field_hash(const IniSect* s, const char* name, vek_s32 len) {
+    return name_hash(name, len) ^ ((vek_u32)((uintptr_t)s >> 4) * 0x9E3779B1u);
+}
+
+// Enters a section's name/value fields, each name for its first field;
+// false (the scan must answer) when the slots would pass half full, which
+// only a list longer than its count can make happen.
+bool index_load_fields(SectIndex* ix, SectSlot* ss) {
+    const IniSect* s = ss->sect;
+    for (VekListNode* n = s->fields.hdr; n; n = n->next) {
+        IniField* f = (IniField*)n;
+        if (!is_valid(f)) {
+            continue;
+        }
+        const StrData* d = f->name.data;
+        vek_u32 h = field_hash(s, d->buf, d->len);
+        for (vek_u32 i = h & ix->fmask;; i = (i + 1) & ix->fmask) {
+            FieldSlot& slot = ix->fslots[i];
+            if (slot.gen != ix->gen) {
+                if (++ix->fused > (ix->fmask + 1) / 2) {
+                    ix->built = false;
+                    return false;
+                }
+                slot = FieldSlot{h, ix->gen, s, f};
+                break;
+            }
+            if (slot.sect == s && slot.hash == h && same_name(&slot.field->name, d->buf, d->len)) {
+                break;  // a later duplicate
+            }
+        }
+        f->name.magic |= vek::kStrWatched;
+    }
+    ss->linesIn = ix->gen;
+    return true;
+}
+
+// The section's slot (null: no such section) from a table that is current,
+// made current when the count has held still since the last lookup; false
+// when the scan must answer.
+bool index_find(IniFile* file, const char* name, vek_s32 len, SectIndex** ixOut, SectSlot** out) {
+    SectIndex* ix = index_of(file);
+    if (!ix) {
+        return false;
+    }
+    *ixOut = ix;
+    vek_u32 now = vek::shape_count();
+    if (!ix->built || ix->builtAt != now) {
+        if (!ix->seen || ix->staleAt != now) {
+            ix->seen = true;
+            ix->staleAt = now;
+            return false;
+        }
+        if (!index_build(ix, file, now)) {
+            return false;
+        }
+    }
+    vek_u32 h = name_hash(name, len);
+    for (vek_u32 i = h & ix->mask;; i = (i + 1) & ix->mask) {
+        SectSlot& slot = ix->slots[i];
+        if (!slot.sect || (slot.hash == h && same_name(&slot.sect->name, name, len))) {
+            *out = slot.sect ? &slot : nullptr;
+            return true;
+        }
+    }
+}
+
+bool indexed(IniFile* file, vek_s32 len) {
+    return len > 0 && file->sects.len >= kIndexMin;
+}
+
+// The first section of the name, by walking the list.
+IniSect* scan_sect(IniFile* file, const char* name, vek_s32 len) {
     if (len == 0) {
         // The nameless section, when there is one, is always the first.
         IniSect* first = first_sect(file);
@@ -176,6 +465,15 @@ IniSect* find_sect_n(IniFile* file, const char* name, vek_s32 len) {
         }
     }
     return nullptr;
+}
+
+IniSect* find_sect_n(IniFile* file, const char* name, vek_s32 len) {
+    SectIndex* ix;
+    SectSlot* slot;
+    if (indexed(file, len) && index_find(file, name, len, &ix, &slot)) {
+        return slot ? slot->sect : nullptr;
+    }
+    return scan_sect(file, name, len);
 }
 
 IniSect* find_sect(IniFile* file, const char* name) {
@@ -205,8 +503,30 @@ IniField* find_field_as(IniSect* s, const VekStr* name) {
 }
 
 IniField* lookup(IniFile* file, const char* sect, const char* field) {
-    IniSect* s = find_sect(file, sect);
-    return s ? find_field(s, field) : nullptr;
+    vek_s32 sectLen = sect ? (vek_s32)std::strlen(sect) : 0;
+    vek_s32 len = (vek_s32)std::strlen(field);
+    SectIndex* ix;
+    SectSlot* slot;
+    if (indexed(file, sectLen) && index_find(file, sect, sectLen, &ix, &slot)) {
+        if (!slot) {
+            return nullptr;
+        }
+        if (slot->linesIn == ix->gen || index_load_fields(ix, slot)) {
+            vek_u32 h = field_hash(slot->sect, field, len);
+            for (vek_u32 i = h & ix->fmask;; i = (i + 1) & ix->fmask) {
+                const FieldSlot& fs = ix->fslots[i];
+                if (fs.gen != ix->gen) {
+                    return nullptr;
+                }
+                if (fs.sect == slot->sect && fs.hash == h && same_name(&fs.field->name, field, len)) {
+                    return fs.field;
+                }
+            }
+        }
+        return find_field_n(slot->sect, field, len);
+    }
+    IniSect* s = scan_sect(file, sect, sectLen);  // asked the index once only: a second ask would rebuild it
+    return s ? find_field_n(s, field, len) : nullptr;
 }
 
 IniSect* find_or_create_sect(IniFile* file, const char* name) {
@@ -299,16 +619,6 @@ bool field_span(const char* line, vek_s32 len, vek_s32* nameBeg, vek_s32* nameEn
     return true;
 }
 
-void parse_field(IniField* f, const char* line, vek_s32 len) {
-    vek_s32 b, e;
-    if (!field_span(line, len, &b, &e)) {
-        return;  // kept verbatim
-    }
-    set_bytes(&f->name, line + b, e - b);
-    set_bytes(&f->value, line + e + 1, len - e - 1);
-    f->flags |= INIFIELD_VALID;
-}
-
 // Names compare without ASCII case over explicit lengths.
 bool same_bytes(const char* a, vek_s32 aLen, const char* b, vek_s32 bLen) {
     if (aLen != bLen) {
@@ -341,12 +651,14 @@ bool add_line(IniFile* file, IniSect*& cur, const char* line, vek_s32 len) {
         }
         VekList_addHdr__(&file->sects, cur);
     }
-    IniField* f = field_new();
+    vek_s32 b = 0, e = 0;
+    if (!field_span(line, len, &b, &e)) {
+        e = 0;  // kept verbatim
+    }
+    IniField* f = field_new(line, len, b, e);
     if (!f) {
         return false;
     }
-    set_bytes(&f->line, line, len);
-    parse_field(f, line, len);
     VekList_addTail__(&cur->fields, f);
     return true;
 }
@@ -355,17 +667,43 @@ void drop_all(IniFile* file) {
     VekList_delAll(&file->sects, sect_del_cb);
 }
 
+// The first LF or CR in [p, end), or end. Eight bytes at a time: a byte
+// equal to LF or CR is a zero byte of v ^ LF or v ^ CR, and the exact
+// zero-byte mask (no borrow between bytes) marks it with its high bit.
+const char* find_eol(const char* p, const char* end) {
+    constexpr vek_u64 kLow7 = 0x7F7F7F7F7F7F7F7FULL;
+    constexpr vek_u64 kLf = 0x0A0A0A0A0A0A0A0AULL;
+    constexpr vek_u64 kCr = 0x0D0D0D0D0D0D0D0DULL;
+    while (end - p >= 8) {
+        vek_u64 v;
+        std::memcpy(&v, p, 8);
+        vek_u64 a = v ^ kLf;
+        vek_u64 b = v ^ kCr;
+        vek_u64 za = ~(((a & kLow7) + kLow7) | a | kLow7);
+        vek_u64 zb = ~(((b & kLow7) + kLow7) | b | kLow7);
+        if (vek_u64 z = za | zb) {
+            return p + (__builtin_ctzll(z) >> 3);  // little-endian: the lowest marked byte comes first
+        }
+        p += 8;
+    }
+    while (p < end && *p != '\n' && *p != '\r') {
+        p++;
+    }
+    return p;
+}
+
 /* Splits the stream (from its start) into lines: LF, CR and CR LF end a
  * line, a last line without an end counts. Each goes to sink.line(p, n)
  * until that returns false (the sink then ends with sink.stop's result);
- * a line longer than INI_LINE_MAX ends the pass with -251. Runs without an
- * end byte are copied in one piece. */
+ * a line longer than INI_LINE_MAX ends the pass with -251. A line that lies
+ * whole in the chunk read is handed over where it stands; only one that
+ * straddles two reads is gathered in the line buffer. */
 template <class Sink>
 vek_s32 scan_lines(IStrm* strm, Sink& sink) {
     IStrm_seek(strm, 0, 0);
     char line[INI_LINE_MAX];
     char chunk[kReadChunk];
-    vek_s32 n = 0;
+    vek_s32 n = 0;  // bytes of a straddling line gathered so far
     bool inLine = false;
     bool afterCr = false;
     for (;;) {
@@ -373,37 +711,43 @@ vek_s32 scan_lines(IStrm* strm, Sink& sink) {
         if (got <= 0) {
             break;  // the end, or a read failure: what was collected counts
         }
-        vek_s32 i = 0;
-        while (i < got) {
-            if (afterCr) {
-                afterCr = false;
-                if (chunk[i] == '\n') {
-                    i++;  // CR LF ends one line
-                    continue;
-                }
+        const char* p = chunk;
+        const char* end = chunk + got;
+        if (afterCr && *p == '\n') {
+            p++;  // CR LF across two reads
+        }
+        afterCr = false;
+        while (p < end) {
+            const char* e = find_eol(p, end);
+            vek_s32 len = (vek_s32)(e - p);
+            if (len > INI_LINE_MAX - n) {
+                return VEK_ERR_INI_LINE_LONG;
             }
-            vek_s32 j = i;
-            while (j < got && chunk[j] != '\n' && chunk[j] != '\r') {
-                j++;
-            }
-            if (j > i) {
-                if (j - i > INI_LINE_MAX - n) {
-                    return VEK_ERR_INI_LINE_LONG;
-                }
-                std::memcpy(line + n, chunk + i, (size_t)(j - i));
-                n += j - i;
+            if (e == end) {
+                std::memcpy(line + n, p, (size_t)len);  // continued by the next read
+                n += len;
                 inLine = true;
-            }
-            if (j == got) {
                 break;
             }
-            afterCr = chunk[j] == '\r';
-            if (!sink.line(line, n)) {
+            const char* text = p;
+            if (n > 0) {
+                std::memcpy(line + n, p, (size_t)len);
+                text = line;
+                len += n;
+            }
+            if (!sink.line(text, len)) {
                 return sink.stop();
             }
             n = 0;
             inLine = false;
-            i = j + 1;
+            p = e + 1;
+            if (*e == '\r') {
+                if (p == end) {
+                    afterCr = true;
+                } else if (*p == '\n') {
+                    p++;
+                }
+            }
         }
     }
     if (inLine && !sink.line(line, n)) {
@@ -678,6 +1022,7 @@ VEK_API IniFile* IniFile_new(IniFile* mem) {
         }
         tag |= kOwned;
     }
+    index_drop(mem);  // one left by a document abandoned at this address
     mem->tag = tag;
     VekList_init(&mem->sects, LIST_TWO_WAY);
     mem->moded = 0;
@@ -686,6 +1031,7 @@ VEK_API IniFile* IniFile_new(IniFile* mem) {
 
 VEK_API void IniFile_delete(IniFile* file) {
     doc_check(file, __LINE__);
+    index_drop(file);
     drop_all(file);
     bool owned = (file->tag & kOwned) != 0;
     file->tag = 0;

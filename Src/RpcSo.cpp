@@ -47,7 +47,7 @@ struct Marshal {
             return buffer;
         }
         const typename S::Data* d = C::check(obj, __LINE__)->data;
-        put_word(buffer, obj->magic);
+        put_word(buffer, obj->magic & ~vek::kStrWatched);  // a local mark, not part of the string
         put_word(buffer + 4, (vek_u32)d->size);
         put_word(buffer + 8, (vek_u32)d->len);
         size_t bytes = sizeof(Ch) * (size_t)d->len;

@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include "ShapeWatch.h"
 #include "VekCore.h"
 #include "VekStr.h"
 #include "VekWcs.h"
@@ -138,9 +139,15 @@ struct StrCore {
 
     // The check every operation starts with: a foreign or dead object ends
     // the process, it cannot be handled safely.
+    // A watched object (a name some view was built from) reports every
+    // call, reads included: telling writers apart would take a hook in each
+    // of them, and a spurious report only costs the view a rebuild.
     static Obj* check(const Obj* o, vek_s32 line) {
         if (!o || (o->magic & kTypeMask) != S::kMark || !o->data) {
             ObjUtil_crashExit(S::kSrc, line);
+        }
+        if (o->magic & kStrWatched) {
+            shape_changed();
         }
         return const_cast<Obj*>(o);
     }
@@ -568,7 +575,7 @@ struct StrCore {
     // block with room and a short piece, done without any call so that the
     // caller needs no frame. False sends the caller down the full path.
     static bool append_quick(Obj* o, const Ch* src, vek_s32 n) {
-        if (!o || (o->magic & kTypeMask) != S::kMark || !o->data || !src || n < 1 ||
+        if (!o || (o->magic & (kTypeMask | kStrWatched)) != S::kMark || !o->data || !src || n < 1 ||
             sizeof(Ch) * (size_t)n > 32) {
             return false;
         }

@@ -8,8 +8,16 @@
  */
 #include <cstring>
 #include "ObjModel.h"
+#include "ShapeWatch.h"
 #include "VekList.h"
 #include "VekTrc.h"
+
+namespace vek {
+
+vek_u32 g_shapeCount = 0;
+vek_s32 g_shapeViews = 0;
+
+} // namespace vek
 
 namespace {
 
@@ -43,6 +51,7 @@ VekListNode* list_prev(VekList* _this, VekListNode* node) {
 }
 
 void list_link_after(VekList* _this, VekListNode* node, VekListNode* prev) {
+    vek::list_shape_changed();
     node->next = prev->next;
     node->prev = two_way(_this) ? prev : nullptr;
     if (two_way(_this)) {
@@ -66,6 +75,7 @@ bool ref_in_list(VekList* _this, VekListNode* node, VekListNode* ref_node) {
 // Takes node (whose predecessor is prev, null at the front) out of the list
 // and resets its links.
 void list_unlink(VekList* _this, VekListNode* node, VekListNode* prev) {
+    vek::list_shape_changed();
     if (prev) {
         prev->next = node->next;
     } else {
@@ -207,6 +217,7 @@ VEK_API VekList* VekList_init(VekList* _this, vek_u32 type) {
         VEK_ASSERT(_this);
         return nullptr;
     }
+    vek::list_shape_changed();
     _this->hdr = _this->tail = nullptr;
     _this->len = 0;
     VEK_ASSERT(type == LIST_ONE_WAY || type == LIST_TWO_WAY);
@@ -220,6 +231,7 @@ VEK_API VekList* VekList_addHdr__(VekList* _this, void* node_) {
         VEK_ASSERT(_this && node);
         return _this;
     }
+    vek::list_shape_changed();
     if (list_empty(_this)) {
         _this->tail = node;
     } else if (two_way(_this)) {
@@ -239,6 +251,7 @@ VEK_API VekList* VekList_addTail__(VekList* _this, void* node_) {
         VEK_ASSERT(_this && node);
         return _this;
     }
+    vek::list_shape_changed();
     node->next = nullptr;
     node->prev = two_way(_this) ? _this->tail : nullptr;
     node->list = _this;

@@ -1,13 +1,16 @@
 /*
  * Loading a 1 MiB INI text (2,000 sections of 20 keys, comments between)
  * and looking up 10,000 keys: IniFile against inih (parsed into a hash map,
- * since inih keeps nothing) and GLib's GKeyFile. Also one key read from a
- * 4 KiB settings file of 120 keys (IniUtil_getFileStr against loading,
- * asking and freeing a GKeyFile, and an inih pass over the file).
+ * since inih keeps nothing) and GLib's GKeyFile; the lookups also with the
+ * document's section index always stale (the scan), and against two
+ * caller-built indexes. Also one key read from a 4 KiB settings file of 120
+ * keys (IniUtil_getFileStr against loading, asking and freeing a GKeyFile,
+ * and an inih pass over the file).
  */
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <cstdlib>
+#include <cctype>
 #include <cstring>
 #include <strings.h>
 #include <string>
@@ -125,6 +128,23 @@ void BM_IniFile_load(benchmark::State& state) {
     state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)t.size());
 }
 
+// The same lookups with a list change anywhere in the process before each
+// one: the document's index is never current, every lookup scans.
+void BM_IniFile_lookup10k_scan(benchmark::State& state) {
+    vek_s32 err = 0;
+    IniFile* d = IniFile_newBuf(text().data(), (vek_s32)text().size(), &err);
+    VekList other;
+    char buf[64];
+    for (auto _ : state) {
+        for (const Probe& p : probes()) {
+            VekList_init(&other, LIST_ONE_WAY);
+            IniFile_getStr(d, p.sect.c_str(), p.key.c_str(), "", buf, sizeof buf);
+            benchmark::DoNotOptimize(buf);
+        }
+    }
+    IniFile_delete(d);
+}
+
 void BM_IniFile_lookup10k(benchmark::State& state) {
     vek_s32 err = 0;
     IniFile* d = IniFile_newBuf(text().data(), (vek_s32)text().size(), &err);
@@ -136,6 +156,100 @@ void BM_IniFile_lookup10k(benchmark::State& state) {
         }
     }
     IniFile_delete(d);
+}
+
+// Reference points for the document's own section index. "Unchecked" is a
+// caller-built index over the public records that trusts itself blindly
+// (std::unordered_map of the folded names, then the section's lines
+// scanned): what an index can give at best. "Checked" is the same after a
+// per-lookup proof that the lists still match a snapshot (each section
+// node, its successor, its name's block and length): the obvious proof,
+// which already costs a walk of every section, and is still short of a full
+// one (a same-length rename in place slips past it).
+struct SectIndex {
+    std::unordered_map<std::string, IniSect*> first;
+    struct Snap {
+        const VekListNode* node;
+        const VekListNode* next;
+        const StrData* name;
+        vek_s32 len;
+    };
+    std::vector<Snap> snap;
+    std::string key;  // reused for the folded probe
+
+    explicit SectIndex(IniFile* d) {
+        for (VekListNode* n = IniFile_sectList(d)->hdr; n; n = n->next) {
+            IniSect* s = (IniSect*)n;
+            first.emplace(fold(VekStr_buf(&s->name)), s);
+            snap.push_back({n, n->next, s->name.data, s->name.data->len});
+        }
+    }
+    static std::string fold(const char* p) {
+        std::string k(p);
+        for (char& c : k) {
+            c = (char)std::tolower((unsigned char)c);
+        }
+        return k;
+    }
+    bool still_matches(IniFile* d) const {
+        const VekList* l = IniFile_sectList(d);
+        if ((size_t)l->len != snap.size()) {
+            return false;
+        }
+        const VekListNode* n = l->hdr;
+        for (const Snap& e : snap) {
+            const IniSect* s = (const IniSect*)n;
+            if (n != e.node || n->next != e.next || s->name.data != e.name || e.name->len != e.len) {
+                return false;
+            }
+            n = n->next;
+        }
+        return true;
+    }
+    const IniField* find(const char* sect, const char* field) {
+        key.assign(sect);
+        for (char& c : key) {
+            c = (char)std::tolower((unsigned char)c);
+        }
+        auto it = first.find(key);
+        if (it == first.end()) {
+            return nullptr;
+        }
+        size_t len = std::strlen(field);
+        for (VekListNode* n = it->second->fields.hdr; n; n = n->next) {
+            const IniField* f = (const IniField*)n;
+            if ((f->flags & INIFIELD_VALID) && (size_t)f->name.data->len == len &&
+                !strncasecmp(f->name.data->buf, field, len)) {
+                return f;
+            }
+        }
+        return nullptr;
+    }
+};
+
+void index_lookups(benchmark::State& state, bool checked) {
+    vek_s32 err = 0;
+    IniFile* d = IniFile_newBuf(text().data(), (vek_s32)text().size(), &err);
+    SectIndex ix(d);
+    char buf[64];
+    for (auto _ : state) {
+        for (const Probe& p : probes()) {
+            if (checked && !ix.still_matches(d)) {
+                std::abort();  // nothing changes the document here
+            }
+            const IniField* f = ix.find(p.sect.c_str(), p.key.c_str());
+            vek_strxfrm(buf, f ? f->value.data->buf : "", sizeof buf);
+            benchmark::DoNotOptimize(buf);
+        }
+    }
+    IniFile_delete(d);
+}
+
+void BM_IniIndex_unchecked_lookup10k(benchmark::State& state) {
+    index_lookups(state, false);
+}
+void BM_IniIndex_checked_lookup10k(benchmark::State& state) {
+    index_lookups(state, true);
 }
 
 #ifdef HAVE_INIH
@@ -244,3 +358,6 @@ BENCHMARK(BM_GKeyFile_lookup10k)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IniUtil_getFileStr);
 BENCHMARK(BM_IniFile_load)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_IniFile_lookup10k)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IniFile_lookup10k_scan)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IniIndex_unchecked_lookup10k)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_IniIndex_checked_lookup10k)->Unit(benchmark::kMillisecond);

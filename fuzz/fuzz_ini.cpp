@@ -2,7 +2,8 @@
  * The INI loader and writer, and the TinyIni scanner, on any bytes: no
  * crash, no leak, and writing is stable: a written document reloads and
  * writes back to the same bytes. The one-shot readers, which make their
- * own pass, answer as the loaded document does.
+ * own pass, answer as the loaded document does, a long one answering from
+ * its section index too.
  */
 #include <cstdint>
 #include <cstdlib>
@@ -47,6 +48,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         same_answer(text, len, d, err, "sect", "key");
         same_answer(text, len, d, err, nullptr, "a");
         same_answer(text, len, d, err, "S", "K");
+    }
+    {
+        // Again behind sixteen sections (each name twice, each field name
+        // twice in a section), so the document is long enough to answer
+        // from its index (built by the second query).
+        std::string padded;
+        for (int i = 0; i < 16; i++) {
+            padded += "[~" + std::to_string(i % 8) + "]\nk=" + std::to_string(i) + "\nK=later\n";
+        }
+        padded.append(text, size);
+        vek_s32 plen = (vek_s32)padded.size();
+        vek_s32 perr = 0;
+        IniFile* p = IniFile_newBuf(padded.data(), plen, &perr);
+        same_answer(padded.data(), plen, p, perr, "sect", "key");
+        same_answer(padded.data(), plen, p, perr, "S", "K");
+        same_answer(padded.data(), plen, p, perr, "sect", "key");
+        same_answer(padded.data(), plen, p, perr, "~3", "K");
+        if (p) {
+            IniFile_delete(p);
+        }
     }
     if (d) {
         std::string once = out_text(d);

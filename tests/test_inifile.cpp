@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
 #ifndef _WIN32
 #include <csignal>
 #include <sys/resource.h>
@@ -152,6 +153,46 @@ TEST_F(IniLoad, LineLimitIs1024Bytes) {
     IniFile_delete(d);
 }
 
+TEST_F(IniLoad, LinesAcrossReadBoundaries) {
+    // The reader takes the text in pieces. Shifting a stretch of every kind
+    // of line end and the longest line allowed a byte at a time across 16 KiB
+    // (a piece boundary for any power-of-two piece size up to that) puts
+    // each of its bytes on the boundary once.
+    const std::string shortLines = "a=1\r\n\r\rb=2\n\n[s]\r;c\n\rd=\r\n";
+    std::string filler;
+    for (int i = 0; i < 15; i++) {
+        filler += ";" + std::string(997, 'f') + "\r\n";
+    }
+    while (filler.size() < 15190) {
+        filler += shortLines;
+    }
+    auto crlf = [](const std::string& t) {
+        std::string want;
+        for (size_t i = 0; i < t.size();) {
+            size_t j = t.find_first_of("\r\n", i);
+            if (j == std::string::npos) {
+                return want + t.substr(i) + "\r\n";
+            }
+            want += t.substr(i, j - i) + "\r\n";
+            i = j + (t[j] == '\r' && j + 1 < t.size() && t[j + 1] == '\n' ? 2 : 1);
+        }
+        return want;
+    };
+    for (size_t shift = 0; shift < 1200; shift++) {
+        SCOPED_TRACE(shift);
+        std::string head = std::string(shift, '\n') + filler + shortLines + "k=" + std::string(1022, 'v');
+        std::string tail = "\r\n" + shortLines + shortLines + "e=last";
+        {
+            Doc doc(head + tail);
+            ASSERT_EQ(crlf(head + tail), doc.out());
+        }
+        vek_s32 err = 0;
+        std::string tooLong = head + "v" + tail;
+        ASSERT_EQ(nullptr, IniFile_newBuf(tooLong.data(), (vek_s32)tooLong.size(), &err));
+        ASSERT_EQ(VEK_ERR_INI_LINE_LONG, err);
+    }
+}
+
 TEST_F(IniLoad, LoadingAppendsToWhatTheDocumentHolds) {
     Doc doc("[a]\r\nx=1\r\n");
     IniFile_loadBuf(doc.d, "y=2\r\n[b]\r\nz=3\r\n", -1);
@@ -181,6 +222,108 @@ TEST_F(IniLookup, CountsAndIndexes) {
     EXPECT_EQ(1, IniField_valid(IniFile_findField(doc.d, "S", "A")));
     EXPECT_EQ(nullptr, IniFile_findField(doc.d, "s", ""));
     expect_assert("fieldName && *fieldName");
+}
+
+TEST_F(IniLookup, FollowsListsAndNamesChangedDirectly) {
+    // Callers may rearrange the lists and rename through the string calls;
+    // every answer afterwards is the first match in the lists as they stand.
+    // The document is long enough to be indexed, and each question is asked
+    // twice, so that the second answer comes from a table built after the
+    // change.
+    std::string text;
+    for (int i = 0; i < 20; i++) {
+        text += "[f" + std::to_string(i) + "]\r\nk=f\r\n";
+    }
+    Doc doc(text + "[a]\r\nk=1\r\n[b]\r\nk=2\r\n[A]\r\nk=3\r\nK=4\r\n[c]\r\nk=5\r\n");
+    Doc other("[B]\r\nk=6\r\n");
+    auto ask = [&](const char* sect, const char* field) {
+        std::string first = doc.get(sect, field);
+        EXPECT_EQ(first, doc.get(sect, field)) << sect;
+        return first;
+    };
+    VekList* sects = IniFile_sectList(doc.d);
+    IniSect* b = IniFile_sectById(doc.d, 21);
+    IniSect* a2 = IniFile_sectById(doc.d, 22);
+    IniSect* c = IniFile_sectById(doc.d, 23);
+    EXPECT_EQ("1", ask("A", "k"));
+    VekList_getAny__(sects, a2);
+    EXPECT_EQ("1", ask("a", "K"));
+    VekList_addHdr__(sects, a2);
+    EXPECT_EQ("3", ask("a", "k"));  // the later duplicate now comes first
+    VekStr_setStr(&a2->name, "z");  // same length, in place
+    EXPECT_EQ("1", ask("a", "k"));
+    EXPECT_EQ("3", ask("Z", "k"));
+    const std::string longName(80, 'n');
+    VekStr_setStr(&b->name, longName.c_str());
+    EXPECT_EQ("<none>", ask("b", "k"));
+    EXPECT_EQ("2", ask(longName.c_str(), "k"));
+    VekStr_useBufBeg(&b->name, 1)[0] = 'B';
+    VekStr_useBufEnd(&b->name, 1);
+    EXPECT_EQ("2", ask("b", "k"));
+    IniSect* ob = IniFile_sectById(other.d, 0);
+    VekList_getAny__(IniFile_sectList(other.d), ob);
+    EXPECT_EQ("2", ask("b", "k"));
+    EXPECT_EQ(1, VekList_addAnyNext__(sects, ob, a2));
+    EXPECT_EQ("6", ask("b", "k"));
+    EXPECT_EQ(a2, (IniSect*)VekList_getHdr(sects));
+    EXPECT_EQ("<none>", ask("z", "k"));
+    VekList_addTail__(sects, a2);
+    EXPECT_EQ("3", ask("z", "k"));
+    VekStr_setStr(&a2->name, "cz");
+    EXPECT_EQ("3", ask("CZ", "k"));
+    VekStr_appdStrx(&c->name, "z", 1);  // "cz", and c stands before it
+    EXPECT_EQ("5", ask("CZ", "k"));
+    VekStr_clear(&c->name);
+    EXPECT_EQ("3", ask("cz", "k"));
+    // The lines of a section likewise.
+    VekStr_setStr(&a2->name, "q");
+    IniField* k4 = (IniField*)VekList_getTail(&a2->fields);
+    VekList_addHdr__(&a2->fields, k4);
+    EXPECT_EQ("4", ask("q", "k"));
+    VekStr_setStr(&k4->name, "j");
+    EXPECT_EQ("3", ask("q", "k"));
+    EXPECT_EQ("4", ask("q", "J"));
+    IniField* k3 = (IniField*)VekList_getTail(&a2->fields);
+    EXPECT_EQ("<none>", ask("q", "k"));
+    VekList_addTail__(&a2->fields, k3);
+    EXPECT_EQ("3", ask("q", "k"));
+}
+
+TEST_F(IniLookup, DistinctDocumentsOnTwoThreads) {
+    // Each thread renames and relinks the sections of its own document
+    // between lookups while the other does the same; the shared index chain
+    // and change count must keep every answer right.
+    auto work = [](int* wrong) {
+        std::string text;
+        for (int i = 0; i < 24; i++) {
+            text += "[s" + std::to_string(i) + "]\r\nk=" + std::to_string(i) + "\r\n";
+        }
+        IniFile* d = IniFile_newBuf(text.c_str(), (vek_s32)text.size(), nullptr);
+        VekList* sects = IniFile_sectList(d);
+        char buf[16];
+        for (int round = 0; round < 400; round++) {
+            IniSect* s = IniFile_sectById(d, round % 24);
+            std::string oldName = VekStr_buf(&s->name);
+            std::string newName = "t" + std::to_string(round);
+            std::string want = VekStr_buf(&((IniField*)s->fields.hdr)->value);
+            VekStr_setStr(&s->name, newName.c_str());
+            VekList_getAny__(sects, s);
+            VekList_addHdr__(sects, s);
+            for (int ask = 0; ask < 3; ask++) {
+                IniFile_getStr(d, newName.c_str(), "K", "-", buf, sizeof buf);
+                *wrong += want != buf;
+                IniFile_getStr(d, oldName.c_str(), "k", "-", buf, sizeof buf);
+                *wrong += std::string("-") != buf;
+            }
+        }
+        IniFile_delete(d);
+    };
+    int wrong1 = 0, wrong2 = 0;
+    std::thread t1(work, &wrong1), t2(work, &wrong2);
+    t1.join();
+    t2.join();
+    EXPECT_EQ(0, wrong1);
+    EXPECT_EQ(0, wrong2);
 }
 
 TEST_F(IniLookup, ReadersAndTheirDefaults) {
