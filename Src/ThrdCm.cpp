@@ -110,10 +110,18 @@ class ThrdCm {
     vek_bool changeOwn(Change change);
     static void destroyBlk(ThrdBlk* b);
 
-    AlMutex lock_;  // guards table_
+    bool recentlyEnded(vek_u32 tid) const;
+
+    AlMutex lock_;  // guards table_ and ended_
     vek_u32 tslEvt_;
     vek_u32 tslBlk_;
     ThrdMap table_;
+    // Threads that left the manager lately. Between its own end and the
+    // system's, a thread can still be opened; a cancel then must not leave
+    // it a new entry that nobody would ever take back (a leak, and an abort
+    // waiting for whichever thread gets the number next).
+    vek_u32 ended_[16] = {};
+    vek_u32 endedNext_ = 0;
 };
 
 ThrdCm* g_thrdCm;
@@ -158,10 +166,24 @@ ThrdCm::~ThrdCm() {
 
 /* Under the lock: the entry of tid, created with a fresh event (signalled
  * or not) when absent; null when the event or the entry cannot be made. */
+bool ThrdCm::recentlyEnded(vek_u32 tid) const {
+    for (vek_u32 t : ended_) {
+        if (t == tid) {
+            return true;
+        }
+    }
+    return false;
+}
+
 ThrdEnt* ThrdCm::entry(vek_u32 tid, bool signalled) {
     auto it = table_.find(tid);
     if (it != table_.end()) {
         return &it->second;
+    }
+    for (vek_u32& t : ended_) {
+        if (t == tid) {
+            t = 0;  // the number came back: a new thread
+        }
     }
     vek_handle evt = plat::event_create(1, signalled ? 1 : 0);
     if (!evt) {
@@ -205,6 +227,7 @@ void ThrdCm::thrdEnd() {
         closeFailed = !plat::handle_close(it->second.abortEvt);
         table_.erase(it);
     }
+    ended_[endedNext_++ % (sizeof ended_ / sizeof ended_[0])] = al_thrd_id();
     AlMutex_unlock(&lock_);
     if (closeFailed) {
         vek_assert__("CloseHandle(it->second.abortEvt)", __FILE__, __LINE__);
@@ -230,7 +253,9 @@ vek_s32 ThrdCm::cancel(vek_u32 tid) {
     if (it == table_.end()) {
         // Not known yet: when the thread lives, store the cancel in an entry
         // whose event starts signalled; its first library call finds it.
-        if (void* thrdHnd = plat::thrd_open(tid, 1)) {
+        if (recentlyEnded(tid)) {
+            ended = true;
+        } else if (void* thrdHnd = plat::thrd_open(tid, 1)) {
             closeFailed = !plat::thrd_close(thrdHnd);
             res = entry(tid, true) ? 1 : 0;
         } else {
