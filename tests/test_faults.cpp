@@ -67,9 +67,13 @@ void expect_text(const char* got, const char* want, bool failed) {
 }
 
 IStrm* mem_strm() {
-    static MemStrm slot;  // unused: xcreatex allocates when given null
-    (void)slot;
     return MemStrm_xcreatex__(nullptr, 16, __FILE__, __LINE__);
+}
+
+void release(IStrm* s) {
+    if (s) {
+        IStrm_release(s);
+    }
 }
 
 std::string strm_text(IStrm* s) {
@@ -166,12 +170,8 @@ TEST_F(Faults, Streams) {
             vek_s32 r = IStrm_copy(cs, s);
             expect_text(VekStr_buf(&text), kIni, r < 0);
         }
-        if (s) {
-            IStrm_release(s);
-        }
-        if (cs) {
-            IStrm_release(cs);
-        }
+        release(s);
+        release(cs);
         VekStr_delete(&text);
     });
     std::string dir = vektest::temp_dir("faults_strm");
@@ -382,8 +382,7 @@ TEST_F(Faults, TimeCodecsAndEvents) {
         expect_text(VekStr_buf(&hex), "616e7920", r2 == 0);
         EXPECT_EQ(8, r3);
         expect_text(VekStr_buf(&num), "+49172123456", VekStr_len(&num) == 0);
-        IStrm* qp = mem_strm();
-        if (qp) {
+        if (IStrm* qp = mem_strm()) {
             qp_enc_strm_from_str(qp, "caf\xC3\xA9 = cost", 76, 0);
             IStrm_release(qp);
         }
@@ -394,9 +393,7 @@ TEST_F(Faults, TimeCodecsAndEvents) {
     sweep("events and packets", [] {
         IStrm* body = mem_strm();
         if (!body || IStrm_printf(body, "%s", kIni) < 0) {
-            if (body) {
-                IStrm_release(body);
-            }
+            release(body);
             return;
         }
         GenEvt* e = GenEvt_newnsd(7, 3, 10, 20, "first", "second", body, 1);
