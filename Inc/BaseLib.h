@@ -37,5 +37,7 @@
 /* issue 29: configuration, XML, language resources, UTF-8 OS calls */
 #include "OsUtf8.h"
 #include "XmlDec.h"
+#include "CfgIni.h"
+#include "LangCat.h"
 
 #endif /* VEK_BASELIB_H */
