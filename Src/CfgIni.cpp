@@ -29,6 +29,17 @@ bool blank(char c) {
     return c == ' ' || c == '\t';
 }
 
+// A string whose first 120 bytes need no allocation: a value read for a
+// number or a flag is always there, even when memory is short.
+struct LocalStr {
+    VekStr s;
+    vek_u32 buf[(STRDATA_HDR + 120) / 4];
+    LocalStr() { StrExt_new__(&s, buf, 120); }
+    ~LocalStr() { VekStr_delete(&s); }
+    LocalStr(const LocalStr&) = delete;
+    LocalStr& operator=(const LocalStr&) = delete;
+};
+
 } // namespace
 
 struct CfgIni {
@@ -168,15 +179,17 @@ vek_s32 split_list(const char* v, VekStr* store) {
             }
             e++;
         }
-        if (quoted) {
-            vek::ini_value(p, (vek_s32)(e - p), false, store);
-            while (*e && *e != ',') {
-                e++;  // text after the closing quote is dropped
-            }
-        } else {
-            vek::ini_value(p, (vek_s32)(e - p), false, store);
+        vek_s32 before = VekStr_len(store);
+        if (vek::ini_value(p, (vek_s32)(e - p), false, store) != 0) {
+            return VEK_ERR_FULL;
+        }
+        while (quoted && *e && *e != ',') {
+            e++;  // text after the closing quote is dropped
         }
         VekStr_appdStrx(store, "", 1);
+        if (VekStr_len(store) <= before || VekStr_buf(store)[VekStr_len(store) - 1] != 0) {
+            return VEK_ERR_FULL;
+        }
         n++;
         if (*e != ',') {
             return n;
@@ -187,14 +200,42 @@ vek_s32 split_list(const char* v, VekStr* store) {
 
 // ---- the document ----
 
-// The setting's raw value in doc, decoded into out; false when absent.
-bool file_value(IniFile* doc, const char* sect, const char* key, VekStr* out) {
+// A list's value: trimmed and without its comment, but with the quotes of
+// its items, which split_list reads (";" inside them is no comment).
+bool list_value(const char* v, vek_s32 n, VekStr* out) {
+    vek_s32 b = 0;
+    while (b < n && blank(v[b])) {
+        b++;
+    }
+    vek_s32 e = n;
+    bool in = false;
+    for (vek_s32 i = b; i < n; i++) {
+        if (v[i] == '"') {
+            in = !in;
+        } else if (!in && v[i] == ';' && i > b && blank(v[i - 1])) {
+            e = i;
+            break;
+        }
+    }
+    while (e > b && blank(v[e - 1])) {
+        e--;
+    }
+    vek_s32 before = VekStr_len(out);
+    VekStr_appdStrx(out, v + b, e - b);
+    return VekStr_len(out) == before + (e - b);
+}
+
+// The setting's raw value in doc, decoded into out (a list's only
+// trimmed): 1, 0 when absent, -201 when out could not hold it.
+vek_s32 file_value(IniFile* doc, const char* sect, const char* key, VekStr* out, bool list = false) {
     IniField* f = vek::ini_key(vek::ini_sect(doc, sect), key);
     if (!f) {
-        return false;
+        return 0;
     }
-    vek::ini_value(VekStr_buf(&f->value), VekStr_len(&f->value), true, out);
-    return true;
+    if (list) {
+        return list_value(VekStr_buf(&f->value), VekStr_len(&f->value), out) ? 1 : VEK_ERR_FULL;
+    }
+    return vek::ini_value(VekStr_buf(&f->value), VekStr_len(&f->value), true, out) == 0 ? 1 : VEK_ERR_FULL;
 }
 
 // The value a reader gets, into out, and where it came from.
@@ -204,7 +245,11 @@ vek_s32 effective(CfgIni* c, const char* sect, const char* key, vek_s32 type, Ve
         vek_assert__("the setting is read as the type it was declared with", __FILE__, __LINE__);
     }
     VekStr_clear(out);
-    if (file_value(c->doc, sect, key, out)) {
+    vek_s32 got = file_value(c->doc, sect, key, out, type == CFGINI_LIST);
+    if (got < 0) {
+        return got;
+    }
+    if (got) {
         const char* v = VekStr_buf(out);
         vek_s32 t = d ? d->type : type;
         vek_s32 iv;
@@ -214,11 +259,11 @@ vek_s32 effective(CfgIni* c, const char* sect, const char* key, vek_s32 type, Ve
             return ok ? CFGINI_FROM_FILE : CFGINI_INVALID;
         }
         VekStr_setStr(out, d->def ? d->def : "");
-        return CFGINI_INVALID;
+        return VekStr_len(out) == (vek_s32)std::strlen(d->def ? d->def : "") ? CFGINI_INVALID : VEK_ERR_FULL;
     }
     if (d) {
         VekStr_setStr(out, d->def ? d->def : "");
-        return CFGINI_FROM_DEFAULT;
+        return VekStr_len(out) == (vek_s32)std::strlen(d->def ? d->def : "") ? CFGINI_FROM_DEFAULT : VEK_ERR_FULL;
     }
     return VEK_ERR_NOT_FOUND;
 }
@@ -380,7 +425,7 @@ void differ(IniFile* a, IniFile* b, Changes* out) {
                 VekStr_clear(&va);
                 VekStr_clear(&vb);
                 file_value(d, sn, kn, &va);
-                bool there = file_value(other, sn, kn, &vb);
+                bool there = file_value(other, sn, kn, &vb) > 0;
                 if (!there || VekStr_len(&va) != VekStr_len(&vb) ||
                     std::memcmp(VekStr_buf(&va), VekStr_buf(&vb), (size_t)VekStr_len(&va)) != 0) {
                     vek_s32 sl;
@@ -527,15 +572,14 @@ VEK_API const char* CfgIni_path(const CfgIni* c) {
 }
 
 VEK_API vek_s32 CfgIni_getStr(CfgIni* c, const char* sect, const char* key, char* buf, vek_s32 size) {
-    VekStr v;
-    VekStr_new(&v);
+    LocalStr local;
+    VekStr& v = local.s;
     vek_s32 n = CfgIni_getStrx(c, sect, key, &v);
     if (buf && size > 0) {
         vek_s32 k = n < size - 1 ? n : size - 1;
         std::memcpy(buf, VekStr_buf(&v), (size_t)(k > 0 ? k : 0));
         buf[k > 0 ? k : 0] = 0;
     }
-    VekStr_delete(&v);
     return n;
 }
 
@@ -545,7 +589,11 @@ VEK_API vek_s32 CfgIni_getStrx(CfgIni* c, const char* sect, const char* key, Vek
         return VEK_ERR_BAD_ARG;
     }
     Guard g(&c->lock);
-    effective(c, sect, key, CFGINI_STR, out);
+    vek_s32 r = effective(c, sect, key, CFGINI_STR, out);
+    if (r == VEK_ERR_FULL) {
+        VekStr_clear(out);
+        return r;
+    }
     return VekStr_len(out);
 }
 
@@ -553,17 +601,15 @@ VEK_API vek_s32 CfgIni_getInt(CfgIni* c, const char* sect, const char* key) {
     if (!args_ok(c, key)) {
         return 0;
     }
-    VekStr v;
-    VekStr_new(&v);
+    LocalStr v;
     vek_s32 n = 0;
     {
         Guard g(&c->lock);
-        effective(c, sect, key, CFGINI_INT, &v);
+        effective(c, sect, key, CFGINI_INT, &v.s);
     }
-    if (!parse_int(VekStr_buf(&v), &n)) {
+    if (!parse_int(VekStr_buf(&v.s), &n)) {
         n = 0;
     }
-    VekStr_delete(&v);
     return n;
 }
 
@@ -571,17 +617,15 @@ VEK_API vek_bool CfgIni_getBool(CfgIni* c, const char* sect, const char* key) {
     if (!args_ok(c, key)) {
         return 0;
     }
-    VekStr v;
-    VekStr_new(&v);
+    LocalStr v;
     bool b = false;
     {
         Guard g(&c->lock);
-        effective(c, sect, key, CFGINI_BOOL, &v);
+        effective(c, sect, key, CFGINI_BOOL, &v.s);
     }
-    if (parse_bool(VekStr_buf(&v), &b) < 0) {
+    if (parse_bool(VekStr_buf(&v.s), &b) < 0) {
         b = false;
     }
-    VekStr_delete(&v);
     return b ? 1 : 0;
 }
 
@@ -593,13 +637,18 @@ VEK_API vek_s32 CfgIni_getList(CfgIni* c, const char* sect, const char* key, Vek
     }
     VekStr v;
     VekStr_new(&v);
+    vek_s32 r;
     {
         Guard g(&c->lock);
-        effective(c, sect, key, CFGINI_LIST, &v);
+        r = effective(c, sect, key, CFGINI_LIST, &v);
     }
     VekStr_clear(store);
-    vek_s32 n = split_list(VekStr_buf(&v), store);
+    vek_s32 n = r == VEK_ERR_FULL ? 0 : split_list(VekStr_buf(&v), store);
     VekStr_delete(&v);
+    if (r == VEK_ERR_FULL || n < 0) {
+        VekStr_clear(store);
+        return VEK_ERR_FULL;
+    }
     const char* p = VekStr_buf(store);
     const char* end = p + VekStr_len(store);
     vek_s32 i = 0;
@@ -609,19 +658,16 @@ VEK_API vek_s32 CfgIni_getList(CfgIni* c, const char* sect, const char* key, Vek
         }
         p += std::strlen(p) + 1;
     }
-    return i;  // fewer than n only when store could not hold them all
+    return i;
 }
 
 VEK_API vek_s32 CfgIni_source(CfgIni* c, const char* sect, const char* key) {
     if (!args_ok(c, key)) {
         return VEK_ERR_BAD_ARG;
     }
-    VekStr v;
-    VekStr_new(&v);
+    LocalStr v;
     Guard g(&c->lock);
-    vek_s32 r = effective(c, sect, key, CFGINI_STR, &v);
-    VekStr_delete(&v);
-    return r;
+    return effective(c, sect, key, CFGINI_STR, &v.s);
 }
 
 VEK_API vek_s32 CfgIni_setStr(CfgIni* c, const char* sect, const char* key, const char* value) {
@@ -634,8 +680,10 @@ VEK_API vek_s32 CfgIni_setStr(CfgIni* c, const char* sect, const char* key, cons
     }
     VekStr text;
     VekStr_new(&text);
-    vek::ini_quote(value, &text);
-    vek_s32 r = set_text(c, sect, key, VekStr_buf(&text));
+    vek_s32 r = vek::ini_quote(value, &text);
+    if (r == 0) {
+        r = set_text(c, sect, key, VekStr_buf(&text));
+    }
     VekStr_delete(&text);
     return r;
 }
@@ -665,7 +713,7 @@ VEK_API vek_s32 CfgIni_setBool(CfgIni* c, const char* sect, const char* key, vek
         VekStr_new(&v);
         bool b;
         const CfgIniDef* d = find_def(c, sect, key);
-        if (file_value(c->doc, sect, key, &v)) {
+        if (file_value(c->doc, sect, key, &v) > 0) {
             family = parse_bool(VekStr_buf(&v), &b);
         }
         if (family < 0 && d && d->def) {
@@ -699,6 +747,7 @@ VEK_API vek_s32 CfgIni_setList(CfgIni* c, const char* sect, const char* key, con
     VekStr text;
     VekStr_new(&text);
     vek_s32 r = 0;
+    vek_s32 want = 0;  // the length the text must reach
     for (vek_s32 i = 0; i < count && r == 0; i++) {
         const char* it = items[i] ? items[i] : "";
         if (std::strpbrk(it, "\r\n")) {
@@ -709,7 +758,9 @@ VEK_API vek_s32 CfgIni_setList(CfgIni* c, const char* sect, const char* key, con
         bool quote = n == 0 || std::strpbrk(it, ",\";") || blank(it[0]) || blank(it[n - 1]);
         if (i > 0) {
             VekStr_appdStr(&text, ", ");
+            want += 2;
         }
+        want += (vek_s32)n;
         if (!quote) {
             VekStr_appdStr(&text, it);
             continue;
@@ -718,10 +769,15 @@ VEK_API vek_s32 CfgIni_setList(CfgIni* c, const char* sect, const char* key, con
         for (const char* p = it; *p; p++) {
             if (*p == '"') {
                 VekStr_appdChar(&text, '"');
+                want++;
             }
             VekStr_appdChar(&text, *p);
         }
         VekStr_appdChar(&text, '"');
+        want += 2;
+    }
+    if (r == 0 && VekStr_len(&text) != want) {
+        r = VEK_ERR_FULL;
     }
     // One empty item needs its quotes to stay an item; none is "".
     if (r == 0) {
@@ -824,12 +880,12 @@ VEK_API vek_s32 CfgIni_reload(CfgIni* c) {
             while (p < end && err == 0) {
                 const char* key = p + std::strlen(p) + 1;
                 VekStr_clear(&before);
-                bool had = file_value(c->doc, p, key, &before);
+                bool had = file_value(c->doc, p, key, &before) > 0;
                 VekStr_clear(&v);
-                if (file_value(disk, p, key, &v)) {
+                if (file_value(disk, p, key, &v) > 0) {
                     VekStr_clear(&text);
-                    vek::ini_quote(VekStr_buf(&v), &text);
-                    err = put_value(c->doc, p, key, VekStr_buf(&text));
+                    err = vek::ini_quote(VekStr_buf(&v), &text);
+                    err = err ? err : put_value(c->doc, p, key, VekStr_buf(&text));
                 } else if (had) {
                     IniSect* s = vek::ini_sect(c->doc, p);
                     IniField* f = vek::ini_key(s, key);
@@ -837,7 +893,7 @@ VEK_API vek_s32 CfgIni_reload(CfgIni* c) {
                     err = IniFile_delField(c->doc, VekStr_buf(&s->name), VekStr_buf(&text));
                 }
                 VekStr_clear(&v);
-                bool has = file_value(c->doc, p, key, &v);
+                bool has = file_value(c->doc, p, key, &v) > 0;
                 if (had != has || VekStr_len(&v) != VekStr_len(&before) ||
                     std::memcmp(VekStr_buf(&v), VekStr_buf(&before), (size_t)VekStr_len(&v)) != 0) {
                     ch.add(p, key);

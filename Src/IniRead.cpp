@@ -120,24 +120,28 @@ vek_s32 ini_value(const char* raw, vek_s32 len, bool comments, VekStr* out) {
     }
 }
 
-void ini_quote(const char* value, VekStr* out) {
+vek_s32 ini_quote(const char* value, VekStr* out) {
     vek_s32 n = (vek_s32)std::strlen(value);
+    vek_s32 want = VekStr_len(out) + n;
     bool quote = n > 0 && (blank(value[0]) || blank(value[n - 1]) || value[0] == '"' || value[0] == ';');
     for (vek_s32 i = 1; i < n && !quote; i++) {
         quote = value[i] == ';' && blank(value[i - 1]);
     }
     if (!quote) {
         VekStr_appdStr(out, value);
-        return;
-    }
-    VekStr_appdChar(out, '"');
-    for (vek_s32 i = 0; i < n; i++) {
-        if (value[i] == '"') {
-            VekStr_appdChar(out, '"');
+    } else {
+        VekStr_appdChar(out, '"');
+        for (vek_s32 i = 0; i < n; i++) {
+            if (value[i] == '"') {
+                VekStr_appdChar(out, '"');
+                want++;
+            }
+            VekStr_appdChar(out, value[i]);
         }
-        VekStr_appdChar(out, value[i]);
+        VekStr_appdChar(out, '"');
+        want += 2;
     }
-    VekStr_appdChar(out, '"');
+    return VekStr_len(out) == want ? 0 : VEK_ERR_FULL;
 }
 
 } // namespace vek

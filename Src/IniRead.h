@@ -29,8 +29,9 @@ const char* ini_trimmed(const VekStr* name, vek_s32* len);
  * when out could not grow. */
 vek_s32 ini_value(const char* raw, vek_s32 len, bool comments, VekStr* out);
 /* The same rules the other way: appends value to out quoted when reading
- * it back would change it (blanks around it, a leading quote, a " ;"). */
-void ini_quote(const char* value, VekStr* out);
+ * it back would change it (blanks around it, a leading quote, a " ;").
+ * 0, or -201 when out could not grow. */
+vek_s32 ini_quote(const char* value, VekStr* out);
 
 } // namespace vek
 

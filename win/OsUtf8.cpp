@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 #include "WinHelp.h"
 #include "AlPlat.h"
 #include "StrUtil.h"
