@@ -164,6 +164,7 @@ VEK_API XmlDoc* XmlDoc_parseStrm(IStrm* strm, const XmlDecOpts* opts, XmlErr* er
 /* The same, reading a file (UTF-8 path; -64 when it cannot be opened). */
 VEK_API XmlDoc* XmlDoc_parseFile(const char* path, const XmlDecOpts* opts, XmlErr* err);
 VEK_API void XmlDoc_delete(XmlDoc* doc);  /* null is ignored */
+/* The root element (null for a null doc). */
 VEK_API XmlNode* XmlDoc_root(const XmlDoc* doc);
 /* The first child element of node named name (null: any element), the
  * next sibling element after node named name (null: any), or null. */
