@@ -68,24 +68,10 @@ struct Guard {
 };
 
 bool same_name(const char* a, const char* b) {
-    vek_s32 an = 0;
-    vek_s32 bn = 0;
-    a = a ? a : "";
-    b = b ? b : "";
-    while (blank(*a)) {
-        a++;
-    }
-    while (blank(*b)) {
-        b++;
-    }
-    an = (vek_s32)std::strlen(a);
-    bn = (vek_s32)std::strlen(b);
-    while (an > 0 && blank(a[an - 1])) {
-        an--;
-    }
-    while (bn > 0 && blank(b[bn - 1])) {
-        bn--;
-    }
+    vek_s32 an;
+    vek_s32 bn;
+    a = vek::ini_trim(a, &an);
+    b = vek::ini_trim(b, &bn);
     return an == bn && (an == 0 || vek_strincmp(a, b, an) == 0);
 }
 

@@ -12,7 +12,11 @@ bool blank(char c) {
     return c == ' ' || c == '\t';
 }
 
-const char* trim(const char* want, vek_s32* n) {
+} // namespace
+
+namespace vek {
+
+const char* ini_trim(const char* want, vek_s32* n) {
     if (!want) {
         *n = 0;
         return "";
@@ -27,10 +31,6 @@ const char* trim(const char* want, vek_s32* n) {
     *n = k;
     return want;
 }
-
-} // namespace
-
-namespace vek {
 
 const char* ini_trimmed(const VekStr* name, vek_s32* len) {
     const char* p = VekStr_buf(name);
@@ -48,7 +48,7 @@ const char* ini_trimmed(const VekStr* name, vek_s32* len) {
 
 IniSect* ini_sect(IniFile* doc, const char* name) {
     vek_s32 wn;
-    const char* w = trim(name, &wn);
+    const char* w = ini_trim(name, &wn);
     for (VekListNode* n = IniFile_sectList(doc)->hdr; n; n = n->next) {
         IniSect* s = (IniSect*)n;
         vek_s32 len;
@@ -63,7 +63,7 @@ IniSect* ini_sect(IniFile* doc, const char* name) {
 
 IniField* ini_key(IniSect* s, const char* key) {
     vek_s32 wn;
-    const char* w = trim(key, &wn);
+    const char* w = ini_trim(key, &wn);
     for (VekListNode* n = s ? s->fields.hdr : nullptr; n; n = n->next) {
         IniField* f = (IniField*)n;
         if (!IniField_valid(f)) {

@@ -20,6 +20,8 @@ namespace vek {
 IniSect* ini_sect(IniFile* doc, const char* name);
 /* The first name/value line of s whose trimmed name is key, or null. */
 IniField* ini_key(IniSect* s, const char* key);
+/* A name without the blanks around it (null: ""): its start, *len its length. */
+const char* ini_trim(const char* name, vek_s32* len);
 /* The trimmed name of a section or field: its start, *len its length. */
 const char* ini_trimmed(const VekStr* name, vek_s32* len);
 /* A raw value as the reader means it, appended to out: blanks around it

@@ -29,10 +29,6 @@ vek_u32 fold(vek_u32 c) {
     return c >= 'A' && c <= 'Z' ? c + 32 : c;
 }
 
-bool blank(char c) {
-    return c == ' ' || c == '\t';
-}
-
 // "section\1key" as the table keys it: trimmed, small letters.
 void lookup_name(const char* sect, vek_s32 sn, const char* key, vek_s32 kn, VekStr* out) {
     VekStr_clear(out);
@@ -51,19 +47,6 @@ vek_u32 hash_of(const char* p, vek_s32 n) {
         h = (h ^ (vek_u8)p[i]) * 16777619u;
     }
     return h ? h : 1;
-}
-
-const char* trim(const char* s, vek_s32* n) {
-    s = s ? s : "";
-    while (blank(*s)) {
-        s++;
-    }
-    vek_s32 k = (vek_s32)std::strlen(s);
-    while (k > 0 && blank(s[k - 1])) {
-        k--;
-    }
-    *n = k;
-    return s;
 }
 
 } // namespace
@@ -464,8 +447,8 @@ VEK_API const char* lang_get(const LangCat* c, const char* sect, const char* key
     }
     vek_s32 sn;
     vek_s32 kn;
-    const char* s = trim(sect, &sn);
-    const char* k = trim(key, &kn);
+    const char* s = vek::ini_trim(sect, &sn);
+    const char* k = vek::ini_trim(key, &kn);
     char small[256];
     char* name = sn + kn + 2 <= (vek_s32)sizeof small ? small : (char*)vek_malloc__((size_t)(sn + kn + 2));
     if (!name) {

@@ -376,6 +376,16 @@ class Parser {
     vek_s32 short_of(const char* p) {
         return fail(p < d_->buf + d_->end ? VEK_ERR_XML_SYNTAX : VEK_ERR_XML_UNCLOSED, p);
     }
+    // A line end at p, c being its first byte (read before the decoded
+    // text may have been written over it): LF, CR LF or a lone CR. The
+    // position after it, the line counted.
+    char* line_end(char* p, const char* lim, char c) {
+        if (c == '\r' && p + 1 < lim && p[1] == '\n') {
+            p++;
+        }
+        newline(++p);
+        return p;
+    }
     void mark_event(const char* p) {
         d_->evLine = d_->line;
         d_->evCol = col_at(p);
@@ -429,14 +439,8 @@ char* Parser::skip_space(char* p, const char* lim) {
         char c = *p;
         if (c == ' ' || c == '\t') {
             p++;
-        } else if (c == '\n') {
-            newline(++p);
-        } else if (c == '\r') {
-            p++;
-            if (p < lim && *p == '\n') {
-                p++;
-            }
-            newline(p);
+        } else if (c == '\n' || c == '\r') {
+            p = line_end(p, lim, (char)c);
         } else {
             break;
         }
@@ -564,19 +568,12 @@ char* Parser::plain_run(char* p, const char* lim, char** w, const char* stop, ve
         if (c >= 0x20 && c < 0x80) {
             *o++ = (char)c;
             p++;
-        } else if (c == '\n' || c == '\t') {
-            *o++ = (char)c;
+        } else if (c == '\t') {
+            *o++ = '\t';
             p++;
-            if (c == '\n') {
-                newline(p);
-            }
-        } else if (c == '\r') {
+        } else if (c == '\n' || c == '\r') {
             *o++ = '\n';
-            p++;
-            if (p < lim && *p == '\n') {
-                p++;
-            }
-            newline(p);
+            p = line_end(p, lim, (char)c);
         } else {
             vek_u32 cp;
             char* q = char_at(p, lim, &cp, code);
@@ -781,22 +778,14 @@ vek_s32 Parser::text(char* p, char* e, XmlEvt* ev) {
             break;
         }
         vek_u8 c = (vek_u8)*p;
-        if (c == '\n') {
-            p++;
-            newline(p);
+        if (c == '\n' || c == '\r') {
+            if (!w && c == '\r') {
+                w = p;  // CR LF and CR become LF: from here on the text moves
+            }
             if (w) {
                 *w++ = '\n';
             }
-        } else if (c == '\r') {
-            if (!w) {
-                w = p;
-            }
-            *w++ = '\n';
-            p++;
-            if (p < e && *p == '\n') {
-                p++;
-            }
-            newline(p);
+            p = line_end(p, e, (char)c);
         } else if (c == '&') {
             if (!w) {
                 w = p;
@@ -940,19 +929,9 @@ vek_s32 Parser::start_tag(char* p, char* lim, XmlEvt* ev) {
             if (c >= 0x20 && c < 0x80 && c != '&' && c != '<') {
                 *w++ = (char)c;
                 s++;
-            } else if (c == '\t' || c == '\n') {
-                *w++ = ' ';
-                s++;
-                if (c == '\n') {
-                    newline(s);
-                }
-            } else if (c == '\r') {
-                *w++ = ' ';
-                s++;
-                if (s < lim && *s == '\n') {
-                    s++;
-                }
-                newline(s);
+            } else if (c == '\t' || c == '\n' || c == '\r') {
+                *w++ = ' ';  // white space in a value is a space, a line end one
+                s = c == '\t' ? s + 1 : line_end(s, lim, (char)c);
             } else if (c == '&') {
                 vek_u32 cp;
                 s = reference(s, lim, &cp, &code);

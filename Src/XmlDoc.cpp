@@ -286,8 +286,15 @@ XmlDoc* fail_early(vek_s32 code, XmlErr* err) {
     return nullptr;
 }
 
-bool name_is(const XmlNode* n, const char* name, size_t len) {
-    return n->type == XML_NODE_ELEM && (!name || (std::strlen(n->name) == len && !std::memcmp(n->name, name, len)));
+// The first element from n on among its siblings named name (null: any).
+XmlNode* first_elem(XmlNode* n, const char* name) {
+    size_t len = name ? std::strlen(name) : 0;
+    for (; n; n = n->next) {
+        if (n->type == XML_NODE_ELEM && (!name || (std::strlen(n->name) == len && !std::memcmp(n->name, name, len)))) {
+            return n;
+        }
+    }
+    return nullptr;
 }
 
 } // namespace
@@ -355,23 +362,11 @@ VEK_API XmlNode* XmlDoc_root(const XmlDoc* doc) {
 }
 
 VEK_API XmlNode* XmlNode_child(const XmlNode* node, const char* name) {
-    size_t len = name ? std::strlen(name) : 0;
-    for (XmlNode* c = node ? node->child : nullptr; c; c = c->next) {
-        if (name_is(c, name, len)) {
-            return c;
-        }
-    }
-    return nullptr;
+    return first_elem(node ? node->child : nullptr, name);
 }
 
 VEK_API XmlNode* XmlNode_next(const XmlNode* node, const char* name) {
-    size_t len = name ? std::strlen(name) : 0;
-    for (XmlNode* c = node ? node->next : nullptr; c; c = c->next) {
-        if (name_is(c, name, len)) {
-            return c;
-        }
-    }
-    return nullptr;
+    return first_elem(node ? node->next : nullptr, name);
 }
 
 VEK_API XmlNode* XmlNode_find(const XmlNode* node, const char* path) {
@@ -386,7 +381,7 @@ VEK_API XmlNode* XmlNode_find(const XmlNode* node, const char* path) {
         while (c && !(c->type == XML_NODE_ELEM && std::strlen(c->name) == len && !std::memcmp(c->name, path, len))) {
             c = c->next;
         }
-        n = c;
+        n = c;  // a step's name is a piece of the path, not terminated
         path += len + (slash ? 1 : 0);
     }
     return (XmlNode*)n;
