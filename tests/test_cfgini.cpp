@@ -81,6 +81,12 @@ TEST_F(Cfg, ReadsTypedValuesAndDefaults) {
     EXPECT_TRUE(CfgIni_getBool(s.cfg, "Log", "Debug"));
     EXPECT_FALSE(CfgIni_getBool(s.cfg, "Log", "Trace"));  // "maybe": the default
     EXPECT_EQ((std::vector<std::string>{"a", "b,\"c", "", "d"}), s.list("Log", "Sinks"));
+    VekStr store;
+    VekStr_new(&store);
+    const char* one[1];
+    EXPECT_EQ(4, CfgIni_getList(s.cfg, "Log", "Sinks", &store, one, 1));  // the count, not the room
+    EXPECT_STREQ("a", one[0]);
+    VekStr_delete(&store);
     EXPECT_EQ(CFGINI_FROM_FILE, CfgIni_source(s.cfg, "Net", "Port"));
     EXPECT_EQ(CFGINI_INVALID, CfgIni_source(s.cfg, "Log", "Trace"));
     EXPECT_EQ(VEK_ERR_NOT_FOUND, CfgIni_source(s.cfg, "Net", "Nothing"));

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 #include <vector>
+#include "ChunkStrm.h"
 #include "VekTest.h"
 #ifdef HAVE_EXPAT
 #include <expat.h>
@@ -353,10 +354,9 @@ TEST_F(Xml, LongTokensFedByteByByte) {
 TEST_F(Xml, StreamAndTree) {
     const char* text = "<dev id='7'><name>modem</name><port>COM3</port><port>COM4</port>"
                        "<note>a<b/>b<![CDATA[c]]></note></dev>";
-    IStrm* s = StrStrm_xcreate__(nullptr, text, (vek_s32)std::strlen(text), __FILE__, __LINE__);
+    ChunkStrm strm(text, 3);  // reads come three bytes at a time
     XmlErr err{1, 1, 1};
-    XmlDoc* doc = XmlDoc_parseStrm(s, nullptr, &err);
-    IStrm_release(s);
+    XmlDoc* doc = XmlDoc_parseStrm(strm.itf(), nullptr, &err);
     ASSERT_NE(nullptr, doc);
     EXPECT_EQ(0, err.code);
     XmlNode* root = XmlDoc_root(doc);
@@ -385,6 +385,13 @@ TEST_F(Xml, StreamAndTree) {
     XmlDoc_delete(doc);
     EXPECT_EQ(nullptr, XmlDoc_parseFile((dir + "/none.xml").c_str(), nullptr, &err));
     EXPECT_EQ(VEK_ERR_FILE_OPEN, err.code);
+    // A stream or fed bytes, not both; nothing after the end.
+    XmlDec* d = XmlDec_new(nullptr);
+    EXPECT_EQ(0, XmlDec_feed(d, "<a/>", 4));
+    EXPECT_EQ(VEK_ERR_BAD_ARG, XmlDec_setStrm(d, strm.itf()));
+    XmlDec_end(d);
+    EXPECT_EQ(VEK_ERR_BAD_ARG, XmlDec_feed(d, "x", 1));
+    XmlDec_delete(d);
     vektest::remove_tree(dir);
 }
 
