@@ -370,11 +370,11 @@ class Parser {
         d_->evCol = col_at(at);
         return code;
     }
-    // A token ran into its limit at p: where the input ends it was cut,
-    // elsewhere (before the "<" that ends a text, at a tag's ">") it is
-    // malformed.
+    // A token ran into its limit at p: a token the input cut short is
+    // unclosed; a complete one (up to the "<" after a text, the ">" of a
+    // tag) is malformed, however much input stands behind it.
     vek_s32 short_of(const char* p) {
-        return fail(p < d_->buf + d_->end ? VEK_ERR_XML_SYNTAX : VEK_ERR_XML_UNCLOSED, p);
+        return fail(cut_ ? VEK_ERR_XML_UNCLOSED : VEK_ERR_XML_SYNTAX, p);
     }
     // A line end at p, c being its first byte (read before the decoded
     // text may have been written over it): LF, CR LF or a lone CR. The
@@ -418,6 +418,7 @@ class Parser {
     vek_s32 push(const char* name, vek_s32 len);
 
     XmlDec* d_;
+    bool cut_ = false;  // the token being parsed ends where the input ended
 };
 
 void fill(XmlEvt* ev, vek_s32 type, vek_s32 depth, const char* name, vek_s32 nameLen, const char* text,
@@ -1410,6 +1411,7 @@ vek_s32 Parser::step(XmlEvt* ev) {
             return outside_text(p, lt);
         }
         if (lt == e) {
+            cut_ = true;
             vek_s32 code = text(p, e, ev);  // for the errors inside it
             return code < 0 ? code : fail(VEK_ERR_XML_UNCLOSED, e);
         }
@@ -1460,6 +1462,7 @@ vek_s32 Parser::step(XmlEvt* ev) {
     if (tokEnd < 0 && !d_->final) {
         return 0;
     }
+    cut_ = tokEnd < 0;
     switch (kind) {
     case 'e':
         return end_tag(p, lim, ev);
