@@ -31,7 +31,7 @@
  * Errors are final: once XmlDec_next returns a negative code it returns
  * the same code again, and XmlDec_pos tells the line and column (from 1;
  * columns count characters) where the document went wrong. Codes:
- * VEK_ERR_XML_* (-820..-833, VekType.h), VEK_ERR_FULL (-201) when memory
+ * VEK_ERR_XML_* (-830..-843, VekType.h), VEK_ERR_FULL (-201) when memory
  * ran out, or a stream's read error.
  *
  * Ownership and threads: a decoder and a document belong to the caller and
