@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds BaseLib on every leg and runs every test there (the test suites,
-# the fuzz targets' replay and the examples):
+# the fuzz targets' replay and the examples; on the clang leg also a few
+# seconds of every fuzz target under libFuzzer with ASan and UBSan):
 #   linux-x64, linux-x86 (g++ -m32), windows-x64 (mingw-w64, under wine64),
 #   linux-asan (ASan + UBSan), linux-tsan (ThreadSanitizer),
 #   linux-clang (clang), linux-x64-static (the static library);
@@ -40,6 +41,10 @@ for leg in $legs; do
     wine_dir=""
   else
     "build/$leg/bin/vektool" info >/dev/null
+  fi
+  if [ "$leg" = linux-clang ]; then
+    echo "=== $leg: libFuzzer run of every fuzz target"
+    bash scripts/fuzz.sh --smoke all 5
   fi
   echo "=== $leg: passed in $((SECONDS - start)) s"
 done
