@@ -98,4 +98,16 @@ typedef void* vek_handle;
 #define VEK_ERR_INI_LINE_LONG   (-251) /* an INI line is longer than 1024 bytes */
 #define VEK_ERR_NEG_TIME_DIFF   (-602) /* negative time difference */
 
+VEK_BEGIN_DECLS
+
+/* A short English text for a result code, for a program's messages (for
+ * example "timed out" for -12): "success" for 0 and any positive count,
+ * "unknown error" for a code the library does not define. -51 has two
+ * meanings and its text names both by family (containers and waits). The
+ * text is static: never freed, valid for the life of the process; any
+ * thread may call this. */
+VEK_API const char* vek_err_text(vek_s32 code);
+
+VEK_END_DECLS
+
 #endif /* VEK_TYPE_H */

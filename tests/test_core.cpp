@@ -263,6 +263,28 @@ TEST_F(Utilities, OsLayerEdges) {
     EXPECT_STREQ("ab", a);
 }
 
+// Every code of the library reads as its own short text; -51 names both
+// of its families; codes nobody defines read as unknown.
+TEST_F(Utilities, ErrorTexts) {
+    const vek_s32 codes[] = {-1, -5, -9, -12, -23, -25, -36, -51, -64, -81, -94, -95,
+                             -103, -111, -112, -125, -201, -202, -251, -602};
+    const std::string unknown = vek_err_text(-7);
+    std::set<std::string> seen;
+    for (vek_s32 c : codes) {
+        std::string t = vek_err_text(c);
+        EXPECT_TRUE(!t.empty() && t != unknown && seen.insert(t).second) << c << ": " << t;
+    }
+    EXPECT_EQ("timed out", std::string(vek_err_text(VEK_ERR_TIMEOUT)));
+    EXPECT_EQ("not found", std::string(vek_err_text(VEK_ERR_NOT_FOUND)));
+    std::string both = vek_err_text(-51);
+    EXPECT_TRUE(both.find("no free slot") != std::string::npos && both.find("wait failed") != std::string::npos)
+        << both;
+    EXPECT_EQ("success", std::string(vek_err_text(0)));
+    EXPECT_EQ("success", std::string(vek_err_text(3)));
+    EXPECT_EQ(unknown, std::string(vek_err_text(-100000)));
+    EXPECT_NE(std::string::npos, unknown.find("unknown"));
+}
+
 TEST_F(Utilities, EnvironmentRecord) {
     VekEnvInfo e;
     ASSERT_EQ(0, vek_env_info(&e));
