@@ -54,8 +54,11 @@ VEK_API vek_s32 AlFile_flush(AlFile* file);  /* 0 or a negative error */
  * reads (kind 1) fail once `bytes` more bytes have passed, as a full disc or
  * a failing device would: the call that crosses the point moves only the
  * bytes before it, that one and every later call of the kind return -28
- * (writes) or -5 (reads). A negative `bytes` disarms the kind. Returns 1
- * when the failure armed by the previous call of the kind has happened. */
+ * (writes) or -5 (reads). Kind 2 counts the syncs to the disk of a safe
+ * write (the new content, then its folder), `bytes` of them succeeding
+ * before every later one returns -5. A negative `bytes` disarms the kind.
+ * Returns 1 when the failure armed by the previous call of the kind has
+ * happened. */
 VEK_API vek_s32 vek_file_fail_at__(vek_s32 kind, vek_s64 bytes);
 
 /* ---- memory, threads, clock ---- */

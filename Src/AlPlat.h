@@ -35,8 +35,14 @@ vek_s32 file_sync(std::FILE* f);
  * Returns the length written to out, 0 when it does not fit. */
 vek_s32 file_resolve(const char* path, char* out, vek_s32 cap);
 /* Replaces target by from in one step (the old target stays intact when
- * this fails); 0 or a negative error. */
+ * this fails); 0 or a negative error. Windows writes the move through to
+ * the disk. */
 vek_s32 file_replace(const char* from, const char* target);
+/* After a replacement: makes the entry of path in its folder durable, so
+ * that a power loss cannot undo the rename. POSIX syncs the folder (a file
+ * system that cannot sync a folder counts as done); Windows has nothing
+ * left to do after its written-through move. 0 or a negative error. */
+vek_s32 folder_sync(const char* path);
 /* Gives to the permissions and the owner of from, where the platform has
  * such; 0, or a negative error when either cannot be given (a file owned by
  * another user, which this process may not give away). */
