@@ -88,14 +88,47 @@ struct Waiter {
     bool abandoned;  // that object was an abandoned mutex
 };
 
-/* One mapping of a named mutex per process, shared by its handles. */
+/* One mapping of a named mutex per process, shared by its handles. The
+ * thread of this process that owns the mutex, and how often it entered,
+ * are the library's own record (the C library's mutex is opaque): written
+ * only by the owner while it holds the mutex, read atomically by whoever
+ * closes the last handle. */
 struct Mapping {
     Mapping* next;
     pthread_mutex_t* mtx;  // in the shared memory
     int fd;
     vek_s32 refs;
+    vek_u32 owner;         // owning thread of this process, 0 when none
+    vek_s32 depth;         // its recursion count
     char name[NAME_MAX];
 };
+
+/* The calling thread tid has just locked m's mutex; recovered: from an
+ * owner that died, whose entries do not count. */
+void named_taken(Mapping* m, vek_u32 tid, bool recovered) {
+    vek_u32 was = __atomic_load_n(&m->owner, __ATOMIC_RELAXED);
+    m->depth = !recovered && was == tid ? m->depth + 1 : 1;
+    __atomic_store_n(&m->owner, tid, __ATOMIC_RELEASE);
+}
+
+/* Unlocks m's mutex for the calling thread tid, the record first, while
+ * the mutex still keeps other threads out. */
+int named_unlock(Mapping* m, vek_u32 tid) {
+    if (__atomic_load_n(&m->owner, __ATOMIC_RELAXED) != tid) {
+        return pthread_mutex_unlock(m->mtx);  // not ours: the C library refuses it
+    }
+    vek_s32 depth = m->depth;
+    m->depth = depth - 1;
+    if (depth == 1) {
+        __atomic_store_n(&m->owner, 0u, __ATOMIC_RELEASE);
+    }
+    int e = pthread_mutex_unlock(m->mtx);
+    if (e != 0) {
+        m->depth = depth;
+        __atomic_store_n(&m->owner, tid, __ATOMIC_RELEASE);
+    }
+    return e;
+}
 
 struct Obj {
     vek_u32 tag;
@@ -271,9 +304,11 @@ int acquire_now(Obj* o, Waiter* w) {
         int e = pthread_mutex_trylock(o->map->mtx);
         if (e == EOWNERDEAD) {
             pthread_mutex_consistent(o->map->mtx);
-            return 2;
         }
-        return e == 0 ? 1 : 0;
+        if (e == 0 || e == EOWNERDEAD) {
+            named_taken(o->map, w->tid, e == EOWNERDEAD);
+        }
+        return e == EOWNERDEAD ? 2 : e == 0 ? 1 : 0;
     }
     default:
         return 0;
@@ -414,6 +449,8 @@ Mapping* map_named(const char* shmName, bool* fresh) {
         m->mtx = (pthread_mutex_t*)mem;
         m->fd = fd;
         m->refs = 1;
+        m->owner = 0;
+        m->depth = 0;
         std::snprintf(m->name, sizeof m->name, "%s", shmName);
         return m;
     }
@@ -460,7 +497,7 @@ void unmap_named(Mapping* m) {
         }
     }
     close(m->fd);
-    vek_u32 owner = (vek_u32)m->mtx->__data.__owner;
+    vek_u32 owner = __atomic_load_n(&m->owner, __ATOMIC_ACQUIRE);
     if (owner == 0 || !thread_alive(owner)) {
         munmap(m->mtx, sizeof(pthread_mutex_t));
     }
@@ -590,8 +627,8 @@ vek_handle mutex_create(const vek_wchar* name, vek_s32 initialOwner) {
         errno = e;
         return nullptr;
     }
-    if (fresh && initialOwner) {
-        pthread_mutex_lock(o->map->mtx);
+    if (fresh && initialOwner && pthread_mutex_lock(o->map->mtx) == 0) {
+        named_taken(o->map, al_thrd_id(), false);
     }
     return o;
 }
@@ -603,7 +640,7 @@ vek_s32 mutex_release(vek_handle mutex) {
     if (!o || (o->tag != kTagMutex && o->tag != kTagNamed)) {
         err = EINVAL;
     } else if (o->tag == kTagNamed) {
-        err = pthread_mutex_unlock(o->map->mtx);
+        err = named_unlock(o->map, al_thrd_id());
         if (!err) {
             hand_over(o);
         }

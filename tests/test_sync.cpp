@@ -330,6 +330,44 @@ TEST_F(Sync, NamedLocksExistWhileAHandleIsOpen) {
     EXPECT_ASSERT("!wcs_noo(mutexName)", win_mutex_exist__(empty));
 }
 
+// The owner of a named lock and its recursion are kept per process: an
+// inner release leaves it owned, a thread that ends holding it abandons it,
+// and a thread may close the last handle while it holds the lock.
+TEST_F(Sync, ANamedLockKeepsItsOwnerAcrossReleasesAndHandles) {
+    std::string name = unique_name("owner");
+    vek_handle a = vek_lock_create__(name.c_str(), 1);
+    ASSERT_NE(nullptr, a);
+    EXPECT_EQ(0, vek_lock_lock__(a, 0, 0));
+    vek_lock_unlock(a);
+    auto busy = [&] {
+        vek_handle c = vek_lock_create__(name.c_str(), 0);
+        EXPECT_EQ(VEK_ERR_TIMEOUT, vek_lock_trylock__(c, 0));
+        vek_lock_close(c);
+    };
+    on_thread(busy);
+    vek_lock_unlock(a);
+    EXPECT_ASSERT("0", vek_lock_unlock(a));  // not held any more
+    on_thread([&] { EXPECT_EQ(0, vek_lock_trylock__(a, 0)); });
+    TraceCapture trc;
+    EXPECT_EQ(0, vek_lock_trylock__(a, 0));
+    EXPECT_TRUE(trc.contains("ABANDONED"));
+    on_thread(busy);
+    vek_lock_unlock(a);
+    on_thread([&] {
+        vek_handle c = vek_lock_create__(name.c_str(), 0);
+        EXPECT_EQ(0, vek_lock_lock__(c, 0, 0));
+        vek_lock_close(a);
+        vek_lock_close(c);  // the last handle, still held
+    });
+    EXPECT_EQ(0, win_mutex_exist__(wp(wide(name))));
+    trc.records.clear();
+    vek_handle again = vek_lock_create__(name.c_str(), 0);
+    EXPECT_EQ(0, vek_lock_trylock__(again, 0));
+    EXPECT_FALSE(trc.contains("ABANDONED"));
+    vek_lock_unlock(again);
+    vek_lock_close(again);
+}
+
 TEST_F(Sync, ANamedLockHeldByADeadProcessIsAbandoned) {
     std::string name = unique_name("abandon");
     vek_handle m = vek_lock_create__(name.c_str(), 0);
