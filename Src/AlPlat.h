@@ -4,6 +4,32 @@
  * win/ and posix/ implement every function declared here, file for file;
  * the portable layer (Src/) reaches the operating system only through these
  * functions and the public Al* layer. Nothing here is exported.
+ *
+ * The platform layer is the bottom of the library. It calls up into the
+ * portable layer only for what is listed below: the entry points it exists
+ * to call, and leaf services that never call back into the platform
+ * function calling them. The trace, the assertion facility, the formatter,
+ * strings and streams are not on the list: where the platform has a text
+ * to report it hands it to a sink its caller passes down (sym_init), and
+ * it formats with the C library. scripts/check-layers.sh holds the object
+ * files of posix/ and win/ to the list.
+ *
+ * Calls up:
+ *   vek::load_attach vek::load_detach  load and unload (BaseMain)
+ *   vek::thrd_start                    the body of every thread it starts
+ *   al_malloc al_free                  the plain allocation of its own records
+ *   vek_malloc__ vek_free__            the POSIX waitable objects, which stand
+ *                                      in for kernel handles: a handle never
+ *                                      closed shows in the leak report
+ *   utf8_buf_to_wcs_str wcs_buf_to_utf8_str  UTF-8 / UTF-16 of buffers
+ *   win_kobj_fmtw                      the normalised kernel-object name
+ *   plat::lang_name_by_id plat::lang_name_by_tag  this contract's portable
+ *                                      table (LangName.cpp)
+ *   VekStr_UserSize VekStr_UserMarshal VekStr_UserUnmarshal VekStr_UserFree
+ *   PIStrm_UserSize PIStrm_UserMarshal PIStrm_UserUnmarshal PIStrm_UserFree
+ *   MIDL_user_allocate MIDL_user_free  named in the generic event's type
+ *                                      description (win/RpcEvt), which the
+ *                                      RPC runtime calls
  */
 #ifndef VEK_ALPLAT_H
 #define VEK_ALPLAT_H
@@ -84,8 +110,11 @@ void debug_break(void);
 /* Return addresses of the calling thread's stack, skip frames above the
  * caller left out; returns how many were stored. */
 vek_s32 call_stack(void** addrs, vek_s32 cap, vek_s32 skip);
-/* Symbol support, counted: 1 when symbols can be resolved. */
-vek_s32 sym_init(void);
+/* Symbol support, counted: 1 when symbols can be resolved. Windows loads
+ * the debug-help library from baseFolder first; the texts of that loading
+ * go to note, on the calling thread. */
+using SymNote = void (*)(const char* text);
+vek_s32 sym_init(const char* baseFolder, SymNote note);
 void sym_exit(void);
 /* Resolves one address: function name (empty when unknown), source file and
  * line (empty / 0 when unknown). Returns 1 when the function is known. */

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
 #include <cxxabi.h>
 #include <dlfcn.h>
 #include <elf.h>
@@ -17,8 +18,6 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 #include "AlPlat.h"
-#include "StrUtil.h"
-#include "VekTrc.h"
 
 namespace {
 
@@ -147,7 +146,7 @@ __attribute__((noinline)) vek_s32 call_stack(void** addrs, vek_s32 cap, vek_s32 
     return k;
 }
 
-vek_s32 sym_init(void) {
+vek_s32 sym_init(const char*, SymNote) {
     __atomic_add_fetch(&g_symCnt, 1, __ATOMIC_SEQ_CST);
     return 1;  // dladdr needs no preparation
 }
@@ -202,8 +201,11 @@ void env_info(VekEnvInfo* info) {
             }
             std::fclose(f);
         }
-        vek_snprintf(info->osName, sizeof info->osName, "%s %s%s%s%s", u.sysname, u.release,
-                     pretty[0] ? " (" : "", pretty, pretty[0] ? ")" : "");
+        std::string name = std::string(u.sysname) + " " + u.release;
+        if (pretty[0]) {
+            name = name + " (" + pretty + ")";
+        }
+        copy_out(info->osName, sizeof info->osName, name.c_str());
         // Like IsWow64Process: a 32-bit process on a 64-bit kernel reports 64.
         info->wordBits = std::strstr(u.machine, "64") ? 64 : 32;
         unsigned maj = 0, min = 0, patch = 0;

@@ -7,7 +7,8 @@
 #   linux-clang (clang), linux-x64-static (the static library);
 # then checks the plain builds' install (shared and static: CMake package,
 # pkg-config, programs built against it, the installed vektool), the
-# exported symbols and the API reference.
+# exported symbols, the platform layer's calls up (scripts/check-layers.sh)
+# and the API reference.
 # BASELIB_LEGS narrows the legs, e.g. BASELIB_LEGS=linux-x64.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -54,6 +55,9 @@ bash scripts/check-install.sh
 for leg in $legs; do
   case "$leg" in
     linux-x64|linux-x86|windows-x64) bash scripts/check-exports.sh "build/$leg" ;;
+  esac
+  case "$leg" in
+    linux-x64|windows-x64) bash scripts/check-layers.sh "build/$leg" ;;
   esac
 done
 echo "=== API reference"
