@@ -115,6 +115,14 @@ VEK_API vek_s32 vek_file_fail_at__(vek_s32 kind, vek_s64 bytes) {
     return g_ioFired[kind].exchange(0, std::memory_order_relaxed);
 }
 
+VEK_API vek_s32 vek_os_fail_at__(vek_s32 call, vek_s32 k) {
+    if (call < 0 || call >= plat::kOsServices) {
+        return VEK_ERR_BAD_ARG;
+    }
+    plat::g_osFailLeft[call].store(k > 0 ? k : 0, std::memory_order_relaxed);
+    return plat::g_osFailFired[call].exchange(0, std::memory_order_relaxed);
+}
+
 VEK_API void* al_malloc(size_t size) {
     return injected_failure() ? nullptr : std::malloc(size ? size : 1);
 }

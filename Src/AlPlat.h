@@ -34,8 +34,10 @@
 #ifndef VEK_ALPLAT_H
 #define VEK_ALPLAT_H
 
+#include <atomic>
 #include <cstdio>
 #include <ctime>
+#include "AlOs.h"
 #include "VekType.h"
 #include "VekVos.h"
 
@@ -47,6 +49,26 @@
 #endif
 
 namespace plat {
+
+/* Failures of the operating system that a test injects (vek_os_fail_at__,
+ * AlOs.h): one countdown per service (VEK_OS_*), shared by both layers and
+ * armed from the portable one. Each implementation asks os_fails(service)
+ * right where it calls the system, and on true reports the failure as the
+ * system would have (errno / the last error set, the same result). */
+constexpr vek_s32 kOsServices = 5;
+inline std::atomic<vek_s32> g_osFailLeft[kOsServices];
+inline std::atomic<vek_s32> g_osFailFired[kOsServices];
+inline bool os_fails(vek_s32 service) {
+    std::atomic<vek_s32>& left = g_osFailLeft[service];
+    if (left.load(std::memory_order_relaxed) <= 0) {
+        return false;  // disarmed: one relaxed load
+    }
+    if (left.fetch_sub(1, std::memory_order_relaxed) != 1) {
+        return false;
+    }
+    g_osFailFired[service].store(1, std::memory_order_relaxed);
+    return true;
+}
 
 /* Files for AlFile: open with a UTF-8 path and a C mode text, 64-bit seek
  * and tell (0 / the position, or a negative error), the length. */

@@ -83,6 +83,10 @@ vek_s32 folder_sync(const char* path) {
 vek_s32 file_copy_mode(const char* from, const char* to) {
     struct stat st;
     struct stat now;
+    if (os_fails(VEK_OS_OWNER)) {
+        errno = EPERM;
+        return os_error();
+    }
     if (stat(from, &st) != 0 || stat(to, &now) != 0) {
         return os_error();
     }

@@ -234,7 +234,9 @@ void local_time(LocalTime* out) {
     struct timespec ts;
     clock_gettime(CLOCK_REALTIME, &ts);
     struct tm tm;
-    localtime_r(&ts.tv_sec, &tm);
+    if (!local_tm(ts.tv_sec, &tm)) {
+        gmtime_r(&ts.tv_sec, &tm);  // a time stamp in UTC beats none
+    }
     out->year = tm.tm_year + 1900;
     out->month = tm.tm_mon + 1;
     out->day = tm.tm_mday;

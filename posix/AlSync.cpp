@@ -53,6 +53,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 #include "AlOs.h"
+#include "AlPlat.h"
 #include "AlSync.h"
 #include "MemUtil.h"
 #include "VekUni.h"
@@ -412,13 +413,15 @@ bool init_shared_mutex(pthread_mutex_t* m) {
  * process held it before. Under g_mapLk. */
 Mapping* map_named(const char* shmName, bool* fresh) {
     for (;;) {
-        int fd = shm_open(shmName, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        int fd = plat::os_fails(VEK_OS_SHM) ? (errno = EMFILE, -1)
+                                            : shm_open(shmName, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
         if (fd < 0) {
             return nullptr;
         }
         fchmod(fd, 0666);  // other users' processes may open it too
         struct stat st;
-        if (!ofd_lock(fd, F_WRLCK, kInitByte, true) || fstat(fd, &st) != 0) {
+        if (plat::os_fails(VEK_OS_SHM) ? (errno = ENOLCK, true)
+                                       : !ofd_lock(fd, F_WRLCK, kInitByte, true) || fstat(fd, &st) != 0) {
             int e = errno;
             close(fd);
             errno = e;
@@ -430,8 +433,10 @@ Mapping* map_named(const char* shmName, bool* fresh) {
         }
         *fresh = ofd_lock(fd, F_WRLCK, kRefByte, false);
         void* mem = MAP_FAILED;
-        if (*fresh ? ftruncate(fd, sizeof(pthread_mutex_t)) == 0
-                   : st.st_size >= (off_t)sizeof(pthread_mutex_t)) {
+        if (plat::os_fails(VEK_OS_SHM)) {
+            errno = ENOSPC;
+        } else if (*fresh ? ftruncate(fd, sizeof(pthread_mutex_t)) == 0
+                          : st.st_size >= (off_t)sizeof(pthread_mutex_t)) {
             mem = mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         }
         Mapping* m = mem != MAP_FAILED ? (Mapping*)al_malloc(sizeof(Mapping)) : nullptr;
@@ -846,7 +851,7 @@ void* thrd_create(void* startRec, vek_u32 stackSize, vek_u32* tid) {
     r->next = g_thrds;
     g_thrds = r;
     pthread_t t;
-    int e = pthread_create(&t, &a, posix_start, r);
+    int e = plat::os_fails(VEK_OS_THREAD) ? EAGAIN : pthread_create(&t, &a, posix_start, r);
     pthread_attr_destroy(&a);
     if (e != 0) {
         g_thrds = r->next;

@@ -194,7 +194,45 @@ TEST_F(Assertions, NestedAssertionFallsBackToTheBareForm) {
     expect_assert("outer");
 }
 
+#ifndef _WIN32
+// Without a hook the environment answers the fault dialog, and without
+// either the platform's box (none on POSIX: Ignore). Retry with no debugger
+// attached just returns. The text goes to standard error either way.
+TEST_F(Assertions, WithoutAHookTheEnvironmentThenIgnoreAnswers) {
+    vek_fault_hook prev = al_set_fault_hook(nullptr);
+    const char* before = std::getenv("VEK_FAULT_ACTION");
+    std::string saved = before ? before : "";
+    ::testing::internal::CaptureStderr();
+    set_env("VEK_FAULT_ACTION", "retry");
+    EXPECT_EQ(VEK_FAULT_RETRY, al_fault_proc("first %d", 1));
+    unsetenv("VEK_FAULT_ACTION");
+    EXPECT_EQ(VEK_FAULT_IGNORE, al_fault_proc("second %d", 2));
+    std::string err = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, err.find("first 1"));
+    EXPECT_NE(std::string::npos, err.find("second 2"));
+    if (before) {
+        set_env("VEK_FAULT_ACTION", saved.c_str());
+    }
+    al_set_fault_hook(prev);
+}
+
+#endif
+
 using Utilities = VekTest;
+
+#ifndef _WIN32
+// The system debug channel is silent unless VEK_DEBUG_OUTPUT asks for it.
+TEST_F(Utilities, DebugOutputOnlyWhenAskedFor) {
+    ::testing::internal::CaptureStderr();
+    sys_printf("quiet %d\n", 1);
+    set_env("VEK_DEBUG_OUTPUT", "1");
+    sys_printf("heard %d\n", 2);
+    unsetenv("VEK_DEBUG_OUTPUT");
+    std::string err = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::string::npos, err.find("quiet 1"));
+    EXPECT_NE(std::string::npos, err.find("heard 2"));
+}
+#endif
 
 TEST_F(Utilities, RandomSequenceIsTheClassicRule) {
     vek_srand(1);

@@ -95,6 +95,10 @@ vek_s32 folder_sync(const char*) {
 
 vek_s32 file_copy_mode(const char* from, const char* to) {
     // The read-only attribute is the permission a replacement must keep.
+    if (os_fails(VEK_OS_OWNER)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return win_error();
+    }
     wchar_t wfrom[MAX_PATH * 4];
     wchar_t wto[MAX_PATH * 4];
     win::to_wide(from, wfrom, MAX_PATH * 4);
