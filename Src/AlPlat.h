@@ -70,6 +70,21 @@ inline bool os_fails(vek_s32 service) {
     return true;
 }
 
+/* Copies the text s (null: empty) into buf of cap bytes, cut to fit and
+ * always terminated; returns the bytes copied. For both layers' answers. */
+inline vek_s32 copy_out(char* buf, vek_s32 cap, const char* s) {
+    if (!buf || cap < 1) {
+        return 0;
+    }
+    vek_s32 n = 0;
+    while (s && s[n] && n < cap - 1) {
+        buf[n] = s[n];
+        n++;
+    }
+    buf[n] = 0;
+    return n;
+}
+
 /* Files for AlFile: open with a UTF-8 path and a C mode text, 64-bit seek
  * and tell (0 / the position, or a negative error), the length. */
 std::FILE* file_open(const char* path, const char* mode);

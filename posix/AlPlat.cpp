@@ -21,19 +21,6 @@
 
 namespace {
 
-vek_s32 copy_out(char* buf, vek_s32 cap, const char* s) {
-    if (!buf || cap < 1) {
-        return 0;
-    }
-    vek_s32 n = 0;
-    while (s && s[n] && n < cap - 1) {
-        buf[n] = s[n];
-        n++;
-    }
-    buf[n] = 0;
-    return n;
-}
-
 bool env_on(const char* name) {
     const char* v = std::getenv(name);
     return v && *v && std::strcmp(v, "0") != 0;

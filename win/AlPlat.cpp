@@ -123,19 +123,6 @@ bool dbg_load(const char* base, plat::SymNote note) {
     return true;
 }
 
-vek_s32 copy_out(char* buf, vek_s32 cap, const char* s) {
-    if (!buf || cap < 1) {
-        return 0;
-    }
-    vek_s32 n = 0;
-    while (s && s[n] && n < cap - 1) {
-        buf[n] = s[n];
-        n++;
-    }
-    buf[n] = 0;
-    return n;
-}
-
 } // namespace
 
 namespace plat {
