@@ -116,7 +116,7 @@ void named_taken(Mapping* m, vek_u32 tid, bool recovered) {
  * the mutex still keeps other threads out. */
 int named_unlock(Mapping* m, vek_u32 tid) {
     if (__atomic_load_n(&m->owner, __ATOMIC_RELAXED) != tid) {
-        return pthread_mutex_unlock(m->mtx);  // not ours: the C library refuses it
+        return EPERM;  // not held by this thread
     }
     vek_s32 depth = m->depth;
     m->depth = depth - 1;
