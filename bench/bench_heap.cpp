@@ -1,10 +1,15 @@
 /*
  * A tracked allocate/free pair against malloc/free, for 32 B and 1 KiB
  * blocks, while 100,000 other blocks are live (so a free that walked the
- * live list would show), at leak-check level 0 and 1.
+ * live list would show): on one thread, at leak-check level 0 and 1; on 2
+ * and 8 threads at once (per-pair time over all threads: on a machine with
+ * fewer cores the 8 threads take turns, and the time must not collapse);
+ * and blocks freed by another thread than the one that allocated them.
  */
 #include <benchmark/benchmark.h>
+#include <atomic>
 #include <cstdlib>
+#include <thread>
 #include <vector>
 #include "BaseLib.h"
 
@@ -12,20 +17,39 @@ namespace {
 
 constexpr int kLive = 100000;
 
-void BM_malloc_free(benchmark::State& state) {
+void* sys_alloc(size_t n) {
+    return std::malloc(n);
+}
+void sys_free(void* p) {
+    std::free(p);
+}
+
+// The pair loop over one allocator, with this thread's share of the live
+// blocks held around it.
+template <void* (*Alloc)(size_t), void (*Free)(void*)>
+void pair_loop(benchmark::State& state) {
     size_t size = (size_t)state.range(0);
-    std::vector<void*> live(kLive);
+    std::vector<void*> live((size_t)(kLive / state.threads()));
     for (auto& p : live) {
-        p = std::malloc(64);
+        p = Alloc(64);
     }
     for (auto _ : state) {
-        void* p = std::malloc(size);
+        void* p = Alloc(size);
         benchmark::DoNotOptimize(p);
-        std::free(p);
+        Free(p);
     }
     for (void* p : live) {
-        std::free(p);
+        Free(p);
     }
+}
+
+void BM_malloc_free(benchmark::State& state) {
+    pair_loop<sys_alloc, sys_free>(state);
+}
+
+// The exported entry points over the process monitor.
+void BM_vek_malloc_free(benchmark::State& state) {
+    pair_loop<vek_malloc__, vek_free__>(state);
 }
 
 // A monitor of its own, so the leak-check level can be chosen per run.
@@ -48,50 +72,65 @@ void BM_heapmon_pair(benchmark::State& state) {
     m->vtbl->release(m);
 }
 
-// The exported entry points over the process monitor.
-void BM_vek_malloc_free(benchmark::State& state) {
+// Producer and consumer: thread 0 allocates and hands each block over a
+// single-producer ring to thread 1, which frees it. Both run the same
+// number of iterations, so the ring is empty at the end of every run.
+struct Ring {
+    static constexpr size_t kCap = 1024;
+    alignas(64) std::atomic<size_t> head{0};  // next slot to fill
+    alignas(64) std::atomic<size_t> tail{0};  // next slot to take
+    alignas(64) void* slot[kCap];
+};
+Ring g_ring;
+
+void wait_turn(unsigned& spins) {
+    if (++spins > 64) {
+        std::this_thread::yield();
+    }
+}
+
+template <void* (*Alloc)(size_t), void (*Free)(void*)>
+void handoff_loop(benchmark::State& state) {
     size_t size = (size_t)state.range(0);
-    std::vector<void*> live(kLive);
-    for (auto& p : live) {
-        p = vek_malloc__(64);
+    Ring& r = g_ring;
+    if (state.thread_index() == 0) {
+        for (auto _ : state) {
+            void* p = Alloc(size);
+            *(volatile char*)p = 1;
+            size_t h = r.head.load(std::memory_order_relaxed);
+            for (unsigned spins = 0; h - r.tail.load(std::memory_order_acquire) == Ring::kCap;) {
+                wait_turn(spins);
+            }
+            r.slot[h % Ring::kCap] = p;
+            r.head.store(h + 1, std::memory_order_release);
+        }
+    } else {
+        for (auto _ : state) {
+            size_t t = r.tail.load(std::memory_order_relaxed);
+            for (unsigned spins = 0; r.head.load(std::memory_order_acquire) == t;) {
+                wait_turn(spins);
+            }
+            void* p = r.slot[t % Ring::kCap];
+            r.tail.store(t + 1, std::memory_order_release);
+            Free(p);
+        }
     }
-    for (auto _ : state) {
-        void* p = vek_malloc__(size);
-        benchmark::DoNotOptimize(p);
-        vek_free__(p);
-    }
-    for (void* p : live) {
-        vek_free__(p);
-    }
+}
+
+void BM_malloc_handoff(benchmark::State& state) {
+    handoff_loop<sys_alloc, sys_free>(state);
+}
+
+void BM_vek_handoff(benchmark::State& state) {
+    handoff_loop<vek_malloc__, vek_free__>(state);
 }
 
 } // namespace
 
 BENCHMARK(BM_malloc_free)->Arg(32)->Arg(1024);
-BENCHMARK(BM_heapmon_pair)->Args({32, 0})->Args({1024, 0})->Args({32, 1})->Args({1024, 1});
 BENCHMARK(BM_vek_malloc_free)->Arg(32)->Arg(1024);
-
-namespace {
-
-// Two threads allocating and freeing at once through the process monitor
-// (Google Benchmark runs the body on each thread), against malloc/free.
-void BM_malloc_free_2thr(benchmark::State& state) {
-    for (auto _ : state) {
-        void* p = std::malloc(64);
-        benchmark::DoNotOptimize(p);
-        std::free(p);
-    }
-}
-
-void BM_vek_malloc_free_2thr(benchmark::State& state) {
-    for (auto _ : state) {
-        void* p = vek_malloc__(64);
-        benchmark::DoNotOptimize(p);
-        vek_free__(p);
-    }
-}
-
-} // namespace
-
-BENCHMARK(BM_malloc_free_2thr)->Threads(2)->UseRealTime();
-BENCHMARK(BM_vek_malloc_free_2thr)->Threads(2)->UseRealTime();
+BENCHMARK(BM_heapmon_pair)->Args({32, 0})->Args({1024, 0})->Args({32, 1})->Args({1024, 1});
+BENCHMARK(BM_malloc_free)->Arg(32)->Arg(1024)->Threads(2)->Threads(8)->UseRealTime();
+BENCHMARK(BM_vek_malloc_free)->Arg(32)->Arg(1024)->Threads(2)->Threads(8)->UseRealTime();
+BENCHMARK(BM_malloc_handoff)->Arg(32)->Arg(1024)->Threads(2)->UseRealTime();
+BENCHMARK(BM_vek_handoff)->Arg(32)->Arg(1024)->Threads(2)->UseRealTime();
