@@ -82,7 +82,7 @@ constexpr size_t kMaxReq = 0x7FFFFF00u;  // the header's size fields are 32-bit
 constexpr size_t kLine = 64;
 constexpr unsigned kShardBits = 10;
 constexpr vek_u32 kMaxShards = 1u << kShardBits;  // beyond it threads share shard 0
-constexpr int kBindings = 8;          // monitors a thread owns a shard of at once
+constexpr int kBindings = 8;  // monitors a thread owns a shard of at once
 
 // Released blocks kept for reuse, by allocation size rounded up to
 // kBinStep. Only over the OS allocator (whose blocks are interchangeable),
@@ -289,13 +289,16 @@ size_t raw_size(size_t req, vek_s32 entries) {
 }
 
 // The word behind the recorded stack, at the raw size: the block's shard
-// (the monitor's tag and the shard's index) while it is live, the link of its shard's queue once another thread freed
-// it. Others may read it while the owner writes it only when a block is
-// freed twice at once, but even then it must not tear.
+// (the monitor's tag and the shard's index) while it is live, the link of
+// its shard's queue once another thread freed it. Others may read it while
+// the owner writes it only when a block is freed twice at once, but even
+// then it must not tear. A block of a monitor over a foreign allocator
+// handed to this one has no such word: the read then passes the end of its
+// allocation, like header_ok's reads, and finds no matching tag.
 uintptr_t* trailer(HeapBlk* b) {
     return (uintptr_t*)((char*)b + b->rawSize);
 }
-uintptr_t trailer_get(HeapBlk* b) {
+__attribute__((no_sanitize("address"))) uintptr_t trailer_get(HeapBlk* b) {
     return __atomic_load_n(trailer(b), __ATOMIC_RELAXED);
 }
 void trailer_set(HeapBlk* b, uintptr_t v) {
@@ -477,10 +480,7 @@ inline bool bin_push(Shard* s, HeapBlk* b) {
     if (bi >= kBinCount || s->binCnt[bi] >= kBinCaps.cap[bi]) {
         return false;
     }
-    FreeBlk* f = (FreeBlk*)b;
-    f->next = s->bin[bi];
-    s->bin[bi] = f;
-    s->binCnt[bi]++;
+    bin_put(s, b, bi);
     return true;
 }
 
@@ -550,19 +550,8 @@ void push_remote(Shard* s, HeapBlk* b) {
 // The owner's entry into a change of its shard. Without the process
 // barrier the flag and the hold count are a Dekker pair and need the full
 // fence; with it a compiler barrier is enough, the walker's barrier
-// providing the other half. Returns false when a walker holds the shard:
-// the owner then has the shard's mutex instead of the flag.
-inline bool owner_enter_fast(HeapMon* m, Shard* s);
-inline bool owner_enter(HeapMon* m, Shard* s) {
-    if (owner_enter_fast(m, s)) {
-        return true;
-    }
-    AlMutex_lock(&s->mtx);
-    return false;
-}
-
-// The same without waiting: false (and nothing held) when a walker holds
-// the shard.
+// providing the other half. False (and nothing entered) when a walker
+// holds the shard.
 inline bool owner_enter_fast(HeapMon* m, Shard* s) {
     if (m->asym) {
         s->busy.store(1, std::memory_order_relaxed);
@@ -574,6 +563,16 @@ inline bool owner_enter_fast(HeapMon* m, Shard* s) {
         return true;
     }
     s->busy.store(0, std::memory_order_release);
+    return false;
+}
+
+// The same, waiting: false when a walker held the shard and the owner now
+// has the shard's mutex instead of the flag.
+inline bool owner_enter(HeapMon* m, Shard* s) {
+    if (owner_enter_fast(m, s)) {
+        return true;
+    }
+    AlMutex_lock(&s->mtx);
     return false;
 }
 
@@ -825,8 +824,8 @@ void* hm_alloc(IHeapMon* itf, size_t size) {
     size_t raw = raw_size(size, 0);
     size_t bi = bin_of(raw);
     Shard* s = bd.shard;
-    if (!m->plain || bd.monId != m->id || bi >= kBinCount || !s->bin[bi] || vek::alloc_fail_armed() ||
-        s->remote.load(std::memory_order_relaxed)) {
+    if (!m->plain || size >= kBinStep * kBinCount || bd.monId != m->id || bi >= kBinCount ||
+        !s->bin[bi] || vek::alloc_fail_armed() || s->remote.load(std::memory_order_relaxed)) {
         return alloc_general(m, size);
     }
     if (!owner_enter_fast(m, s)) {
@@ -907,9 +906,9 @@ void free_foreign(HeapMon* m, Shard* s, HeapBlk* b) {
     }
     push_remote(s, b);
     // An owner that ended between the test above and the push may have
-    // missed the block: finish its queue here (a walker with the mutex
-    // finishes it otherwise).
-    if (s->orphan.load(std::memory_order_seq_cst) && AlMutex_trylock(&s->mtx)) {
+    // missed the block: finish its queue here.
+    if (s->orphan.load(std::memory_order_seq_cst)) {
+        AlMutex_lock(&s->mtx);
         Drained d{nullptr, nullptr};
         if (s->orphan.load(std::memory_order_relaxed)) {
             drain(s, d);

@@ -619,6 +619,10 @@ TEST_F(ProcessHeap, EntryPointsForwardToTheMonitor) {
     vek_free_func()(p);
     EXPECT_EQ((void*)vek_malloc__, (void*)vek_malloc_func());
     vek_free__(nullptr);
+    std::thread([] {  // a thread's first heap: its short path, with a kept block at hand
+        vek_free__(vek_malloc__(8));
+        EXPECT_EQ(nullptr, vek_malloc__((size_t)-1));
+    }).join();
 }
 
 TEST_F(ProcessHeap, UiHeapIsSeparate) {
