@@ -56,6 +56,7 @@
 #include <new>
 #include <thread>
 #include "AlPlat.h"
+#include "AlSync.h"
 #include "ObjModel.h"
 #include "VekCore.h"
 
@@ -147,6 +148,7 @@ struct Shard {
     // The owner's, changed on the common path; others only while holding.
     std::atomic<vek_u32> busy;  // the owner is inside a change
     std::atomic<vek_u32> held;  // walkers holding the shard (changed under mtx)
+    vek_u32 gen;                // raised when the owner lets the shard go
     HeapList pre;
     HeapList app;
     vek_s64 liveBlocks;  // may go below zero: only the sum over shards counts
@@ -238,20 +240,24 @@ HeapMon* reg_find(vek_u64 id) {
     return nullptr;
 }
 
+// A thread owns a shard while its binding's generation is the shard's:
+// once the thread has let it go (at its end) a binding left behind is
+// stale, however the thread-local variables fare.
 struct Binding {
     vek_u64 monId;   // 0: free
     Shard* shard;
     uintptr_t word;  // the shard word of the shard's blocks
+    vek_u32 gen;
 };
 VEK_TLS_FAST thread_local Binding t_bind[kBindings];
-VEK_TLS_FAST thread_local vek_u32 t_ended;  // the thread's exit hook has run
 
-void thread_ends();
-struct ExitHook {
-    vek_u32 armed = 0;
-    ~ExitHook() { thread_ends(); }
+// The bindings again, in memory of the heap's own, for the thread's end:
+// found through the platform's thread-end value, since the thread-local
+// copy may be gone by then.
+struct ThreadRec {
+    Binding bind[kBindings];
 };
-thread_local ExitHook t_exitHook;
+std::atomic<bool> g_unloading;  // the end hook only frees records then
 
 __attribute__((noinline)) Binding* find_binding(vek_u64 id) {
     for (int i = 1; i < kBindings; i++) {
@@ -265,7 +271,8 @@ __attribute__((noinline)) Binding* find_binding(vek_u64 id) {
 // The calling thread's binding to m, or null. A thread's first monitor is
 // nearly always the process heap: it is looked at first.
 inline Binding* my_binding(HeapMon* m) {
-    return t_bind[0].monId == m->id ? &t_bind[0] : find_binding(m->id);
+    Binding* b = t_bind[0].monId == m->id ? &t_bind[0] : find_binding(m->id);
+    return b && b->shard->gen == b->gen ? b : nullptr;
 }
 
 // ---- block layout ----
@@ -642,7 +649,7 @@ Shard* adopt_or_create(HeapMon* m) {
     for (vek_u32 i = 1; i < n; i++) {
         Shard* s = m->shard[i].load(std::memory_order_relaxed);
         if (s->orphan.load(std::memory_order_relaxed) && AlMutex_trylock(&s->mtx)) {
-            bool free = s->orphan.load(std::memory_order_relaxed) != 0;
+            bool free = s->orphan.load(std::memory_order_acquire) != 0;  // and the shard's gen
             if (free) {
                 s->orphan.store(0, std::memory_order_seq_cst);
             }
@@ -661,30 +668,36 @@ Shard* adopt_or_create(HeapMon* m) {
 }
 
 // The first allocation of a thread from m: binds it to a shard. A thread
-// keeps shards of kBindings monitors; a binding to a monitor that is gone
-// is reused. Null: the thread uses shard 0.
+// keeps shards of kBindings monitors; a binding to a monitor that is gone,
+// or a stale one to m, is reused. Null: the thread uses shard 0.
 __attribute__((noinline)) Binding* bind_shard(HeapMon* m) {
-    if (t_ended) {
-        return nullptr;
+    ThreadRec* rec = (ThreadRec*)plat::thread_end_get();
+    if (!rec) {
+        rec = (ThreadRec*)al_malloc(sizeof(ThreadRec));
+        if (!rec) {
+            return nullptr;
+        }
+        std::memset((void*)rec, 0, sizeof *rec);
+        if (!plat::thread_end_set(rec)) {
+            al_free(rec);
+            return nullptr;
+        }
     }
     reg_lock();
     Binding* slot = nullptr;
     for (Binding& b : t_bind) {
-        if (b.monId == 0 || !reg_find(b.monId)) {
+        if (b.monId == 0 || b.monId == m->id || !reg_find(b.monId)) {
             slot = &b;
             break;
         }
     }
     Shard* s = slot ? adopt_or_create(m) : nullptr;
     if (s) {
-        *slot = Binding{m->id, s, m->tag | s->idx};
+        *slot = Binding{m->id, s, m->tag | s->idx, s->gen};
+        rec->bind[slot - t_bind] = *slot;
     }
     reg_unlock();
-    if (!s) {
-        return nullptr;
-    }
-    t_exitHook.armed = 1;  // its destructor hands the shards over
-    return slot;
+    return s ? slot : nullptr;
 }
 
 // The owner lets its shard go: its kept blocks back to the allocator, its
@@ -692,6 +705,7 @@ __attribute__((noinline)) Binding* bind_shard(HeapMon* m) {
 // next holder if a walker has the mutex now (the owner must not wait here).
 void orphan_shard(HeapMon* m, Shard* s) {
     bins_free(m, s);
+    s->gen++;
     s->orphan.store(1, std::memory_order_seq_cst);
     if (AlMutex_trylock(&s->mtx)) {
         Drained d{nullptr, nullptr};
@@ -701,17 +715,35 @@ void orphan_shard(HeapMon* m, Shard* s) {
     }
 }
 
-void thread_ends() {
-    t_ended = 1;
-    reg_lock();
-    for (Binding& b : t_bind) {
-        if (HeapMon* m = b.monId ? reg_find(b.monId) : nullptr) {
-            orphan_shard(m, b.shard);
+// The platform's thread-end hook: the shards of the monitors still alive
+// become orphans.
+void thread_ends(void* value) {
+    ThreadRec* rec = (ThreadRec*)value;
+    if (!g_unloading.load(std::memory_order_relaxed)) {
+        reg_lock();
+        for (const Binding& b : rec->bind) {
+            HeapMon* m = b.monId ? reg_find(b.monId) : nullptr;
+            if (m && b.shard->gen == b.gen) {
+                orphan_shard(m, b.shard);
+            }
         }
-        b = Binding{0, nullptr, 0};
+        reg_unlock();
     }
-    reg_unlock();
+    al_free(rec);
 }
+
+// The hook is installed with the first monitor and removed when the
+// library goes (a thread that ends later must not call into it).
+bool end_hook_ready() {
+    static const bool ok = plat::thread_end_hook(thread_ends) != 0;
+    return ok;
+}
+struct EndHookRemover {
+    ~EndHookRemover() {
+        g_unloading.store(true, std::memory_order_relaxed);
+        plat::thread_end_hook(nullptr);
+    }
+} g_endHookRemover;
 
 // The shard a block records, or null when the record is not a shard.
 Shard* shard_of(HeapMon* m, HeapBlk* b) {
@@ -824,8 +856,9 @@ void* hm_alloc(IHeapMon* itf, size_t size) {
     size_t raw = raw_size(size, 0);
     size_t bi = bin_of(raw);
     Shard* s = bd.shard;
-    if (!m->plain || size >= kBinStep * kBinCount || bd.monId != m->id || bi >= kBinCount ||
-        !s->bin[bi] || vek::alloc_fail_armed() || s->remote.load(std::memory_order_relaxed)) {
+    if (!m->plain || size >= kBinStep * kBinCount || bd.monId != m->id || s->gen != bd.gen ||
+        bi >= kBinCount || !s->bin[bi] || vek::alloc_fail_armed() ||
+        s->remote.load(std::memory_order_relaxed)) {
         return alloc_general(m, size);
     }
     if (!owner_enter_fast(m, s)) {
@@ -991,7 +1024,7 @@ void hm_free(IHeapMon* itf, void* p) {
     HeapBlk* b = (HeapBlk*)p - 1;
     const Binding& bd = t_bind[0];
     if (!m->plain || !p || !header_ok(b) || *tail_guard(b) != kGuardTail || bd.monId != m->id ||
-        trailer_get(b) != bd.word) {
+        trailer_get(b) != bd.word || bd.shard->gen != bd.gen) {
         return free_general(m, p);
     }
     Shard* s = bd.shard;
@@ -1329,7 +1362,7 @@ extern "C" VEK_API IHeapMon* HeapMon_create(const char* name, vek_malloc_fn allo
     // only its blocks may be larger than their raw size (by the shard word
     // and the size class).
     m->reallocFn = allocFn == al_malloc && freeFn == al_free ? al_realloc : nullptr;
-    m->sharded = m->reallocFn && crashChkLev <= 0;
+    m->sharded = m->reallocFn && crashChkLev <= 0 && end_hook_ready();
     m->useBins = VEK_HEAP_BINS && m->sharded;
     m->plain = m->sharded && leakChkLev <= 0 && !recStatInfo;
     m->asym = owners_unfenced();
