@@ -559,7 +559,7 @@ void push_remote(Shard* s, HeapBlk* b) {
 // fence; with it a compiler barrier is enough, the walker's barrier
 // providing the other half. False (and nothing entered) when a walker
 // holds the shard.
-inline bool owner_enter_fast(HeapMon* m, Shard* s) {
+__attribute__((always_inline)) inline bool owner_enter_fast(HeapMon* m, Shard* s) {
     if (m->asym) {
         s->busy.store(1, std::memory_order_relaxed);
         std::atomic_signal_fence(std::memory_order_seq_cst);
@@ -583,7 +583,7 @@ inline bool owner_enter(HeapMon* m, Shard* s) {
     return false;
 }
 
-inline void owner_leave(Shard* s, bool fast) {
+__attribute__((always_inline)) inline void owner_leave(Shard* s, bool fast) {
     if (fast) {
         s->busy.store(0, std::memory_order_release);
     } else {
@@ -856,15 +856,15 @@ void* hm_alloc(IHeapMon* itf, size_t size) {
     size_t raw = raw_size(size, 0);
     size_t bi = bin_of(raw);
     Shard* s = bd.shard;
+    FreeBlk* f;
     if (!m->plain || size >= kBinStep * kBinCount || bd.monId != m->id || s->gen != bd.gen ||
-        bi >= kBinCount || !s->bin[bi] || vek::alloc_fail_armed() ||
-        s->remote.load(std::memory_order_relaxed)) {
+        bi >= kBinCount || !(f = s->bin[bi]) || vek::alloc_fail_armed() ||
+        s->remote.load(std::memory_order_relaxed) || !owner_enter_fast(m, s)) {
         return alloc_general(m, size);
     }
-    if (!owner_enter_fast(m, s)) {
-        return alloc_general(m, size);
-    }
-    HeapBlk* b = bin_pop(s, raw);
+    s->bin[bi] = f->next;  // kept blocks are the owner's: no walker reads them
+    s->binCnt[bi]--;
+    HeapBlk* b = (HeapBlk*)f;
     fill_block(b, raw, size, nullptr, 0);
     trailer_set(b, bd.word);
     link_tail(s->app, b);
