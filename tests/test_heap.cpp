@@ -207,6 +207,8 @@ TEST_F(HeapFaults, ForeignPointerIsRefused) {
     void* viaMalloc = al_malloc(32);
     mon.free(viaMalloc);
     EXPECT_TRUE(fault_contains("freeNode not in list"));
+    EXPECT_EQ(nullptr, mon.m->vtbl->reallocMem(mon.m, stackBuf + 32, 64));  // refused, not copied
+    EXPECT_TRUE(fault_contains("freeNode not in list"));
     al_free(viaMalloc);
     mon.free(keep);
     mon.free(nullptr);  // ignored
@@ -430,10 +432,15 @@ TEST_F(HeapThreads, ForeignRepeatedAndDamagedFreesAcrossThreads) {
     std::thread([&] { mon.free(q); }).join();
     EXPECT_TRUE(fault_contains("freeNode not in list"));
 
+    char* before = (char*)mon.alloc(8);
     char* d = (char*)mon.alloc(24);
+    char* after = (char*)mon.alloc(8);
     d[24] = 'X';
-    std::thread([&] { mon.free(d); }).join();
+    std::thread([&] { mon.free(d); }).join();  // found through its neighbours
     EXPECT_TRUE(fault_contains("tail guard broken"));
+    EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 2));
+    mon.free(before);
+    mon.free(after);
     VekHeapStat st;
     mon.m->vtbl->getStat(mon.m, &st);
     EXPECT_EQ(0, st.liveBlocks);
