@@ -107,13 +107,15 @@ constexpr int kBindings = 8;  // monitors a thread owns a shard of at once
 #endif
 constexpr size_t kBinStep = 32;
 constexpr size_t kBinCount = 64;  // sizes up to 2 KiB
-// Blocks a shard keeps of each size class: about 4 KiB of each, 2 to 16.
+// Blocks a shard keeps of each size class: about 16 KiB of each, 4 to
+// 256 (a thread that takes back what others freed for it reuses them
+// instead of going through the allocator twice).
 struct BinCaps {
-    vek_u8 cap[kBinCount];
+    vek_u16 cap[kBinCount];
     constexpr BinCaps() : cap() {
         for (size_t i = 0; i < kBinCount; i++) {
-            size_t n = 4096 / ((i + 1) * kBinStep);
-            cap[i] = (vek_u8)(n < 2 ? 2 : n > 16 ? 16 : n);
+            size_t n = 16384 / ((i + 1) * kBinStep);
+            cap[i] = (vek_u16)(n < 4 ? 4 : n > 256 ? 256 : n);
         }
     }
 };
@@ -149,12 +151,13 @@ struct Shard {
     std::atomic<vek_u32> busy;  // the owner is inside a change
     std::atomic<vek_u32> held;  // walkers holding the shard (changed under mtx)
     vek_u32 gen;                // raised when the owner lets the shard go
+    vek_u32 tick;               // short-path calls that left the queue for later
     HeapList pre;
     HeapList app;
     vek_s64 liveBlocks;  // may go below zero: only the sum over shards counts
     Drained pend;        // drained by the owner, given back after its change
     FreeBlk* bin[kBinCount];  // the kept blocks (the owner's alone)
-    vek_u8 binCnt[kBinCount];
+    vek_u16 binCnt[kBinCount];
     char pad1[kLine];
     // Other threads'.
     std::atomic<HeapBlk*> remote;  // frees queued by other threads
@@ -764,6 +767,14 @@ Shard* shard_of(HeapMon* m, HeapBlk* b) {
 // Into the caller's own shard.
 void* alloc_own(HeapMon* m, const Binding* bd, size_t size, void* const* frames, vek_s32 n) {
     Shard* own = bd->shard;
+    if (own->remote.load(std::memory_order_relaxed)) {
+        // Frees of other threads first: they refill the kept blocks this
+        // allocation may take.
+        bool fast = owner_enter(m, own);
+        drain(own, own->pend);
+        owner_leave(own, fast);
+        after_drain(m, own, own->pend);
+    }
     size_t raw = raw_size(size, n);
     // An armed failure injection must meet the allocator on every call.
     HeapBlk* b = m->useBins && !vek::alloc_fail_armed() ? bin_pop(own, raw) : nullptr;
@@ -777,16 +788,9 @@ void* alloc_own(HeapMon* m, const Binding* bd, size_t size, void* const* frames,
     fill_block(b, raw, size, frames, n);
     trailer_set(b, bd->word);
     bool fast = owner_enter(m, own);
-    bool queued = own->remote.load(std::memory_order_relaxed) != nullptr;
-    if (queued) {
-        drain(own, own->pend);
-    }
     link_tail(own->app, b);  // appBeg moves the load level's blocks to "pre"
     own->liveBlocks++;
     owner_leave(own, fast);
-    if (queued) {
-        after_drain(m, own, own->pend);
-    }
     if (m->recStatInfo) {
         stat_change(m, 1, (vek_s64)size, (vek_s64)raw);
     }
@@ -842,6 +846,13 @@ __attribute__((noinline)) void* alloc_general(HeapMon* m, size_t size) {
     return alloc_locked(m, size, frames, n);
 }
 
+// Frees queued by other threads are looked for on every 32nd short call
+// (and on every general one): one exchange takes a batch, and the line of
+// the queue stays with the freeing threads meanwhile.
+inline bool drain_due(Shard* s) {
+    return (++s->tick & 31) == 0 && s->remote.load(std::memory_order_relaxed);
+}
+
 // The short path calls nothing, so it needs no stack frame: a kept block
 // of the size, the calling thread's first binding, no queued frees, no
 // walker. Anything else goes the general way before changing anything.
@@ -858,8 +869,8 @@ void* hm_alloc(IHeapMon* itf, size_t size) {
     Shard* s = bd.shard;
     FreeBlk* f;
     if (!m->plain || size >= kBinStep * kBinCount || bd.monId != m->id || s->gen != bd.gen ||
-        bi >= kBinCount || !(f = s->bin[bi]) || vek::alloc_fail_armed() ||
-        s->remote.load(std::memory_order_relaxed) || !owner_enter_fast(m, s)) {
+        bi >= kBinCount || !(f = s->bin[bi]) || vek::alloc_fail_armed() || drain_due(s) ||
+        !owner_enter_fast(m, s)) {
         return alloc_general(m, size);
     }
     s->bin[bi] = f->next;  // kept blocks are the owner's: no walker reads them
@@ -1029,8 +1040,8 @@ void hm_free(IHeapMon* itf, void* p) {
     }
     Shard* s = bd.shard;
     size_t bi = bin_of(b->rawSize);
-    if (!VEK_HEAP_BINS || bi >= kBinCount || s->binCnt[bi] >= kBinCaps.cap[bi] ||
-        s->remote.load(std::memory_order_relaxed) || !owner_enter_fast(m, s)) {
+    if (!VEK_HEAP_BINS || bi >= kBinCount || s->binCnt[bi] >= kBinCaps.cap[bi] || drain_due(s) ||
+        !owner_enter_fast(m, s)) {
         return free_general(m, p);
     }
     if (!unlink_held(s, b)) {
