@@ -72,16 +72,23 @@ void BM_heapmon_pair(benchmark::State& state) {
     m->vtbl->release(m);
 }
 
-// Producer and consumer: thread 0 allocates and hands each block over a
-// single-producer ring to thread 1, which frees it. Both run the same
+// Producer and consumer: thread 0 allocates and hands the blocks in
+// batches over a ring to thread 1, which frees them. Batches keep the
+// figure the allocators' (a thread that waits for the other waits once a
+// batch, also when the two take turns on one core). Both run the same
 // number of iterations, so the ring is empty at the end of every run.
-struct Ring {
-    static constexpr size_t kCap = 1024;
-    alignas(64) std::atomic<size_t> head{0};  // next slot to fill
-    alignas(64) std::atomic<size_t> tail{0};  // next slot to take
-    alignas(64) void* slot[kCap];
+struct Handoff {
+    static constexpr size_t kBatch = 256;
+    static constexpr size_t kSlots = 64;
+    struct Batch {
+        void* p[kBatch];
+        size_t n;
+    };
+    alignas(64) std::atomic<size_t> head{0};  // batches handed over
+    alignas(64) std::atomic<size_t> tail{0};  // batches taken back
+    Batch slot[kSlots];
 };
-Ring g_ring;
+Handoff g_handoff;
 
 void wait_turn(unsigned& spins) {
     if (++spins > 64) {
@@ -92,27 +99,46 @@ void wait_turn(unsigned& spins) {
 template <void* (*Alloc)(size_t), void (*Free)(void*)>
 void handoff_loop(benchmark::State& state) {
     size_t size = (size_t)state.range(0);
-    Ring& r = g_ring;
+    Handoff& r = g_handoff;
+    Handoff::Batch* cur = nullptr;
+    // Every batch is handed over and taken back inside the loop: its end
+    // waits for both threads.
     if (state.thread_index() == 0) {
+        size_t h = r.head.load(std::memory_order_relaxed);
+        benchmark::IterationCount left = state.max_iterations;
         for (auto _ : state) {
+            if (!cur) {
+                for (unsigned spins = 0; h - r.tail.load(std::memory_order_acquire) == Handoff::kSlots;) {
+                    wait_turn(spins);
+                }
+                cur = &r.slot[h % Handoff::kSlots];
+                cur->n = 0;
+            }
             void* p = Alloc(size);
             *(volatile char*)p = 1;
-            size_t h = r.head.load(std::memory_order_relaxed);
-            for (unsigned spins = 0; h - r.tail.load(std::memory_order_acquire) == Ring::kCap;) {
-                wait_turn(spins);
+            cur->p[cur->n++] = p;
+            bool last = --left == 0;
+            if (cur->n == Handoff::kBatch || last) {
+                r.head.store(++h, std::memory_order_release);
+                cur = nullptr;
             }
-            r.slot[h % Ring::kCap] = p;
-            r.head.store(h + 1, std::memory_order_release);
         }
     } else {
+        size_t t = r.tail.load(std::memory_order_relaxed);
+        size_t i = 0;
         for (auto _ : state) {
-            size_t t = r.tail.load(std::memory_order_relaxed);
-            for (unsigned spins = 0; r.head.load(std::memory_order_acquire) == t;) {
-                wait_turn(spins);
+            if (!cur) {
+                for (unsigned spins = 0; r.head.load(std::memory_order_acquire) == t;) {
+                    wait_turn(spins);
+                }
+                cur = &r.slot[t % Handoff::kSlots];
+                i = 0;
             }
-            void* p = r.slot[t % Ring::kCap];
-            r.tail.store(t + 1, std::memory_order_release);
-            Free(p);
+            Free(cur->p[i++]);
+            if (i == cur->n) {
+                r.tail.store(++t, std::memory_order_release);
+                cur = nullptr;
+            }
         }
     }
 }
