@@ -34,10 +34,11 @@ std::string noise(size_t n) {
     return s;
 }
 
-// A console line may end in CR LF on Windows.
+// Console lines, which end in CR LF on Windows, without the last line end.
 std::string line(const std::string& out) {
     std::string s = out;
-    while (!s.empty() && (s.back() == '\n' || s.back() == '\r')) {
+    std::erase(s, '\r');
+    while (!s.empty() && s.back() == '\n') {
         s.pop_back();
     }
     return s;

@@ -19,11 +19,17 @@ using vektool::Args;
 namespace {
 
 // The name as md5sum prints it: a backslash, newline or carriage return
-// in it is escaped, and the line then starts with "\\" (true).
+// in it is escaped, and the line then starts with a backslash (true). On
+// Windows a backslash separates folders and stays as it is.
 bool escape_name(const char* path, std::string& name) {
+#ifdef _WIN32
+    const bool slash = false;
+#else
+    const bool slash = true;
+#endif
     bool escaped = false;
     for (const char* p = path; *p; p++) {
-        const char* esc = *p == '\\' ? "\\\\" : *p == '\n' ? "\\n" : *p == '\r' ? "\\r" : nullptr;
+        const char* esc = *p == '\\' && slash ? "\\\\" : *p == '\n' ? "\\n" : *p == '\r' ? "\\r" : nullptr;
         escaped = escaped || esc;
         name += esc ? std::string(esc) : std::string(1, *p);
     }

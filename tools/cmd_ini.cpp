@@ -16,6 +16,7 @@
  * line's header or key (IniFile reads the mark as part of that line) is
  * refused by every command alike.
  */
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
