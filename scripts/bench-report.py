@@ -36,6 +36,31 @@ ROWS = [
 
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
+# vektool's whole-process rows, from build/bench/json/vektool.json
+# (scripts/bench-vektool.sh): each command's wall time and peak resident
+# memory against its peer's. Goal: the peer's time at most, and a peak that
+# does not grow with the input (well under TOOL_PEAK_KB on 1 GiB).
+TOOL_GOAL = 1.0
+TOOL_PEAK_KB = 16384
+
+
+def tool_rows(json_dir):
+    path = os.path.join(json_dir, "vektool.json")
+    if not os.path.exists(path):
+        return []
+    with open(path) as f:
+        return json.load(f).get("rows", [])
+
+
+def tool_line(r):
+    """The table line and the chart entry of one vektool row."""
+    ratio = r["ours_s"] / r["peer_s"] if r["peer_s"] else None
+    met = ratio is not None and ratio <= TOOL_GOAL and r["ours_kb"] <= TOOL_PEAK_KB
+    line = "| %s | %s | %s s, %.1f MiB peak | %s s, %.1f MiB peak | %s | ≤ %g×, ≤ %d MiB peak | %s |" % (
+        r["what"], r["peer"], r["peer_s"], r["peer_kb"] / 1024.0, r["ours_s"], r["ours_kb"] / 1024.0,
+        "%.2f×" % ratio if ratio is not None else "–", TOOL_GOAL, TOOL_PEAK_KB // 1024, "yes" if met else "no")
+    return line, ("%s vs %s" % (r["what"], r["peer"]), ratio, TOOL_GOAL)
+
 
 def load_medians(json_dir):
     """Median time in ns of every benchmark found, by its name."""
@@ -120,6 +145,14 @@ def main():
             "%.2f×" % ratio if ratio is not None else "–", goal,
             "–" if ratio is None else ("yes" if ratio <= goal else "no")))
         chart.append(("%s vs %s" % (what, peer_name), ratio, goal))
+    tools = tool_rows(json_dir)
+    for r in tools:
+        line, bar = tool_line(r)
+        lines.append(line)
+        chart.append(bar)
+    if tools:
+        lines += ["", "The vektool rows are whole processes on the input each names (scripts/bench-vektool.sh), "
+                  "the best of its runs, output to /dev/null; peak = peak resident memory of the process."]
     lines += ["", "![ratios](%s)" % os.path.basename(out_svg), ""]
     with open(out_md, "w") as f:
         f.write("\n".join(lines))

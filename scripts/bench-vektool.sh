@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# Whole-process runs of vektool's streaming commands on 1 GiB of input
+# against their peers (coreutils base64, md5sum, cksum; xxd; Python's quopri
+# and csv): wall time and peak resident memory of each process, measured by
+# /usr/bin/time, the best of BENCH_RUNS runs (3). Output goes to /dev/null
+# for both; the inputs are files read from the page cache.
+#   bench-vektool.sh [MiB]     input size, 1024 by default
+# The results go to build/bench/json/vektool.json, and bench-report.py puts
+# them into bench/RESULTS.md with the library's rows.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/deps.sh bench
+cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DBASELIB_TESTS=OFF -DBASELIB_BENCH=ON >/dev/null
+cmake --build build/bench -j "$(nproc)" >/dev/null
+mib=${1:-1024}
+runs=${BENCH_RUNS:-3}
+tool=$PWD/build/bench/bin/vektool
+data=build/bench/data
+json=build/bench/json
+mkdir -p "$data" "$json"
+cd "$data"
+
+# Inputs, made once per size: random bytes and their encodings, and a CSV
+# text with quoted fields and line breaks inside them.
+if [ ! -s "raw.$mib" ]; then
+  echo "=== making $mib MiB of input"
+  head -c $((mib << 20)) /dev/urandom > "raw.$mib"
+  base64 "raw.$mib" > "b64.$mib"
+  xxd -p "raw.$mib" > "hex.$mib"
+  "$tool" qp enc "raw.$mib" > "qp.$mib"
+  rec='1024,"quoted, with ""quotes""",plain text,"two
+lines",-7.5'
+  yes "$rec" | head -n $((2 * (mib << 20) / (${#rec} + 1))) > "csv.$mib"
+fi
+cat > csv.py <<'EOF'
+import csv, sys
+out = sys.stdout
+with open(sys.argv[1], newline='') as f:
+    for row in csv.reader(f):
+        out.write('\t'.join(row) + '\n')
+EOF
+
+# "seconds kilobytes" of the best run of a command line.
+measure() {
+  local best="" line
+  for _ in $(seq "$runs"); do
+    line=$( { /usr/bin/time -f "%e %M" sh -c "exec $1 > /dev/null" ; } 2>&1 | tail -n 1)
+    if [ -z "$best" ] || awk -v a="${line% *}" -v b="${best% *}" 'BEGIN { exit !(a < b) }'; then
+      best=$line
+    fi
+  done
+  echo "$best"
+}
+
+rows=()
+# what | peer name | peer command | vektool arguments
+while IFS='|' read -r what peer cmd args; do
+  [ -n "$what" ] || continue
+  echo "=== $what"
+  p=$(measure "$cmd")
+  o=$(measure "$tool $args")
+  echo "    $peer: $p    vektool: $o (seconds, peak KiB)"
+  rows+=("{\"what\": \"$what\", \"peer\": \"$peer\", \"peer_s\": ${p% *}, \"peer_kb\": ${p#* }, \"ours_s\": ${o% *}, \"ours_kb\": ${o#* }}")
+done <<EOF
+vektool b64 enc, $mib MiB|base64|base64 raw.$mib|b64 enc raw.$mib
+vektool b64 dec, $mib MiB|base64 -d|base64 -d b64.$mib|b64 dec b64.$mib
+vektool hex enc, $mib MiB|xxd -p|xxd -p raw.$mib|hex enc raw.$mib
+vektool hex dec, $mib MiB|xxd -r -p|xxd -r -p hex.$mib|hex dec hex.$mib
+vektool md5, $mib MiB|md5sum|md5sum raw.$mib|md5 raw.$mib
+vektool crc32, $mib MiB|cksum|cksum raw.$mib|crc32 raw.$mib
+vektool crc8, $mib MiB|cksum|cksum raw.$mib|crc8 raw.$mib
+vektool qp enc, $mib MiB|python3 -m quopri|python3 -m quopri raw.$mib|qp enc raw.$mib
+vektool qp dec, $mib MiB|python3 -m quopri -d|python3 -m quopri -d qp.$mib|qp dec qp.$mib
+vektool csv, $mib MiB|Python csv|python3 csv.py csv.$mib|csv csv.$mib
+EOF
+cd - >/dev/null
+{
+  echo "{\"size_mib\": $mib, \"runs\": $runs, \"rows\": ["
+  for i in "${!rows[@]}"; do
+    echo "  ${rows[$i]}$([ "$i" -lt $((${#rows[@]} - 1)) ] && echo ,)"
+  done
+  echo "]}"
+} > "$json/vektool.json"
+python3 scripts/bench-report.py "$json" bench/RESULTS.md bench/results.svg
+echo "=== bench/RESULTS.md"
+cat bench/RESULTS.md
