@@ -42,6 +42,16 @@ inline bool digit(char c) {
     return c >= '0' && c <= '9';
 }
 
+// "TEXT" in quotes, then why: (GCC 12 misreads "..." + std::string&& as an
+// overlapping copy in optimised builds.)
+std::string quoted(const std::string& text, const char* why) {
+    std::string r = "\"";
+    r += text;
+    r += "\" ";
+    r += why;
+    return r;
+}
+
 int days_in_month(long year, int month) {
     static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     bool leap = (year % 4 == 0 && year % 100 != 0) || year % 400 == 0;
@@ -88,7 +98,7 @@ std::string check_iso(const std::string& s, IsoText& t) {
         notation = kind;
         return true;
     };
-    auto stray = [&]() { return "\"" + s.substr(i) + "\" is not part of an ISO 8601 date-time"; };
+    auto stray = [&]() { return quoted(s.substr(i), "is not part of an ISO 8601 date-time"); };
     const char* mixed = "mixes the basic and the extended notation";
     t.forLib = s;
     std::size_t comma = s.find(',');
@@ -343,7 +353,7 @@ std::string check_dur(const std::string& s) {
             k++;
         }
         if (k == i) {
-            return "\"" + s.substr(i) + "\" is not a number and its unit";
+            return quoted(s.substr(i), "is not a number and its unit");
         }
         if (k < s.size() && (s[k] == '.' || s[k] == ',')) {
             return "decimal fractions (such as PT1.5H) are not read; write whole units (PT1H30M)";
@@ -357,7 +367,7 @@ std::string check_dur(const std::string& s) {
         }
         const char* at = std::strchr(units, s[k] & ~0x20);
         if (!at || !(s[k] & ~0x20) || (std::size_t)(at - units) < next) {
-            return std::string("\"") + s[k] + "\" is out of place: the units go Y M W D, then T and H M S";
+            return quoted(std::string(1, s[k]), "is out of place: the units go Y M W D, then T and H M S");
         }
         next = (std::size_t)(at - units) + 1;
         parts++;
