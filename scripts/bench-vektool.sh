@@ -34,7 +34,7 @@ lines",-7.5'
   yes "$rec" | head -n $((2 * (mib << 20) / (${#rec} + 1))) > "csv.$mib"
   set -o pipefail
 fi
-cat > csv.py <<'EOF'
+cat > rows.py <<'EOF'
 import csv, sys
 out = sys.stdout
 with open(sys.argv[1], newline='') as f:
@@ -42,11 +42,16 @@ with open(sys.argv[1], newline='') as f:
         out.write('\t'.join(row) + '\n')
 EOF
 
-# "seconds kilobytes" of the best run of a command line.
+# "seconds kilobytes" of the best run of a command line, which must succeed.
 measure() {
   local best="" line
   for _ in $(seq "$runs"); do
-    line=$( { /usr/bin/time -f "%e %M" sh -c "exec $1 > /dev/null" ; } 2>&1 | tail -n 1)
+    line=$( { /usr/bin/time -f "%e %M %x" sh -c "exec $1 > /dev/null" ; } 2>&1 | tail -n 1)
+    if [ "${line##* }" != 0 ]; then
+      echo "bench-vektool.sh: \"$1\" failed" >&2
+      exit 1
+    fi
+    line=${line% *}
     if [ -z "$best" ] || awk -v a="${line% *}" -v b="${best% *}" 'BEGIN { exit !(a < b) }'; then
       best=$line
     fi
@@ -73,7 +78,7 @@ vektool crc32, $mib MiB|cksum|cksum raw.$mib|crc32 raw.$mib
 vektool crc8, $mib MiB|cksum|cksum raw.$mib|crc8 raw.$mib
 vektool qp enc, $mib MiB|python3 -m quopri|python3 -m quopri raw.$mib|qp enc raw.$mib
 vektool qp dec, $mib MiB|python3 -m quopri -d|python3 -m quopri -d qp.$mib|qp dec qp.$mib
-vektool csv, $mib MiB|Python csv|python3 csv.py csv.$mib|csv csv.$mib
+vektool csv, $mib MiB|Python csv|python3 rows.py csv.$mib|csv csv.$mib
 EOF
 cd - >/dev/null
 {

@@ -195,24 +195,31 @@ int qp_dec(const Args& a) {
         std::memcpy(text.data() + keep, p, n);
         std::size_t len = keep + n, out = 0, i = 0;
         keep = 0;
-        while (i < len) {
-            const char* eq = (const char*)std::memchr(text.data() + i, '=', len - i);
-            std::size_t at = eq ? (std::size_t)(eq - text.data()) : len;
-            std::memmove(text.data() + out, text.data() + i, at - i);
+        while (i < len) {  // out < i once a soft break was taken out
+            std::size_t at = i;  // escapes are dense: a plain loop, not memchr
+            while (at < len && text[at] != '=') {
+                at++;
+            }
+            bool eq = at < len;
+            if (out < i) {
+                std::memmove(text.data() + out, text.data() + i, at - i);
+            }
             out += at - i;
             i = at;
             if (!eq) {
                 break;
             }
-            if (at + 2 >= len && !(at + 1 < len && text[at + 1] == '\n')) {
-                keep = len - at;  // "=", "=X": the rest comes with the next piece
-                break;
-            }
-            if (text[at + 1] == '\n') {
+            if (at + 1 < len && text[at + 1] == '\n') {
                 i += 2;  // "=" LF: a soft break
                 continue;
             }
-            std::memmove(text.data() + out, text.data() + at, 3);
+            if (at + 2 >= len) {
+                keep = len - at;  // "=", "=X": the rest comes with the next piece
+                break;
+            }
+            if (out < i) {
+                std::memmove(text.data() + out, text.data() + at, 3);
+            }
             out += 3;
             i += 3;
         }
