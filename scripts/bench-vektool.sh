@@ -22,12 +22,11 @@ cd "$data"
 
 # Inputs, made once per size: random bytes and their encodings, and a CSV
 # text with quoted fields and line breaks inside them.
-if [ ! -s "raw.$mib" ]; then
-  echo "=== making $mib MiB of input"
-  head -c $((mib << 20)) /dev/urandom > "raw.$mib"
-  base64 "raw.$mib" > "b64.$mib"
-  xxd -p "raw.$mib" > "hex.$mib"
-  "$tool" qp enc "raw.$mib" > "qp.$mib"
+[ -s "raw.$mib" ] || head -c $((mib << 20)) /dev/urandom > "raw.$mib"
+[ -s "b64.$mib" ] || base64 "raw.$mib" > "b64.$mib"
+[ -s "hex.$mib" ] || xxd -p "raw.$mib" > "hex.$mib"
+[ -s "qp.$mib" ] || "$tool" qp enc "raw.$mib" > "qp.$mib"
+if [ ! -s "csv.$mib" ]; then
   rec='1024,"quoted, with ""quotes""",plain text,"two
 lines",-7.5'
   set +o pipefail  # yes ends by a broken pipe
@@ -75,6 +74,7 @@ vektool hex enc, $mib MiB|xxd -p|xxd -p raw.$mib|hex enc raw.$mib
 vektool hex dec, $mib MiB|xxd -r -p|xxd -r -p hex.$mib|hex dec hex.$mib
 vektool md5, $mib MiB|md5sum|md5sum raw.$mib|md5 raw.$mib
 vektool crc32, $mib MiB|cksum|cksum raw.$mib|crc32 raw.$mib
+vektool crc8, $mib MiB|md5sum|md5sum raw.$mib|crc8 raw.$mib
 vektool crc8, $mib MiB|cksum|cksum raw.$mib|crc8 raw.$mib
 vektool qp enc, $mib MiB|python3 -m quopri|python3 -m quopri raw.$mib|qp enc raw.$mib
 vektool qp dec, $mib MiB|python3 -m quopri -d|python3 -m quopri -d qp.$mib|qp dec qp.$mib
