@@ -52,6 +52,19 @@ def tool_rows(json_dir):
         return json.load(f).get("rows", [])
 
 
+def kept_lines(out_md):
+    """The table lines of the last report, by (path, peer), with their ratio:
+    a row this run did not measure keeps them (bench.sh with a few benchmarks,
+    bench-vektool.sh alone)."""
+    kept = {}
+    if os.path.exists(out_md):
+        for line in open(out_md, encoding="utf-8"):
+            cells = [c.strip() for c in line.strip().strip("|").split("|")]
+            if len(cells) == 7 and cells[4].endswith("×"):
+                kept[(cells[0], cells[1])] = (line.rstrip("\n"), float(cells[4][:-1]))
+    return kept
+
+
 def tool_line(r):
     """The table line and the chart entry of one vektool row."""
     ratio = r["ours_s"] / r["peer_s"] if r["peer_s"] else None
@@ -137,9 +150,17 @@ def main():
              "| path | peer | peer time | BaseLib time | ratio | goal | met |",
              "|---|---|---|---|---|---|---|"]
     chart = []
+    kept = kept_lines(out_md)
+    reused = 0
     for what, ours, peer, peer_name, goal in ROWS:
         a, b = t.get(ours), t.get(peer)
         ratio = a / b if a is not None and b else None
+        if ratio is None and (what, peer_name) in kept:
+            line, ratio = kept[(what, peer_name)]
+            lines.append(line)
+            chart.append(("%s vs %s" % (what, peer_name), ratio, goal))
+            reused += 1
+            continue
         lines.append("| %s | %s | %s | %s | %s | ≤ %g× | %s |" % (
             what, peer_name, fmt_time(b) if b else "–", fmt_time(a) if a else "–",
             "%.2f×" % ratio if ratio is not None else "–", goal,
@@ -153,6 +174,8 @@ def main():
     if tools:
         lines += ["", "The vektool rows are whole processes on the input each names (scripts/bench-vektool.sh), "
                   "the best of its runs, output to /dev/null; peak = peak resident memory of the process."]
+    if reused:
+        lines += ["", "%d of the library's rows were not measured in this run and keep their last figures." % reused]
     lines += ["", "![ratios](%s)" % os.path.basename(out_svg), ""]
     with open(out_md, "w") as f:
         f.write("\n".join(lines))

@@ -5,8 +5,10 @@
 # /usr/bin/time, the best of BENCH_RUNS runs (3). Output goes to /dev/null
 # for both; the inputs are files read from the page cache.
 #   bench-vektool.sh [MiB]     input size, 1024 by default
-# The results go to build/bench/json/vektool.json, and bench-report.py puts
-# them into bench/RESULTS.md with the library's rows.
+# BENCH_ONLY (an extended regular expression) runs only the rows whose
+# "what|peer" matches and keeps the others' last figures. The results go to
+# build/bench/json/vektool.json, and bench-report.py puts them into
+# bench/RESULTS.md with the library's rows.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh bench
@@ -30,7 +32,7 @@ if [ ! -s "csv.$mib" ]; then
   rec='1024,"quoted, with ""quotes""",plain text,"two
 lines",-7.5'
   set +o pipefail  # yes ends by a broken pipe
-  yes "$rec" | head -n $((2 * (mib << 20) / (${#rec} + 1))) > "csv.$mib"
+  yes "$rec" | head -n $((2 * ((mib << 20) / (${#rec} + 1)))) > "csv.$mib"
   set -o pipefail
 fi
 cat > rows.py <<'EOF'
@@ -62,11 +64,15 @@ rows=()
 # what | peer name | peer command | vektool arguments
 while IFS='|' read -r what peer cmd args; do
   [ -n "$what" ] || continue
+  rows+=("$what|$peer|")
+  if [ -n "${BENCH_ONLY:-}" ] && ! echo "$what|$peer" | grep -Eq "$BENCH_ONLY"; then
+    continue
+  fi
   echo "=== $what"
   p=$(measure "$cmd")
   o=$(measure "$tool $args")
   echo "    $peer: $p    vektool: $o (seconds, peak KiB)"
-  rows+=("{\"what\": \"$what\", \"peer\": \"$peer\", \"peer_s\": ${p% *}, \"peer_kb\": ${p#* }, \"ours_s\": ${o% *}, \"ours_kb\": ${o#* }}")
+  rows[${#rows[@]} - 1]="$what|$peer|${p% *}|${p#* }|${o% *}|${o#* }"
 done <<EOF
 vektool b64 enc, $mib MiB|base64|base64 raw.$mib|b64 enc raw.$mib
 vektool b64 dec, $mib MiB|base64 -d|base64 -d b64.$mib|b64 dec b64.$mib
@@ -81,13 +87,24 @@ vektool qp dec, $mib MiB|python3 -m quopri -d|python3 -m quopri -d qp.$mib|qp de
 vektool csv, $mib MiB|Python csv|python3 rows.py csv.$mib|csv csv.$mib
 EOF
 cd - >/dev/null
-{
-  echo "{\"size_mib\": $mib, \"runs\": $runs, \"rows\": ["
-  for i in "${!rows[@]}"; do
-    echo "  ${rows[$i]}$([ "$i" -lt $((${#rows[@]} - 1)) ] && echo ,)"
-  done
-  echo "]}"
-} > "$json/vektool.json"
+# The rows in the order above, measured now or kept from the last run.
+printf '%s\n' "${rows[@]}" | python3 -c '
+import json, os, sys
+path = sys.argv[1]
+old = {}
+if os.path.exists(path):
+    old = {(r["what"], r["peer"]): r for r in json.load(open(path)).get("rows", [])}
+rows = []
+for line in sys.stdin.read().splitlines():
+    what, peer, *fig = line.split("|")
+    if fig and fig[0]:
+        peer_s, peer_kb, ours_s, ours_kb = map(float, fig)
+        rows.append({"what": what, "peer": peer, "peer_s": peer_s, "peer_kb": peer_kb,
+                     "ours_s": ours_s, "ours_kb": ours_kb})
+    elif (what, peer) in old:
+        rows.append(old[(what, peer)])
+json.dump({"rows": rows}, open(path, "w"), indent=1)
+' "$json/vektool.json"
 python3 scripts/bench-report.py "$json" bench/RESULTS.md bench/results.svg
 echo "=== bench/RESULTS.md"
 cat bench/RESULTS.md

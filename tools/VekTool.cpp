@@ -205,12 +205,15 @@ const Option* find_option(const SubCommand& s, const char* arg, size_t len) {
     return nullptr;
 }
 
+/* The stream behind stdout_strm(): one static record of the object model's
+ * shape whose writes go to standard output. Reading, seeking and sizing are
+ * not supported; references are not counted, it lives as long as the run. */
 struct StdoutStrm {
     vek_u32 cls;
     AlAtom ref;
     const IStrmVtbl* vtbl;
     vek_s64 written;
-    long column;
+    long column;  // bytes since the last LF
 };
 
 StdoutStrm& out_strm();
@@ -223,15 +226,11 @@ vek_s32 os_write(IStrm*, const void* data, vek_s32 len) {
     StdoutStrm& s = out_strm();
     s.written += len;
     const char* p = (const char*)data;
-    const char* nl = (const char*)std::memchr(p, '\n', (size_t)len);
-    if (!nl) {
-        s.column += len;
-        return len;
+    const char* q = p + len;
+    while (q > p && q[-1] != '\n') {
+        q--;
     }
-    for (const char* q; (q = (const char*)std::memchr(nl + 1, '\n', (size_t)(p + len - nl - 1)));) {
-        nl = q;
-    }
-    s.column = (long)(p + len - nl - 1);
+    s.column = q > p ? (long)(p + len - q) : s.column + len;
     return len;
 }
 
