@@ -34,5 +34,10 @@
 #include "MimeHdr.h"
 #include "GsmUtil.h"
 #include "VekEvt.h"
+/* issue 29: configuration, XML, language resources, UTF-8 OS calls */
+#include "OsUtf8.h"
+#include "XmlDec.h"
+#include "CfgIni.h"
+#include "LangCat.h"
 
 #endif /* VEK_BASELIB_H */
