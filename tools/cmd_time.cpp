@@ -280,9 +280,10 @@ int time_now(const Args& a) {
     }
     VekStr s;
     VekStr_new(&s);
-    iso_dt_encx(&s, &dt, 0x3F, 1);  // the zone is written below
-    // The record holds the bias (UTC = local + zone): the offset is its
-    // negation.
+    // Extended text to the second; the encoder reaches the zone only behind
+    // the fraction, so the zone is written here. The record holds the bias
+    // (UTC = local + zone): the offset is its negation.
+    iso_dt_encx(&s, &dt, 0x3F, 1);
     std::printf("%s%s\n", VekStr_buf(&s), utc ? "Z" : iso_offset(-(int)dt.zone).c_str());
     VekStr_delete(&s);
     return kDone;
