@@ -23,6 +23,11 @@ case "$want" in
   coverage) pkgs+=(libgtest-dev gcovr tzdata) ;;
   *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs, fuzz, coverage)" >&2; exit 2 ;;
 esac
+# vektool's peers: xxd in its tests; /usr/bin/time and xxd in bench-vektool.sh
+case "$want" in
+  test) pkgs+=(xxd) ;;
+  bench) pkgs+=(xxd time) ;;
+esac
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg -s "$p" 2>/dev/null | grep -q '^Status: install ok installed' || missing+=("$p")
