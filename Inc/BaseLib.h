@@ -34,5 +34,9 @@
 #include "MimeHdr.h"
 #include "GsmUtil.h"
 #include "VekEvt.h"
+/* binary and network helpers, identifier tables, interface collections */
+#include "MiscUtil.h"
+#include "StrId.h"
+#include "ItfUtil.h"
 
 #endif /* VEK_BASELIB_H */
