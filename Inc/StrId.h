@@ -57,11 +57,11 @@ typedef struct PwcsNode {
     vek_wchar str[1];
 } PwcsNode;
 
-/* The lookup slots hash to nodes; byId maps identifiers to nodes, its free
- * entries chained through the identifiers they hold. */
+/* The lookup slots hash to identifiers; byId maps identifiers to nodes,
+ * its free entries chained through the identifiers they hold. */
 typedef struct StrIdSlot {
     vek_u32 hash;
-    void* node;        /* PstrNode* / PwcsNode*, null when free */
+    vek_s32 id;        /* 0 when free */
 } StrIdSlot;
 
 typedef struct StrId {

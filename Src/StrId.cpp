@@ -4,10 +4,13 @@
  *
  * Two arrays serve the two directions:
  *
- *   slots   open addressing with linear probing: {hash, node}, a power of
+ *   slots   open addressing with linear probing: {hash, id}, a power of
  *           two of them, at most three quarters in use. A deletion shifts
  *           the following entries of its run back, so there are no
- *           tombstones and a probe stops at the first free slot.
+ *           tombstones and a probe stops at the first free slot. Eight
+ *           bytes a slot keep the array small enough to stay in the cache
+ *           (a node pointer would double it), which matters more than the
+ *           extra step through byId.
  *   byId    byId[id] is the node of identifier id. A freed identifier's
  *           entry holds the link to the next freed one, (next << 1) | 1:
  *           nodes are aligned, so the low bit tells the two apart.
@@ -50,10 +53,23 @@ inline vek_u64 fold_lanes16(vek_u64 w) {
     return w | (upper >> 10);
 }
 
-inline vek_u64 load_word(const vek_u8* p, size_t n) {
-    vek_u64 w = 0;
-    std::memcpy(&w, p, n);
+inline vek_u64 load_word(const vek_u8* p) {
+    vek_u64 w;
+    std::memcpy(&w, p, 8);
     return w;
+}
+
+// The last n (1 to 7) bytes of a text in the low lanes of a word, as a
+// copy of them would put them, but with fixed-size loads that need no call:
+// two overlapping 4-byte loads, or the first, middle and last byte.
+inline vek_u64 load_tail(const vek_u8* p, size_t n) {
+    if (n >= 4) {
+        vek_u32 a, b;
+        std::memcpy(&a, p, 4);
+        std::memcpy(&b, p + n - 4, 4);
+        return a | (vek_u64)b << (8 * (n - 4));
+    }
+    return p[0] | (vek_u64)p[n / 2] << (8 * (n / 2)) | (vek_u64)p[n - 1] << (8 * (n - 1));
 }
 
 template <class Ch>
@@ -68,12 +84,12 @@ struct Text {
         const vek_u64 k = 0x9E3779B97F4A7C15ull;
         vek_u64 h = (vek_u64)n * k;
         for (; n >= 8; p += 8, n -= 8) {
-            vek_u64 w = load_word(p, 8);
+            vek_u64 w = load_word(p);
             h = (h ^ (noCase ? fold(w) : w)) * k;
             h ^= h >> 29;
         }
         if (n) {
-            vek_u64 w = load_word(p, n);
+            vek_u64 w = load_tail(p, n);
             h = (h ^ (noCase ? fold(w) : w)) * k;
         }
         h ^= h >> 33;
@@ -90,11 +106,11 @@ struct Text {
         const vek_u8* x = (const vek_u8*)a;
         const vek_u8* y = (const vek_u8*)b;
         for (; n >= 8; x += 8, y += 8, n -= 8) {
-            if (fold(load_word(x, 8)) != fold(load_word(y, 8))) {
+            if (fold(load_word(x)) != fold(load_word(y))) {
                 return false;
             }
         }
-        return !n || fold(load_word(x, n)) == fold(load_word(y, n));
+        return !n || fold(load_tail(x, n)) == fold(load_tail(y, n));
     }
 
     static vek_s32 length(const Ch* s) {
@@ -150,13 +166,13 @@ struct IdTable {
         bool fold = no_case(t);
         for (vek_u32 i = h & t->mask;; i = (i + 1) & t->mask) {
             const StrIdSlot& sl = t->slots[i];
-            if (!sl.node) {
+            if (!sl.id) {
                 if (freeAt) {
                     *freeAt = i;
                 }
                 return -1;
             }
-            const Node* n = (const Node*)sl.node;
+            const Node* n = (const Node*)t->byId[sl.id];
             if (sl.hash == h && n->len == len && T::same(n->str, s, len, fold)) {
                 return i;
             }
@@ -171,7 +187,7 @@ struct IdTable {
         s = s ? s : kEmpty;
         vek_u32 h = T::hash(s, len, no_case(t));
         vek_s64 i = probe(t, s, len, h, nullptr);
-        return i < 0 ? nullptr : (const Node*)t->slots[i].node;
+        return i < 0 ? nullptr : (const Node*)t->byId[t->slots[i].id];
     }
 
     static const Node* node_of(const Tab* t, vek_s32 id) {
@@ -199,9 +215,9 @@ struct IdTable {
         }
         std::memset(ns, 0, sizeof(StrIdSlot) * ncap);
         for (vek_u32 i = 0; i < cap; i++) {
-            if (t->slots[i].node) {
+            if (t->slots[i].id) {
                 vek_u32 j = t->slots[i].hash & (ncap - 1);
-                while (ns[j].node) {
+                while (ns[j].id) {
                     j = (j + 1) & (ncap - 1);
                 }
                 ns[j] = t->slots[i];
@@ -257,7 +273,7 @@ struct IdTable {
     static void link_in(Tab* t, Node* n, vek_s32 id, vek_u32 i) {
         n->id = id;
         t->slots[i].hash = n->hash;
-        t->slots[i].node = n;
+        t->slots[i].id = id;
         t->byId[id] = n;
         if (id > t->idTop) {
             t->idTop = id;
@@ -290,7 +306,7 @@ struct IdTable {
         vek_u32 h = T::hash(s, len, no_case(t));
         vek_s64 at = probe(t, s, len, h, nullptr);
         if (at >= 0) {
-            vek_s32 id = ((const Node*)t->slots[at].node)->id;
+            vek_s32 id = t->slots[at].id;
             return want && want != id ? VEK_ERR_NAME_EXISTS : id;
         }
         vek_s32 id = want;
@@ -324,15 +340,15 @@ struct IdTable {
 
     // Removes slot i and shifts the rest of its run back into the gap.
     static void slot_remove(Tab* t, vek_u32 i) {
-        t->slots[i].node = nullptr;
-        for (vek_u32 j = (i + 1) & t->mask; t->slots[j].node; j = (j + 1) & t->mask) {
+        t->slots[i].id = 0;
+        for (vek_u32 j = (i + 1) & t->mask; t->slots[j].id; j = (j + 1) & t->mask) {
             vek_u32 home = t->slots[j].hash & t->mask;
             // The entry at j may move to i unless its home lies cyclically
             // in (i, j].
             bool stays = i <= j ? (home > i && home <= j) : (home > i || home <= j);
             if (!stays) {
                 t->slots[i] = t->slots[j];
-                t->slots[j].node = nullptr;
+                t->slots[j].id = 0;
                 i = j;
             }
         }
@@ -344,7 +360,7 @@ struct IdTable {
             return VEK_ERR_NOT_FOUND;
         }
         vek_u32 i = n->hash & t->mask;
-        while (t->slots[i].node != n) {
+        while (t->slots[i].id != id) {
             i = (i + 1) & t->mask;
         }
         slot_remove(t, i);

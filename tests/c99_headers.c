@@ -67,6 +67,38 @@ int main(void) {
     if (b64_enc_buf_from_buf(b64, sizeof b64, (const vek_u8*)"foo", 3) != 4 || strcmp(b64, "Zm9v") != 0) {
         return 1;
     }
+    /* Addresses, URLs, identifier tables, collections, chains, windows. */
+    {
+        VekIpAddr ip;
+        VekUrl url;
+        StrId ids;
+        ItfVol vol;
+        IStrm* win;
+        IStrm* mem = MemStrm_xcreatex__(NULL, 0, __FILE__, __LINE__);
+        VekData* chain = NULL;
+        char text[VEK_INET6_ADDRSTRLEN];
+        if (ip_str_to_addr("2001:DB8::0:1", -1, &ip) != 0 || ip_addr_to_str(&ip, text, sizeof text) != 11 ||
+            vek_url_split("http://[::1]:8080/x", -1, &url) != 0 || url.port != 8080) {
+            return 1;
+        }
+        StrId_new(&ids, STRID_NO_CASE);
+        if (StrId_add(&ids, "Host", -1) != 1 || StrId_find(&ids, "HOST", 4) != 1) {
+            return 1;
+        }
+        StrId_delete(&ids);
+        ItfVol_new(&vol);
+        ItfVol_add(&vol, mem);
+        VekDatas_fromBuf(&chain, "0123456789", 10, 4);
+        VekDatas_toStrm(chain, mem);
+        win = EncpStrm_xcreatex__(NULL, mem, 2, 3, __FILE__, __LINE__);
+        if (IStrm_getc(win) != '2' || VekDatas_count(chain) != 3 || ItfVol_count(&vol) != 1) {
+            return 1;
+        }
+        IStrm_release(win);
+        VekDatas_delete(chain);
+        ItfVol_delete(&vol);
+        IStrm_release(mem);
+    }
     printf("c99 ok %s\n", vek_version());
     return 0;
 }
