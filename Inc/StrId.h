@@ -125,7 +125,9 @@ VEK_API vek_s32 StrId_count(const StrId* tab);
  * last: for (id = StrId_next(t, 0); id; id = StrId_next(t, id)) ... */
 VEK_API vek_s32 StrId_next(const StrId* tab, vek_s32 id);
 
-/* ---- WcsId: UTF-16 (any units); the same contract, len in units ---- */
+/* ---- WcsId: UTF-16 (any units) ---- */
+
+/* The same calls for UTF-16 texts, with lengths in 16-bit units. */
 VEK_API WcsId* WcsId_new(WcsId* mem, vek_s32 flags);
 VEK_API void WcsId_delete(WcsId* tab);
 VEK_API void WcsId_clear(WcsId* tab);
