@@ -516,66 +516,53 @@ TEST_F(IoFaults, ReadsThatFailPartWayAreErrors) {
 // streams: a failed step leaves what was there before.
 TEST_F(Faults, TablesCollectionsChainsAndWindows) {
     sweep("StrId/WcsId", [] {
-        StrId* t = StrId_new(nullptr, STRID_NO_CASE);
+        StrId t;
         WcsId w;
+        StrId_new(&t, STRID_NO_CASE);
         WcsId_new(&w, 0);
-        if (!t) {
-            WcsId_delete(&w);
-            return;
-        }
-        vek_s32 held = 0;
         for (int i = 0; i < 60; i++) {
             std::string name = "Name" + std::to_string(i);
-            vek_s32 id = StrId_add(t, name.c_str(), -1);
-            if (id < 0) {
-                EXPECT_EQ(VEK_ERR_FULL, id);
-                EXPECT_EQ(VEK_ERR_NOT_FOUND, StrId_find(t, name.c_str(), -1));
-                continue;
-            }
-            held++;
             const vek_wchar wide[] = {(vek_wchar)('a' + i % 26), (vek_wchar)i, 0};
+            if (StrId_add(&t, name.c_str(), -1) == VEK_ERR_FULL) {
+                EXPECT_EQ(VEK_ERR_NOT_FOUND, StrId_find(&t, name.c_str(), -1));
+            }
             WcsId_add(&w, wide, -1);
         }
-        EXPECT_EQ(held, StrId_count(t));
-        for (vek_s32 id = StrId_next(t, 0); id; id = StrId_next(t, id)) {
-            EXPECT_EQ(id, StrId_find(t, StrId_str(t, id), -1));
+        for (vek_s32 id = StrId_next(&t, 0); id; id = StrId_next(&t, id)) {
+            EXPECT_EQ(id, StrId_find(&t, StrId_str(&t, id), -1));
         }
-        StrId_delete(t);
+        StrId_delete(&t);
         WcsId_delete(&w);
     });
-    sweep("ItfVol/ItfEnum", [] {
+    sweep("ItfVol, EncpStrm, TestStrm", [] {
         ItfVol vol;
         ItfVol_new(&vol);
-        IStrm* s = mem_strm();
+        IStrm* t = TestStrm_xcreatex__(nullptr, kIni, -1, __FILE__, __LINE__);
+        IStrm* w = t ? EncpStrm_xcreatex__(nullptr, t, 7, 5, __FILE__, __LINE__) : nullptr;
         IVekEnum* e = nullptr;
-        for (int i = 0; s && i < 12; i++) {
+        for (int i = 0; w && i < 12; i++) {
             vek_s32 before = ItfVol_count(&vol);
             if (i == 6) {
                 e = ItfEnum_xcreate__(nullptr, &vol, __FILE__, __LINE__);  // later changes copy
             }
-            vek_s32 r = i % 4 == 3 ? ItfVol_delAt(&vol, 0) : ItfVol_add(&vol, s);
-            if (r < 0) {
-                EXPECT_EQ(VEK_ERR_FULL, r);
+            if ((i % 4 == 3 ? ItfVol_delAt(&vol, 0) : ItfVol_add(&vol, w)) == VEK_ERR_FULL) {
                 EXPECT_EQ(before, ItfVol_count(&vol));
             }
         }
+        if (IStrm* c = w ? IStrm_clone(w) : nullptr) {
+            EXPECT_EQ("[Net]", strm_text(c));
+            IStrm_release(c);
+        }
         if (e) {
-            vek_s32 n = 0;
-            for (void* p; IVekEnum_next(e, &p);) {
-                n++;
-            }
-            EXPECT_LE(n, 6);
             IVekEnum_release(e);
         }
         ItfVol_delete(&vol);
-        release(s);
+        release(w);
+        release(t);
     });
     sweep("VekDatas", [] {
-        std::string text;
-        for (int i = 0; i < 300; i++) {
-            text += (char)('a' + i % 26);
-        }
-        VekData *c = nullptr, *cp = nullptr, *sl = nullptr;
+        std::string text(300, 'x');
+        VekData *c = nullptr, *cp = nullptr, *back = nullptr;
         if (VekDatas_fromBuf(&c, text.data(), 300, 64) < 0) {
             EXPECT_EQ(nullptr, c);
             return;
@@ -583,40 +570,16 @@ TEST_F(Faults, TablesCollectionsChainsAndWindows) {
         if (VekDatas_appd(&c, text.data(), 100, 64) < 0) {
             EXPECT_EQ(300, VekDatas_len(c));  // as it was
         }
-        if (VekDatas_copy(&cp, c, 50) == 0) {
-            EXPECT_EQ(0, VekDatas_cmp(c, cp));
-        }
-        if (VekDatas_slice(&sl, c, 10, 200, 16) == 0) {
-            EXPECT_EQ(200, VekDatas_len(sl));
-        }
         IStrm* m = mem_strm();
-        if (m && VekDatas_toStrm(c, m) == 0) {
-            VekData* back = nullptr;
+        if (VekDatas_copy(&cp, c, 50) == 0 && m && VekDatas_toStrm(cp, m) == 0) {
             IStrm_seek(m, 0, 0);
             if (VekDatas_fromStrm(&back, m, -1, 32) == 0) {
                 EXPECT_EQ(0, VekDatas_cmp(c, back));
-            } else {
-                EXPECT_EQ(nullptr, back);
             }
-            VekDatas_delete(back);
         }
         release(m);
-        for (VekData* x : {c, cp, sl}) {
+        for (VekData* x : {c, cp, back}) {
             VekDatas_delete(x);
         }
-    });
-    sweep("EncpStrm/TestStrm", [] {
-        IStrm* t = TestStrm_xcreatex__(nullptr, kIni, -1, __FILE__, __LINE__);
-        if (!t) {
-            return;
-        }
-        IStrm* w = EncpStrm_xcreatex__(nullptr, t, 7, 5, __FILE__, __LINE__);
-        IStrm* c = w ? IStrm_clone(w) : nullptr;
-        if (c) {
-            EXPECT_EQ("[Net]", strm_text(c));
-            IStrm_release(c);
-        }
-        release(w);
-        IStrm_release(t);
     });
 }
