@@ -12,7 +12,8 @@
  * written), VEK_ERR_EOF (-202) when input ends inside a value,
  * VEK_ERR_NOT_FOUND (-25) when an asked-for part is absent, VEK_ERR_BAD_ARG
  * (-81) for arguments out of range. Null pointers are the assertion of the
- * function's argument names and then VEK_ERR_BAD_ARG.
+ * function's argument names and then VEK_ERR_BAD_ARG, except in the
+ * byte-order calls, which check nothing so that they cost what a load does.
  */
 #ifndef VEK_MISCUTIL_H
 #define VEK_MISCUTIL_H
