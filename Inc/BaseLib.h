@@ -38,5 +38,10 @@
 #include "MiscUtil.h"
 #include "StrId.h"
 #include "ItfUtil.h"
+/* issue 29: configuration, XML, language resources, UTF-8 OS calls */
+#include "OsUtf8.h"
+#include "XmlDec.h"
+#include "CfgIni.h"
+#include "LangCat.h"
 
 #endif /* VEK_BASELIB_H */
