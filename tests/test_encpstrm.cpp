@@ -96,11 +96,11 @@ TEST_F(WindowStrm, OverAStreamThatMisbehaves) {
 
 using FaultStrm = VekTest;
 
-TEST_F(FaultStrm, ShortReadsEarlyEndsAndFailures) {
+// Short reads and writes, counts and peeks are what every other suite leans
+// on; here the limits: the early end, getc at a failure, and a write that
+// crosses its limit keeping the bytes before it.
+TEST_F(FaultStrm, EarlyEndsAndFailuresAtTheirLimits) {
     StrmPtr s(TestStrm_xcreatex__(nullptr, "abcdefghij", -1, __FILE__, __LINE__));
-    EXPECT_STREQ("TestStrm", IStrm_className(s.get()));
-    EXPECT_EQ("abcdefghij", read_all(s.get()));  // without faults, a memory stream
-    IStrm_seek(s.get(), 0, 0);
     TestStrmCfg cfg{4, 0, -1, -1, 6, 0};
     TestStrm_setCfg(s.get(), &cfg);
     char buf[16];
@@ -117,20 +117,12 @@ TEST_F(FaultStrm, ShortReadsEarlyEndsAndFailures) {
     cfg = TestStrmCfg{0, 3, -1, 5, -1, -94};
     TestStrm_setCfg(s.get(), &cfg);
     IStrm_seek(s.get(), 0, 0);
-    EXPECT_EQ(3, IStrm_write(s.get(), "ABCDEFG", 7));  // a short write
+    EXPECT_EQ(3, IStrm_write(s.get(), "ABCDEFG", 7));
     EXPECT_EQ(0, IStrm_putc(s.get(), 'D'));
-    EXPECT_EQ(-94, IStrm_write(s.get(), "EF", 2));     // E lands, then the failure
+    EXPECT_EQ(-94, IStrm_write(s.get(), "EF", 2));  // E lands, then the failure
     EXPECT_EQ(-94, IStrm_putc(s.get(), 'x'));
-    TestStrmStat st;
-    TestStrm_getStat(s.get(), &st);
-    EXPECT_EQ(2, st.writes);
-    EXPECT_EQ(5, st.bytesWritten);
-    EXPECT_EQ(0, st.reads);
     char all[10];
     EXPECT_EQ(10, TestStrm_peek(s.get(), 0, all, 10));
     EXPECT_EQ("ABCDEfghij", std::string(all, 10));
     EXPECT_EQ(5, IStrm_tell(s.get()));  // peeking does not move
-    EXPECT_EQ(0, TestStrm_peek(s.get(), 11, all, 1));
-    TestStrm_setCfg(s.get(), nullptr);
-    EXPECT_EQ(2, IStrm_write(s.get(), "xy", 2));
 }
