@@ -34,6 +34,10 @@
 #include "MimeHdr.h"
 #include "GsmUtil.h"
 #include "VekEvt.h"
+/* binary and network helpers, identifier tables, interface collections */
+#include "MiscUtil.h"
+#include "StrId.h"
+#include "ItfUtil.h"
 /* issue 29: configuration, XML, language resources, UTF-8 OS calls */
 #include "OsUtf8.h"
 #include "XmlDec.h"

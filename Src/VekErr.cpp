@@ -35,6 +35,7 @@ constexpr ErrText kTexts[] = {
     {VEK_ERR_EOF, "end of stream"},
     {VEK_ERR_INI_LINE_LONG, "an INI line is longer than 1024 bytes"},
     {VEK_ERR_NEG_TIME_DIFF, "negative time difference"},
+    {VEK_ERR_MALFORMED, "input not in the expected form"},
     {VEK_ERR_XML_SYNTAX, "XML not well-formed"},
     {VEK_ERR_XML_CHAR, "a character XML does not allow"},
     {VEK_ERR_XML_TAG, "an XML end tag that does not match"},

@@ -46,6 +46,13 @@ ROWS = [
     ("IniUtil_getFileStr, 4 KiB file", "BM_IniUtil_getFileStr", "BM_inih_getFileStr", "inih", 1.0),
     ("IniFile load, 1 MiB", "BM_IniFile_load", "BM_GKeyFile_load", "GKeyFile", 1.0),
     ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
+    # binary and network helpers, identifier tables
+    ("IPv4 text parse", "BM_vek_inet_pton/4", "BM_inet_pton/4", "inet_pton", 1.0),
+    ("IPv6 text parse", "BM_vek_inet_pton/6", "BM_inet_pton/6", "inet_pton", 1.0),
+    ("StrId lookup among 100,000 names", "BM_StrId_find/1", "BM_unordered_map_find/1",
+     "std::unordered_map<std::string,int>", 1.0),
+    ("StrId lookup among 100,000 names, absent", "BM_StrId_find/0", "BM_unordered_map_find/0",
+     "std::unordered_map<std::string,int>", 1.0),
     # issue 29: the XML decoder
     ("XML decoding of a 10 MB document (events only)", "BM_XmlDec_events", "BM_expat_events", "expat", 1.0),
 ]
