@@ -53,9 +53,9 @@ expect libbaselib-dev "$libdir/libBaseLib\.so" "/usr/include/BaseLib/[A-Za-z0-9_
   "$libdir/cmake/BaseLib/[A-Za-z0-9_-]+\.cmake" "$libdir/pkgconfig/BaseLib\.pc"
 expect vektool /usr/bin/vektool /usr/share/man/man1/vektool\.1\.gz \
   /usr/share/bash-completion/completions/vektool
-dpkg-deb -f "$dir/libbaselib-dev"_*.deb Depends | grep -q "^$lib (= $version)" ||
+dpkg-deb -f "$dir/libbaselib-dev"_*.deb Depends | grep "^$lib (= $version)" >/dev/null ||
   fail "libbaselib-dev does not depend on $lib $version exactly"
-dpkg-deb -f "$dir/vektool"_*.deb Depends | grep -q "$lib (>= $version)" ||
+dpkg-deb -f "$dir/vektool"_*.deb Depends | grep "$lib (>= $version)" >/dev/null ||
   fail "vektool does not depend on $lib"
 echo "package contents: as split"
 
@@ -89,7 +89,7 @@ pc=$(pkg-config --cflags --libs BaseLib)
 [[ $pc == *-I/usr/include/BaseLib* && $pc == *-lBaseLib* ]] || fail "pkg-config BaseLib: $pc"
 # shellcheck disable=SC2086
 gcc -std=c99 tests/install/consumer.c -o "$work/consumer-pc" $pc
-"$work/consumer-pc" | grep -q "^BaseLib $version from $libdir\$" || fail "the pkg-config program did not run"
+"$work/consumer-pc" | grep "^BaseLib $version from $libdir\$" >/dev/null || fail "the pkg-config program did not run"
 # find_package(BaseLib) from the system's own places: the examples.
 cmake -S examples -B "$work/examples" >"$work/examples.log" &&
   cmake --build "$work/examples" >>"$work/examples.log" ||
@@ -99,9 +99,9 @@ ctest --test-dir "$work/examples" --output-on-failure >>"$work/examples.log" ||
 grep -q "BaseLib_DIR:PATH=$libdir/cmake/BaseLib" "$work/examples/CMakeCache.txt" ||
   fail "the examples found another BaseLib"
 [ "$(command -v vektool)" = /usr/bin/vektool ] || fail "vektool is not on the path"
-vektool --version | grep -q "(BaseLib) $version" || fail "vektool --version"
-vektool info | grep -q "base folder: *$libdir\$" || fail "vektool info: wrong base folder"
-readelf -d /usr/bin/vektool | grep -q -E 'RPATH|RUNPATH' && fail "vektool carries a run path"
+vektool --version | grep "(BaseLib) $version" >/dev/null || fail "vektool --version"
+vektool info | grep "base folder: *$libdir\$" >/dev/null || fail "vektool info: wrong base folder"
+readelf -d /usr/bin/vektool | grep -E 'RPATH|RUNPATH' >/dev/null && fail "vektool carries a run path"
 
 # The manual page: found by man, free of formatting warnings, and naming
 # every command vektool lists.
@@ -132,11 +132,11 @@ $sudo apt-get remove -y -qq "${names[@]}" >"$work/remove.log" 2>&1 ||
   { cat "$work/remove.log"; fail "apt-get remove failed"; }
 rest=$(left)
 [ -z "$rest" ] || { echo "$rest"; fail "apt-get remove left the above behind"; }
-! ldconfig -p | grep -q libBaseLib || fail "the loader's cache still names libBaseLib"
+! ldconfig -p | grep libBaseLib >/dev/null || fail "the loader's cache still names libBaseLib"
 $sudo apt-get purge -y -qq "${names[@]}" >"$work/purge.log" 2>&1 ||
   { cat "$work/purge.log"; fail "apt-get purge failed"; }
 for p in "${names[@]}"; do
-  ! dpkg-query -W -f='${Status}\n' "$p" 2>/dev/null | grep -q -v "not-installed" ||
+  ! dpkg-query -W -f='${Status}\n' "$p" 2>/dev/null | grep -v "not-installed" >/dev/null ||
     fail "$p is still known to dpkg after purge"
   ! ls /var/lib/dpkg/info/"$p".* >/dev/null 2>&1 || fail "dpkg still keeps $p's files"
 done

@@ -58,7 +58,7 @@ zip() {
   list=$(cmake -E tar tf "$f")
   for want in bin/BaseLib.dll bin/vektool.exe lib/libBaseLib.dll.a include/BaseLib/BaseLib.h \
               lib/cmake/BaseLib/BaseLibConfig.cmake; do
-    echo "$list" | grep -q "/$want\$" || { echo "package.sh: $f lacks $want"; exit 1; }
+    echo "$list" | grep "/$want\$" >/dev/null || { echo "package.sh: $f lacks $want"; exit 1; }
   done
   echo "package: $f ($(echo "$list" | grep -c -v '/$') files)"
 }

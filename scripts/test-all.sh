@@ -47,7 +47,7 @@ for leg in $legs; do
     rm -rf build/package-zip-check && mkdir -p build/package-zip-check
     (cd build/package-zip-check && cmake -E tar xf ../packages/BaseLib-*-win64.zip)
     WINEPREFIX=$PWD/build/$leg/wineprefix cmake/wine-run.sh \
-      build/package-zip-check/BaseLib-*-win64/bin/vektool.exe --version | grep -q "(BaseLib)"
+      build/package-zip-check/BaseLib-*-win64/bin/vektool.exe --version | grep "(BaseLib)" >/dev/null
     bash scripts/wine.sh stop "$wine_dir"
     wine_dir=""
   else
