@@ -59,8 +59,13 @@ dpkg-deb -f "$dir/vektool"_*.deb Depends | grep "$lib (>= $version)" >/dev/null 
   fail "vektool does not depend on $lib"
 echo "package contents: as split"
 
+# A chroot: debianutils' ischroot says so, or, where it cannot tell (no
+# access to /proc/1/root in a sandbox), the process's root is no mount
+# point of its own (the kernel lists no mount at "/" for a process whose
+# root is a plain folder, as a debootstrapped root is).
 in_chroot() {
-  [ -r /proc/1/root ] && [ "$(stat -c %d:%i /)" != "$(stat -Lc %d:%i /proc/1/root 2>/dev/null)" ]
+  ischroot 2>/dev/null && return 0
+  [ -r /proc/self/mountinfo ] && ! awk '$5 == "/" { found = 1 } END { exit !found }' /proc/self/mountinfo
 }
 if [ "${BASELIB_PACKAGE_INSTALL:-}" != 1 ] && ! in_chroot; then
   echo "################################################################"
@@ -133,12 +138,14 @@ $sudo apt-get remove -y -qq "${names[@]}" >"$work/remove.log" 2>&1 ||
 rest=$(left)
 [ -z "$rest" ] || { echo "$rest"; fail "apt-get remove left the above behind"; }
 ! ldconfig -p | grep libBaseLib >/dev/null || fail "the loader's cache still names libBaseLib"
-$sudo apt-get purge -y -qq "${names[@]}" >"$work/purge.log" 2>&1 ||
-  { cat "$work/purge.log"; fail "apt-get purge failed"; }
+# Purged with dpkg: a package without configuration files is gone entirely
+# after its removal, and apt, which had it from a file, no longer knows it.
+$sudo dpkg --purge "${names[@]}" >"$work/purge.log" 2>&1 ||
+  { cat "$work/purge.log"; fail "dpkg --purge failed"; }
 for p in "${names[@]}"; do
   ! dpkg-query -W -f='${Status}\n' "$p" 2>/dev/null | grep -v "not-installed" >/dev/null ||
     fail "$p is still known to dpkg after purge"
   ! ls /var/lib/dpkg/info/"$p".* >/dev/null 2>&1 || fail "dpkg still keeps $p's files"
 done
-[ -z "$(left)" ] || fail "apt-get purge left files behind"
-echo "removal: apt-get remove and purge leave nothing behind"
+[ -z "$(left)" ] || fail "the purge left files behind"
+echo "removal: apt-get remove and the purge leave nothing behind"
