@@ -34,5 +34,6 @@
 #include "MimeHdr.h"
 #include "GsmUtil.h"
 #include "VekEvt.h"
+#include "VekErp.h"
 
 #endif /* VEK_BASELIB_H */

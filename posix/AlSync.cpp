@@ -22,6 +22,14 @@
  * check. The in-process mutexes a thread owns are listed per thread; when
  * the thread ends, a thread-specific-data destructor abandons them.
  *
+ * A wait that includes the system's descriptors (wait_fds) sleeps in
+ * poll() instead: its waiter carries the thread's wake descriptor (an
+ * eventfd made on the thread's first such wait and closed when the thread
+ * ends), hand_over writes to it instead of signalling a condition
+ * variable, and poll() watches it beside the descriptors. Waits on objects
+ * alone keep the condition variable: a futex wake costs less than an
+ * eventfd's write, poll and read.
+ *
  * Named mutexes are system-wide: a process-shared, robust, recursive
  * pthread mutex in a shared-memory object named from the normalised name.
  * The kernel marks a robust mutex whose owner died, so the next locker sees
@@ -48,6 +56,8 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -81,7 +91,8 @@ struct OwnerRec {
 };
 
 struct Waiter {
-    pthread_cond_t cv;
+    pthread_cond_t cv;   // unused when wakeFd >= 0
+    int wakeFd;          // the thread's eventfd while in wait_fds, else -1
     vek_u32 tid;
     OwnerRec* owner;
     vek_s32 fired;   // index of the object handed over, -1 while none
@@ -119,13 +130,45 @@ Mapping* g_maps;
 pthread_once_t g_once = PTHREAD_ONCE_INIT;
 pthread_condattr_t g_cvAttr;  // monotonic clock for every timed wait
 pthread_key_t g_ownKey;
+pthread_key_t g_wakeKey;      // the thread's wake eventfd + 1 (0: none yet)
 
 void abandon_owned(void* p);
+
+void close_wake_fd(void* p) {
+    close((int)(intptr_t)p - 1);
+}
 
 void init_once() {
     pthread_condattr_init(&g_cvAttr);
     pthread_condattr_setclock(&g_cvAttr, CLOCK_MONOTONIC);
     pthread_key_create(&g_ownKey, abandon_owned);
+    pthread_key_create(&g_wakeKey, close_wake_fd);
+}
+
+/* The calling thread's wake descriptor, made on first need; -1 (errno)
+ * when none can be made. */
+int wake_fd() {
+    if (void* p = pthread_getspecific(g_wakeKey)) {
+        return (int)(intptr_t)p - 1;
+    }
+    int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (fd >= 0 && pthread_setspecific(g_wakeKey, (void*)(intptr_t)(fd + 1)) != 0) {
+        close(fd);
+        errno = ENOMEM;
+        fd = -1;
+    }
+    return fd;
+}
+
+/* Under g_lk: wakes a waiter wherever it sleeps. */
+void wake(Waiter* w) {
+    if (w->wakeFd >= 0) {
+        uint64_t one = 1;
+        ssize_t r = write(w->wakeFd, &one, sizeof one);
+        (void)r;  // only an overflow of the count can fail: the fd is readable then
+    } else {
+        pthread_cond_signal(&w->cv);
+    }
 }
 
 void ensure_init() {
@@ -207,7 +250,7 @@ void hand_over(Obj* o) {
             continue;
         }
         if (o->tag == kTagNamed) {  // released here: let them try again
-            pthread_cond_signal(&w->cv);
+            wake(w);
             continue;
         }
         if (o->tag == kTagEvent) {
@@ -226,7 +269,7 @@ void hand_over(Obj* o) {
             o->abandoned = false;
         }
         w->fired = b->index;
-        pthread_cond_signal(&w->cv);
+        wake(w);
     }
 }
 
@@ -665,6 +708,7 @@ vek_u32 wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32) {
     }
     Obj* objs[kMaxWait];
     Waiter w;
+    w.wakeFd = -1;
     w.tid = al_thrd_id();
     w.owner = nullptr;
     w.fired = -1;
@@ -757,6 +801,172 @@ vek_u32 wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32) {
 
 vek_u32 msg_wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32 alertable) {
     return wait_any(hnds, n, tmo, alertable);
+}
+
+static_assert(sizeof(PollFd) == sizeof(struct pollfd) && offsetof(PollFd, events) == offsetof(struct pollfd, events) &&
+                  offsetof(PollFd, revents) == offsetof(struct pollfd, revents),
+              "PollFd is struct pollfd");
+
+} // namespace plat
+
+namespace {
+
+/* Under g_lk: an auto-reset signal taken by a wait that then reported its
+ * descriptors goes back to the event (and to whoever waits for it). */
+void give_back(Obj* o) {
+    if (o->tag == kTagEvent && !o->manual) {
+        o->signalled = true;
+        hand_over(o);
+    }
+}
+
+/* The descriptors that poll() found ready among the first n. */
+vek_s32 count_ready(const struct pollfd* pfd, vek_s32 n) {
+    vek_s32 k = 0;
+    for (vek_s32 i = 0; i < n; i++) {
+        k += pfd[i].revents != 0;
+    }
+    return k;
+}
+
+/* Milliseconds from now to the deadline, rounded up so that poll() never
+ * wakes before it; 0 once it has passed. */
+int ms_until(const struct timespec& deadline) {
+    struct timespec now = mono_now();
+    if (!before(now, deadline)) {
+        return 0;
+    }
+    vek_s64 ns = (vek_s64)(deadline.tv_sec - now.tv_sec) * 1000000000LL + (deadline.tv_nsec - now.tv_nsec);
+    vek_s64 ms = (ns + 999999) / 1000000;
+    return ms > INT_MAX ? INT_MAX : (int)ms;
+}
+
+void drain(int fd) {
+    uint64_t n;
+    ssize_t r = read(fd, &n, sizeof n);
+    (void)r;  // EAGAIN: nothing to drain
+}
+
+} // namespace
+
+namespace plat {
+
+vek_u32 wait_fds(PollFd* fds, vek_s32 nfd, const vek_handle* hnds, vek_s32 nh, vek_s32 tmo, vek_s32* nReady) {
+    ensure_init();
+    *nReady = 0;
+    if (!fds || nfd < 1 || nfd > kMaxFds || nh < 0 || nh > 2 || (nh > 0 && !hnds)) {
+        return fail(EINVAL);
+    }
+    struct pollfd pfd[kMaxFds + 1];
+    std::memcpy(pfd, fds, sizeof(PollFd) * (size_t)nfd);
+    for (vek_s32 i = 0; i < nfd; i++) {
+        pfd[i].revents = 0;
+    }
+    Obj* objs[2];
+    Waiter w;
+    w.wakeFd = -1;
+    w.tid = al_thrd_id();
+    w.owner = nullptr;
+    w.fired = -1;
+    w.abandoned = false;
+    pthread_mutex_lock(&g_lk);
+    for (vek_s32 i = 0; i < nh; i++) {
+        objs[i] = (Obj*)hnds[i];
+        if (!valid(objs[i]) || objs[i]->tag != kTagEvent || (i == 1 && objs[0] == objs[1])) {
+            pthread_mutex_unlock(&g_lk);
+            return fail(EINVAL);
+        }
+        objs[i]->refs++;
+    }
+    // An event signalled already: the descriptors may still come first.
+    vek_s32 pre = -1;
+    for (vek_s32 i = 0; i < nh && pre < 0; i++) {
+        pre = acquire_now(objs[i], &w) ? i : -1;
+    }
+    WaitBlock blocks[2];
+    vek_u32 res = kWaitTimeout;
+    int err = 0;
+    if (pre >= 0 || tmo == 0) {
+        pthread_mutex_unlock(&g_lk);
+        int r = poll(pfd, (nfds_t)nfd, 0);
+        err = r < 0 ? errno : 0;
+        res = r > 0 ? kWaitObject0 + (vek_u32)nh : r < 0 ? kWaitFailed : pre >= 0 ? kWaitObject0 + (vek_u32)pre : kWaitTimeout;
+        pthread_mutex_lock(&g_lk);
+        if (r != 0 && pre >= 0) {
+            give_back(objs[pre]);
+        }
+    } else if ((w.wakeFd = wake_fd()) < 0) {
+        err = errno;
+        res = kWaitFailed;
+    } else {
+        for (vek_s32 i = 0; i < nh; i++) {
+            blocks[i].waiter = &w;
+            blocks[i].index = i;
+            link_block(objs[i], &blocks[i]);
+        }
+        pthread_mutex_unlock(&g_lk);
+        pfd[nfd].fd = w.wakeFd;
+        pfd[nfd].events = POLLIN;
+        struct timespec deadline = add_ms(mono_now(), tmo > 0 ? tmo : 0);
+        for (;;) {
+            pfd[nfd].revents = 0;
+            int r = poll(pfd, (nfds_t)nfd + 1, tmo < 0 ? -1 : ms_until(deadline));
+            if (r < 0 && errno != EINTR) {
+                err = errno;
+                res = kWaitFailed;
+                break;
+            }
+            if (r > 0 && count_ready(pfd, nfd) > 0) {
+                res = kWaitObject0 + (vek_u32)nh;
+                break;
+            }
+            if (r > 0) {  // woken: a handle fired, or a stale count
+                drain(w.wakeFd);
+                pthread_mutex_lock(&g_lk);
+                vek_s32 fired = w.fired;
+                pthread_mutex_unlock(&g_lk);
+                if (fired >= 0) {
+                    res = kWaitObject0 + (vek_u32)fired;
+                    break;
+                }
+            }
+            if (r == 0 && tmo > 0 && ms_until(deadline) == 0) {
+                res = kWaitTimeout;
+                break;
+            }
+        }
+        pthread_mutex_lock(&g_lk);
+        for (vek_s32 i = 0; i < nh; i++) {
+            unlink_block(objs[i], &blocks[i]);
+        }
+        if (w.fired >= 0 && res != kWaitObject0 + (vek_u32)w.fired) {
+            give_back(objs[w.fired]);  // handed over too late: the descriptors won
+        }
+        if (w.fired >= 0) {
+            drain(w.wakeFd);  // nobody writes to it any more: the next wait starts clean
+        }
+    }
+    Obj* dead[2];
+    vek_s32 nDead = 0;
+    for (vek_s32 i = 0; i < nh; i++) {
+        if (--objs[i]->refs == 0) {  // closed while we waited
+            dead[nDead++] = objs[i];
+        }
+    }
+    pthread_mutex_unlock(&g_lk);
+    for (vek_s32 i = 0; i < nDead; i++) {
+        release_obj(dead[i]);
+    }
+    if (res == kWaitObject0 + (vek_u32)nh) {
+        for (vek_s32 i = 0; i < nfd; i++) {
+            fds[i].revents = pfd[i].revents;
+        }
+        *nReady = count_ready(pfd, nfd);
+    }
+    if (res == kWaitFailed) {
+        errno = err;
+    }
+    return res;
 }
 
 void disp_msg(void) {
