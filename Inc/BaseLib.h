@@ -35,5 +35,6 @@
 #include "GsmUtil.h"
 #include "VekEvt.h"
 #include "VekErp.h"
+#include "VekIoWait.h"
 
 #endif /* VEK_BASELIB_H */

@@ -25,6 +25,8 @@ constexpr vek_u32 kWaitAbandoned0 = 0x80;
 constexpr vek_u32 kWaitIoCompletion = 0xC0;
 constexpr vek_u32 kWaitTimeout = 0x102;
 constexpr vek_u32 kWaitFailed = 0xFFFFFFFFu;
+/* wait_fds on a system without descriptors to wait on (Windows). */
+constexpr vek_u32 kWaitUnsupported = 0xFFFFFFFEu;
 
 /* The most handles one wait takes. */
 constexpr vek_s32 kMaxWait = 8;
@@ -77,7 +79,7 @@ constexpr vek_s32 kMaxFds = 64;
  * (kWaitTimeout; negative: no limit). The descriptors come first: when
  * both are ready the descriptors are reported and the events keep their
  * signals. Nothing is read from a descriptor. kWaitFailed (errno) on
- * failure. POSIX only: on Windows kWaitFailed (ERROR_NOT_SUPPORTED). */
+ * failure. kWaitUnsupported on Windows. */
 vek_u32 wait_fds(PollFd* fds, vek_s32 nfd, const vek_handle* hnds, vek_s32 nh, vek_s32 tmo, vek_s32* nReady);
 
 /* The system error code of the calling thread's last failed call. */
