@@ -26,10 +26,15 @@ struct ErpWake {
 void erp_wake_init(void);
 void erp_wake_exit(void);
 bool erp_wake_create(ErpWake* w);
+/* Any thread, until erp_wake_destroy; after erp_wake_retire it may do
+ * nothing. */
 void erp_wake_signal(const ErpWake* w);
-/* onOwner: called on the owner thread (a window can only be destroyed
- * there; elsewhere it stays until its thread ends). */
-void erp_wake_destroy(ErpWake* w, bool onOwner);
+/* The owner ends its queue (on the owner thread: a window can only be
+ * destroyed there; a queue that the manager ends for a thread that is
+ * gone is never retired, its window goes with its thread). */
+void erp_wake_retire(ErpWake* w);
+/* Whoever lets go of the queue last, on any thread. */
+void erp_wake_destroy(ErpWake* w);
 
 } // namespace plat
 

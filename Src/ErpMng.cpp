@@ -20,7 +20,10 @@
  * Wake-ups: a post signals the owner's wake (plat::ErpWake) only when the
  * queue's "woken" flag was clear; the owner clears the flag before it looks
  * at the queue. So a wake is never lost, and a burst of posts costs the
- * kernel one signal.
+ * kernel one signal. The signal is given after the lock is released (the
+ * woken owner's first step is to take it); the waker holds a reference to
+ * the queue meanwhile, so a queue whose thread ends at that moment is
+ * freed by whoever lets go of it last.
  */
 #include <climits>
 #include <map>
@@ -62,6 +65,7 @@ struct Item {
 struct List {
     Item* head = nullptr;
     Item* tail = nullptr;
+    vek_s32 n = 0;
 
     bool empty() const { return head == nullptr; }
     void push_back(Item* it) {
@@ -69,11 +73,13 @@ struct List {
         it->prev = tail;
         (tail ? tail->next : head) = it;
         tail = it;
+        n++;
     }
     void unlink(Item* it) {
         (it->prev ? it->prev->next : head) = it->next;
         (it->next ? it->next->prev : tail) = it->prev;
         it->prev = it->next = nullptr;
+        n--;
     }
     /* Moves all of other to the front of this list. */
     void splice_front(List& other) {
@@ -83,7 +89,9 @@ struct List {
         other.tail->next = head;
         (head ? head->prev : tail) = other.tail;
         head = other.head;
+        n += other.n;
         other.head = other.tail = nullptr;
+        other.n = 0;
     }
     /* Moves all of other to the back of this list. */
     void splice_back(List& other) {
@@ -93,7 +101,9 @@ struct List {
         other.head->prev = tail;
         (tail ? tail->next : head) = other.head;
         tail = other.tail;
+        n += other.n;
         other.head = other.tail = nullptr;
+        other.n = 0;
     }
 };
 
@@ -111,7 +121,9 @@ struct Erp {
 
 struct Que {
     vek_u32 tid;
+    std::atomic<vek_s32> refs{1};   // its owner's, and each waker's on its way
     List items;
+    std::atomic<vek_s32> queued{0}; // items.n, for a look without the lock (see disp)
     vek_u32 nextSeq = 0;
     std::atomic<vek_s32> woken{0};  // a wake-up is on its way
     plat::ErpWake wake{};
@@ -195,7 +207,10 @@ class ErpMng {
 
   private:
     vek_s32 newId();
-    void enqueue(Que* q, Item* it);
+    Que* enqueue(Que* q, Item* it);
+    static Que* wakeLater(Que* q);
+    static void wakeNow(Que* q);
+    static void unref(Que* q);
     Item* nextReady(Que* q);
     Erp* find(vek_s32 id);
     vek_s32 leakLocked(Que* q, TinyStr* t);
@@ -268,9 +283,8 @@ Que* ErpMng::que(bool create) {
         ques_[q->tid] = q;  // replaces a queue its thread left behind
     } catch (const std::bad_alloc&) {
         AlMutex_unlock(&lock_);
-        plat::erp_wake_destroy(&q->wake, true);
-        q->~Que();
-        vek_free__(mem);
+        plat::erp_wake_retire(&q->wake);
+        unref(q);
         return nullptr;
     }
     q->next = all_;
@@ -363,6 +377,7 @@ vek_s32 ErpMng::del(vek_s32 id) {
         }
         it = next;
     }
+    q->queued.store(q->items.n);
     detach(gone);
     AlMutex_unlock(&lock_);
     drop(gone);
@@ -370,27 +385,53 @@ vek_s32 ErpMng::del(vek_s32 id) {
     return 0;
 }
 
-/* Under the lock: queues it and wakes the owner unless a wake-up is on
- * its way already. */
-void ErpMng::enqueue(Que* q, Item* it) {
+/* Under the lock: q when its owner needs a wake-up (none is on its way
+ * yet), with a reference for the waker; null otherwise. */
+Que* ErpMng::wakeLater(Que* q) {
+    if (q->woken.exchange(1)) {
+        return nullptr;
+    }
+    q->refs++;
+    return q;
+}
+
+/* After the lock: gives the wake-up that wakeLater promised. */
+void ErpMng::wakeNow(Que* q) {
+    if (q) {
+        plat::erp_wake_signal(&q->wake);
+        unref(q);
+    }
+}
+
+void ErpMng::unref(Que* q) {
+    if (--q->refs == 0) {
+        plat::erp_wake_destroy(&q->wake);
+        q->~Que();
+        vek_free__(q);
+    }
+}
+
+/* Under the lock: queues it; the queue to wake after the lock, or null. */
+Que* ErpMng::enqueue(Que* q, Item* it) {
     it->que = q;
     it->seq = q->nextSeq++;
     q->items.push_back(it);
-    if (!q->woken.exchange(1)) {
-        plat::erp_wake_signal(&q->wake);
-    }
+    q->queued.store(q->items.n);
+    return wakeLater(q);
 }
 
 vek_s32 ErpMng::post(vek_s32 id, Item* it) {
     AlMutex_lock(&lock_);
     Erp* e = find(id);
     vek_s32 ret = !e ? VEK_ERR_NOT_FOUND : it->kind == kEvt && !e->handler ? VEK_ERR_NOT_SUPPORTED : 0;
+    Que* wake = nullptr;
     if (ret == 0) {
         it->erp = e;
         e->pending++;
-        enqueue(e->que, it);
+        wake = enqueue(e->que, it);
     }
     AlMutex_unlock(&lock_);
+    wakeNow(wake);
     return ret;
 }
 
@@ -402,17 +443,17 @@ vek_s32 ErpMng::pause(vek_s32 id, bool resume) {
         return VEK_ERR_NOT_FOUND;
     }
     bool misuse = resume && e->pauses == 0;
+    Que* wake = nullptr;
     if (!resume) {
         e->pauses++;
     } else if (!misuse && --e->pauses == 0 && !e->held.empty()) {
-        Que* q = e->que;
-        q->items.splice_front(e->held);
-        if (!q->woken.exchange(1)) {
-            plat::erp_wake_signal(&q->wake);
-        }
+        e->que->items.splice_front(e->held);
+        e->que->queued.store(e->que->items.n);
+        wake = wakeLater(e->que);
     }
     vek_s32 n = e->pauses;
     AlMutex_unlock(&lock_);
+    wakeNow(wake);
     if (misuse) {
         vek_assert__("erp->pauses > 0", __FILE__, __LINE__);
     }
@@ -435,23 +476,34 @@ Item* ErpMng::nextReady(Que* q) {
         q->items.unlink(it);
         it->erp->held.push_back(it);
     }
+    q->queued.store(q->items.n);
     return it;
 }
 
 vek_s32 ErpMng::disp(Que* q) {
-    q->woken.store(0);  // before looking: a post from now on wakes again
-    AlMutex_lock(&lock_);
-    vek_u32 bound = q->nextSeq;  // what is posted from now on waits for the next dispatch
-    AlMutex_unlock(&lock_);
+    // The flag is cleared before the queue is looked at: a post from now on
+    // wakes the owner again. With nothing queued the lock is not taken (a
+    // post that comes later sees the flag clear and signals).
+    q->woken.store(0);
+    if (q->queued.load() == 0) {
+        return 0;
+    }
     vek_s32 n = 0;
+    bool first = true;
+    vek_u32 bound = 0;  // what is posted from now on waits for the next dispatch
     for (;;) {
         AlMutex_lock(&lock_);
+        if (first) {
+            bound = q->nextSeq;
+            first = false;
+        }
         Item* it = nextReady(q);
         if (!it || (vek_s32)(it->seq - bound) >= 0) {
             AlMutex_unlock(&lock_);
             break;
         }
         q->items.unlink(it);
+        q->queued.store(q->items.n);
         vek_erp_handler handler = nullptr;
         void* ctx = nullptr;
         if (Erp* e = it->erp) {
@@ -475,6 +527,9 @@ vek_s32 ErpMng::disp(Que* q) {
             vek_evt_set(done);
         } else {
             vek_free__(it);
+        }
+        if (q->queued.load() == 0) {
+            break;
         }
     }
     q->ran += (vek_u32)n;
@@ -586,9 +641,10 @@ void ErpMng::endQue(Que* q, bool onOwner) {
         q->erps = e->next;
         vek_free__(e);
     }
-    plat::erp_wake_destroy(&q->wake, onOwner);
-    q->~Que();
-    vek_free__(q);
+    if (onOwner) {
+        plat::erp_wake_retire(&q->wake);
+    }
+    unref(q);
 }
 
 void ErpMng::thrdEnd() {
@@ -621,8 +677,9 @@ vek_s32 ErpMng::scall(vek_u32 tid, vek_thrd_call_fn fn, void* arg, vek_s32 tmo, 
         plat::handle_close(it.done);
         return VEK_ERR_NOT_FOUND;
     }
-    enqueue(f->second, &it);
+    Que* wake = enqueue(f->second, &it);
     AlMutex_unlock(&lock_);
+    wakeNow(wake);
     // Pumping: a target that calls back into this thread meanwhile is
     // served, so two threads may call each other.
     vek_s32 r = vek_evt_mwait__(it.done, nullptr, tmo, flags);
@@ -631,6 +688,7 @@ vek_s32 ErpMng::scall(vek_u32 tid, vek_thrd_call_fn fn, void* arg, vek_s32 tmo, 
         bool withdrawn = it.state == kQueued;
         if (withdrawn) {
             it.que->items.unlink(&it);
+            it.que->queued.store(it.que->items.n);
         }
         AlMutex_unlock(&lock_);
         if (!withdrawn) {  // begun: it uses arg until its end
@@ -659,11 +717,13 @@ vek_s32 ErpMng::acall(vek_u32 tid, vek_thrd_call_fn fn, void* arg, vek_erp_fn dr
             id = VEK_ERR_FULL;
         }
     }
+    Que* wake = nullptr;
     if (id > 0) {
         it->id = id;
-        enqueue(f->second, it);
+        wake = enqueue(f->second, it);
     }
     AlMutex_unlock(&lock_);
+    wakeNow(wake);
     if (id < 0) {
         vek_free__(it);
     }
@@ -680,6 +740,7 @@ vek_s32 ErpMng::delACall(vek_s32 id) {
     Item* it = f->second;
     forget(acalls_, id);
     it->que->items.unlink(it);
+    it->que->queued.store(it->que->items.n);
     AlMutex_unlock(&lock_);
     List gone;
     gone.push_back(it);

@@ -24,7 +24,10 @@ void erp_wake_signal(const ErpWake* w) {
     event_set(w->evt);
 }
 
-void erp_wake_destroy(ErpWake* w, bool) {
+void erp_wake_retire(ErpWake*) {
+}
+
+void erp_wake_destroy(ErpWake* w) {
     handle_close(w->evt);
     w->evt = nullptr;
 }

@@ -32,9 +32,34 @@ ROWS = [
     ("IniUtil_getFileStr, 4 KiB file", "BM_IniUtil_getFileStr", "BM_inih_getFileStr", "inih", 1.0),
     ("IniFile load, 1 MiB", "BM_IniFile_load", "BM_GKeyFile_load", "GKeyFile", 1.0),
     ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
+    ("erp post from another thread -> handler runs, round trip", "BM_erp_roundtrip_vek/real_time",
+     "BM_erp_roundtrip_eventfd/real_time", "eventfd + mutex queue", 1.5),
+]
+
+# Figures with a goal of their own and no peer: (what, benchmark, counter,
+# goal, unit); the medians of the repetitions, as above.
+ABS_ROWS = [
+    ("cancel -> blocked descriptor read returns -5, median", "BM_cancel_read_vek/iterations:1/real_time",
+     "median_us", 50.0, "µs"),
+    ("cancel -> blocked descriptor read returns -5, p99", "BM_cancel_read_vek/iterations:1/real_time",
+     "p99_us", 1000.0, "µs"),
 ]
 
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def load_counters(json_dir):
+    """Counters of every benchmark found (the median's when repeated), by its name."""
+    out = {}
+    for path in sorted(glob.glob(os.path.join(json_dir, "*.json"))):
+        with open(path) as f:
+            data = json.load(f)
+        for b in data.get("benchmarks", []):
+            name = b.get("run_name", b["name"])
+            if b.get("aggregate_name") not in (None, "median") or (b.get("aggregate_name") is None and name in out):
+                continue
+            out[name] = b
+    return out
 
 
 def load_medians(json_dir):
@@ -120,6 +145,13 @@ def main():
             "%.2f×" % ratio if ratio is not None else "–", goal,
             "–" if ratio is None else ("yes" if ratio <= goal else "no")))
         chart.append(("%s vs %s" % (what, peer_name), ratio, goal))
+    counters = load_counters(json_dir)
+    lines += ["", "| figure | value | goal | met |", "|---|---|---|---|"]
+    for what, bench, counter, goal, unit in ABS_ROWS:
+        v = counters.get(bench, {}).get(counter)
+        lines.append("| %s | %s | ≤ %g %s | %s |" % (
+            what, "%.3g %s" % (v, unit) if v is not None else "–", goal, unit,
+            "–" if v is None else ("yes" if v <= goal else "no")))
     lines += ["", "![ratios](%s)" % os.path.basename(out_svg), ""]
     with open(out_md, "w") as f:
         f.write("\n".join(lines))

@@ -60,10 +60,11 @@ void erp_wake_signal(const ErpWake* w) {
     PostMessageW((HWND)w->wnd, kWakeMsg, 0, 0);
 }
 
-void erp_wake_destroy(ErpWake* w, bool onOwner) {
-    if (onOwner) {
-        DestroyWindow((HWND)w->wnd);
-    }
+void erp_wake_retire(ErpWake* w) {
+    DestroyWindow((HWND)w->wnd);  // a late signal then posts to no window, and fails
+}
+
+void erp_wake_destroy(ErpWake* w) {
     w->wnd = nullptr;
 }
 
