@@ -32,6 +32,10 @@ ROWS = [
     ("IniUtil_getFileStr, 4 KiB file", "BM_IniUtil_getFileStr", "BM_inih_getFileStr", "inih", 1.0),
     ("IniFile load, 1 MiB", "BM_IniFile_load", "BM_GKeyFile_load", "GKeyFile", 1.0),
     ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
+]
+
+# Event-receive processors.
+ROWS += [
     ("erp post from another thread -> handler runs, round trip", "BM_erp_roundtrip_vek/real_time",
      "BM_erp_roundtrip_eventfd/real_time", "eventfd + mutex queue", 1.5),
 ]
@@ -48,15 +52,17 @@ ABS_ROWS = [
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
-def load_counters(json_dir):
-    """Counters of every benchmark found (the median's when repeated), by its name."""
+def load_runs(json_dir):
+    """The run of every benchmark found, by its name: the median of the
+    repetitions, or the single run when there is no median."""
     out = {}
     for path in sorted(glob.glob(os.path.join(json_dir, "*.json"))):
         with open(path) as f:
             data = json.load(f)
         for b in data.get("benchmarks", []):
             name = b.get("run_name", b["name"])
-            if b.get("aggregate_name") not in (None, "median") or (b.get("aggregate_name") is None and name in out):
+            agg = b.get("aggregate_name")
+            if agg not in (None, "median") or (agg is None and name in out):
                 continue
             out[name] = b
     return out
@@ -65,18 +71,9 @@ def load_counters(json_dir):
 def load_medians(json_dir):
     """Median time in ns of every benchmark found, by its name."""
     out = {}
-    for path in sorted(glob.glob(os.path.join(json_dir, "*.json"))):
-        with open(path) as f:
-            data = json.load(f)
-        for b in data.get("benchmarks", []):
-            name = b.get("run_name", b["name"])
-            agg = b.get("aggregate_name")
-            if agg not in (None, "median"):
-                continue
-            if agg is None and name in out:
-                continue  # a single run only counts when no median exists
-            field = "real_time" if "/real_time" in name else "cpu_time"
-            out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
+    for name, b in load_runs(json_dir).items():
+        field = "real_time" if "/real_time" in name else "cpu_time"
+        out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
     return out
 
 
@@ -145,7 +142,7 @@ def main():
             "%.2f×" % ratio if ratio is not None else "–", goal,
             "–" if ratio is None else ("yes" if ratio <= goal else "no")))
         chart.append(("%s vs %s" % (what, peer_name), ratio, goal))
-    counters = load_counters(json_dir)
+    counters = load_runs(json_dir)
     lines += ["", "| figure | value | goal | met |", "|---|---|---|---|"]
     for what, bench, counter, goal, unit in ABS_ROWS:
         v = counters.get(bench, {}).get(counter)
