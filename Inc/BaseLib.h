@@ -36,5 +36,10 @@
 #include "VekEvt.h"
 #include "VekErp.h"
 #include "VekIoWait.h"
+/* issue 29: configuration, XML, language resources, UTF-8 OS calls */
+#include "OsUtf8.h"
+#include "XmlDec.h"
+#include "CfgIni.h"
+#include "LangCat.h"
 
 #endif /* VEK_BASELIB_H */

@@ -12,6 +12,7 @@
 #include <ctime>
 #include "VekType.h"
 #include "VekVos.h"
+#include "OsUtf8.h"
 
 /* The separator the library puts between folder and file names. */
 #ifdef _WIN32
@@ -112,6 +113,36 @@ vek_s32 is_ui_thread(void);
 vek_s32 dll_path(void* module, char* buf, vek_s32 cap);
 void* dll_load(const char* path);
 vek_s32 dll_unload(void* module);
+
+/* The UTF-8 forms of the system calls (OsUtf8.h; OsUtf8.cpp on each side):
+ * the results the header gives, the arguments already checked. */
+vek_s32 fs_stat(const char* path, VekStat* st);
+vek_s32 fs_rename(const char* from, const char* to);
+vek_s32 fs_remove(const char* path);
+vek_s32 fs_mkdir(const char* path);
+/* A folder listing: open (null with *err set), the next entry's name and
+ * kind (1, 0 at the end, or a negative error; the name lives in the
+ * listing until the next call), close. */
+struct DirList;
+DirList* dir_open(const char* path, vek_s32* err);
+vek_s32 dir_next(DirList* dir, const char** name, vek_s32* kind);
+void dir_close(DirList* dir);
+/* Loads a library (null with the system's reason in why); a symbol; the
+ * unload (0 or the system's error). */
+void* lib_load(const char* path, char* why, vek_s32 whySize);
+void* lib_sym(void* lib, const char* name);
+vek_s32 lib_unload(void* lib);
+/* A variable's value: its whole length with at most size - 1 bytes and a
+ * terminator in buf, or -25 when it is not set. */
+vek_s32 env_get(const char* name, char* buf, vek_s32 size);
+/* Sets (value non-null) or removes a variable; 0 or the system's error. */
+vek_s32 env_set(const char* name, const char* value);
+/* The user's languages for messages, most wanted first, as tags such as
+ * "pt_BR" separated by ":" (the form is normalised by the caller): POSIX
+ * from LANGUAGE, LC_ALL, LC_MESSAGES and LANG; Windows the user's
+ * preferred UI languages. Returns the length written to buf (terminated),
+ * 0 when nothing is known. */
+vek_s32 user_langs(char* buf, vek_s32 size);
 
 /* Display names of user languages (portable table, LangName.cpp): by
  * Windows language identifier or POSIX locale tag; null when unknown. */

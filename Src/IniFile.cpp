@@ -88,9 +88,12 @@ void str_init(VekStr* s, void* buf, vek_s32 cells, const char* p, vek_s32 n) {
     StrC::init_ext(s, buf, cells, __LINE__);
     StrData* d = s->data;
     if (n < d->size) {
-        std::memcpy(d->buf, p, (size_t)n);
+        // The cells run past the record's four declared ones: address them
+        // as the block they are, not through the declared array.
+        char* cells = StrC::chars(d);
+        std::memcpy(cells, p, (size_t)n);
         d->len = n;
-        d->buf[n] = 0;
+        cells[n] = 0;
     } else {
         VekStr_appdStrx(s, p, n);
     }

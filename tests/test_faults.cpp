@@ -559,3 +559,92 @@ TEST_F(IoFaults, ReadsThatFailPartWayAreErrors) {
     }
     std::printf("[ faults   ] %-28s %d read offsets\n", "IStrm_fromFile, FileStrm", offsets);
 }
+
+// ---- issue 29: settings, XML, catalogues, UTF-8 system calls ----
+
+TEST_F(Faults, SettingsXmlAndLanguages) {
+    static const CfgIniDef defs[] = {{"Net", "Port", CFGINI_INT, "8080", 1, 65535},
+                                     {"Log", "Sinks", CFGINI_LIST, "file, \"sys,log\"", 0, 0}};
+    sweep("CfgIni", [] {
+        vek_s32 err = 0;
+        CfgIni* c = CfgIni_new(nullptr, defs, 2, &err);
+        if (!c) {
+            EXPECT_EQ(VEK_ERR_FULL, err);
+            return;
+        }
+        EXPECT_EQ(8080, CfgIni_getInt(c, "Net", "Port"));  // no allocation on the way
+        vek_s32 r = CfgIni_setStr(c, "Net", "Host", " a padded host name that takes a block ");
+        if (r == 0) {
+            char buf[64];
+            vek_s32 n = CfgIni_getStr(c, "net", "host", buf, sizeof buf);
+            EXPECT_TRUE(n == VEK_ERR_FULL || std::strcmp(buf, " a padded host name that takes a block ") == 0) << buf;
+        } else {
+            EXPECT_EQ(VEK_ERR_FULL, r);
+            EXPECT_EQ(VEK_ERR_NOT_FOUND, CfgIni_source(c, "Net", "Host"));
+        }
+        VekStr store;
+        VekStr_new(&store);
+        const char* items[4];
+        vek_s32 n = CfgIni_getList(c, "Log", "Sinks", &store, items, 4);
+        EXPECT_TRUE(n == VEK_ERR_FULL || (n == 2 && std::strcmp(items[1], "sys,log") == 0)) << n;
+        VekStr_delete(&store);
+        CfgIni_delete(c);
+    }, {"ret == VekStr_len(_this)"});  // the document formats a new section's header
+    sweep("XmlDoc", [] {
+        static const char doc[] = "<?xml version='1.0'?><dev id='7' kind='modem'><name>m &amp; n</name>"
+                                  "<port>COM3</port><note>a<![CDATA[b]]>c</note></dev>";
+        XmlErr err;
+        XmlDoc* d = XmlDoc_parse(doc, -1, nullptr, &err);
+        if (!d) {
+            EXPECT_EQ(VEK_ERR_FULL, err.code);
+            return;
+        }
+        XmlNode* root = XmlDoc_root(d);
+        EXPECT_STREQ("modem", XmlNode_attr(root, "kind"));
+        EXPECT_STREQ("m & n", XmlNode_find(root, "name")->text);
+        EXPECT_STREQ("abc", XmlNode_find(root, "note")->text);
+        XmlDoc_delete(d);
+    });
+    sweep("LangCat", [] {
+        LangCat* cat = lang_new();
+        if (!cat) {
+            return;
+        }
+        vek_s32 r = lang_add_buf(cat, "[Main]\r\nfiles = {2} files in {1}\r\nbye=\"  Tchau \"\r\n", -1);
+        VekStr out;
+        VekStr_new(&out);
+        if (r == 0) {
+            EXPECT_STREQ("  Tchau ", lang_get(cat, "main", "BYE", "?"));
+            const char* args[] = {"/tmp", "3"};
+            vek_s32 n = lang_fmt(cat, &out, "Main", "files", "?", 2, args);
+            EXPECT_TRUE(n != 15 || std::strcmp(VekStr_buf(&out), "3 files in /tmp") == 0);
+        } else {
+            EXPECT_EQ(VEK_ERR_FULL, r);
+        }
+        VekStr_delete(&out);
+        lang_close(cat);
+    });
+    sweep("UTF-8 system calls", [] {
+        VekStr v;
+        VekStr_new(&v);
+        vek_setenv_utf8("VEK_FAULT_ENV", std::string(400, 'e').c_str());
+        vek_s32 n = vek_getenvx("VEK_FAULT_ENV", &v);
+        EXPECT_TRUE(n == VEK_ERR_FULL || (n == 400 && VekStr_len(&v) == 400)) << n;
+        vek_setenv_utf8("VEK_FAULT_ENV", nullptr);
+        VekStr_delete(&v);
+        vek_s32 err = 0;
+        VekDir* d = vek_dir_open(".", &err);
+        EXPECT_TRUE(d || err == VEK_ERR_FULL);
+        vek_dir_close(d);
+    });
+}
+
+TEST_F(IoFaults, SettingsSaveKeepsThePreviousFile) {
+    sweep_writes("CfgIni_save", [&] {
+        CfgIni* c = CfgIni_new(path_.c_str(), nullptr, 0, nullptr);
+        CfgIni_setStr(c, "Old", "new", "value");
+        vek_s32 r = CfgIni_save(c);
+        CfgIni_delete(c);
+        return r;
+    }, "[Old]\r\nkeep=me\r\nnew=value\r\n");
+}
