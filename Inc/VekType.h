@@ -103,7 +103,7 @@ typedef void* vek_handle;
 #define VEK_ERR_IO              (-850) /* a system read, write or wait failed (errno / GetLastError) */
 #define VEK_ERR_PEER_CLOSED     (-851) /* a write found the other end closed */
 
-/* XML decoder (XmlDec.h): -830..-849 */
+/* XML decoder (XmlDec.h): -830..-843 */
 #define VEK_ERR_XML_SYNTAX      (-830) /* not well-formed: markup breaks the grammar */
 #define VEK_ERR_XML_CHAR        (-831) /* a character XML does not allow, or bytes not valid in the encoding */
 #define VEK_ERR_XML_TAG         (-832) /* an end tag that does not match the open element */
@@ -118,5 +118,17 @@ typedef void* vek_handle;
 #define VEK_ERR_XML_JUNK        (-841) /* text or markup after the root element */
 #define VEK_ERR_XML_DECL        (-842) /* a malformed or misplaced XML declaration */
 #define VEK_ERR_XML_DOCTYPE     (-843) /* a DOCTYPE refused, malformed or misplaced */
+
+VEK_BEGIN_DECLS
+
+/* A short English text for a result code, for a program's messages (for
+ * example "timed out" for -12): "success" for 0 and any positive count,
+ * "unknown error" for a code the library does not define. -51 has two
+ * meanings and its text names both by family (containers and waits). The
+ * text is static: never freed, valid for the life of the process; any
+ * thread may call this. */
+VEK_API const char* vek_err_text(vek_s32 code);
+
+VEK_END_DECLS
 
 #endif /* VEK_TYPE_H */

@@ -3,6 +3,7 @@
  * bytes, so they go to the system as they are.
  */
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
@@ -28,7 +29,9 @@ vek_s32 kind_of(mode_t m) {
     return S_ISREG(m) ? VEK_FS_FILE : S_ISDIR(m) ? VEK_FS_DIR : VEK_FS_OTHER;
 }
 
-vek_s32 copy_out(char* buf, vek_s32 size, const char* s) {
+// Copies what fits and returns the whole length, so that a caller sees a
+// buffer too small as a result >= its size (unlike plat::copy_out).
+vek_s32 copy_whole(char* buf, vek_s32 size, const char* s) {
     size_t n = std::strlen(s);
     if (size > 0) {
         size_t k = n < (size_t)size ? n : (size_t)size - 1;
@@ -128,7 +131,7 @@ void* lib_load(const char* path, char* why, vek_s32 whySize) {
     void* h = dlopen(path, RTLD_NOW | RTLD_LOCAL);
     if (!h && why) {
         const char* e = dlerror();
-        copy_out(why, whySize, e ? e : "cannot be loaded");
+        copy_whole(why, whySize, e ? e : "cannot be loaded");
     }
     return h;
 }
@@ -143,7 +146,7 @@ vek_s32 lib_unload(void* lib) {
 
 vek_s32 env_get(const char* name, char* buf, vek_s32 size) {
     const char* v = std::getenv(name);
-    return v ? copy_out(buf, size, v) : VEK_ERR_NOT_FOUND;
+    return v ? copy_whole(buf, size, v) : VEK_ERR_NOT_FOUND;
 }
 
 vek_s32 env_set(const char* name, const char* value) {
@@ -166,13 +169,16 @@ vek_s32 user_langs(char* buf, vek_s32 size) {
     bool c = !loc || !std::strcmp(loc, "C") || !std::strncmp(loc, "C.", 2) || !std::strcmp(loc, "POSIX");
     const char* list = std::getenv("LANGUAGE");
     if (c) {
-        return copy_out(buf, size, "");
+        return copy_whole(buf, size, "");
+    }
+    if (size < 1) {
+        return 0;
     }
     vek_s32 n = 0;
     if (list && *list) {
-        vek_snprintf(buf, size, "%s:%s", list, loc);
+        std::snprintf(buf, (size_t)size, "%s:%s", list, loc);
     } else {
-        vek_snprintf(buf, size, "%s", loc);
+        std::snprintf(buf, (size_t)size, "%s", loc);
     }
     n = (vek_s32)std::strlen(buf);
     return n;

@@ -7,6 +7,7 @@
  */
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <initializer_list>
 #include <string>
@@ -331,6 +332,11 @@ TEST_F(Faults, ThreadsAndWaits) {
     sweep("threads, events, locks", [] {
         vek_handle e = vek_evt_create__(1, 0);
         vek_handle l = vek_lock_create__(nullptr, 0);
+        vek_handle n = vek_lock_create__("Global\\vektest-faults-named", 1);
+        if (n) {
+            vek_lock_unlock(n);
+            vek_lock_close(n);
+        }
         VekSem sem;
         bool semOk = VekSem_new(&sem, 4, 0) != nullptr;
         vek_u32 tid = e ? vek_thrd_create__([](void* arg) -> vek_u32 {
@@ -350,7 +356,7 @@ TEST_F(Faults, ThreadsAndWaits) {
         if (e) {
             vek_evt_close(e);
         }
-    }, {"evt", "mutex", "ret", "thrdHnd"});
+    }, {"evt", "mutex", "ret", "thrdHnd", "wname"});
 }
 
 TEST_F(Faults, TimeCodecsAndEvents) {
@@ -647,4 +653,104 @@ TEST_F(IoFaults, SettingsSaveKeepsThePreviousFile) {
         CfgIni_delete(c);
         return r;
     }, "[Old]\r\nkeep=me\r\nnew=value\r\n");
+}
+
+// The operating system failing (vek_os_fail_at__): each service the
+// platform layer uses fails once at each of its steps in turn. The caller
+// gets an honest failure, nothing is left half-built or leaked, and the
+// same call works again once the system does.
+class OsFaults : public VekTest {
+  protected:
+    void TearDown() override {
+        for (vek_s32 call = VEK_OS_THREAD; call <= VEK_OS_OWNER; call++) {
+            vek_os_fail_at__(call, 0);
+        }
+        VekTest::TearDown();
+    }
+};
+
+TEST_F(OsFaults, ThreadsAndNamedLocks) {
+    auto entry = [](void* arg) -> vek_u32 {
+        vek_evt_set((vek_handle)arg);
+        return 0;
+    };
+    vek_handle e = vek_evt_create__(1, 0);
+    vek_os_fail_at__(VEK_OS_THREAD, 1);
+    EXPECT_ASSERT("thrdHnd", EXPECT_EQ(0u, vek_thrd_create__(entry, e, 0)));
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_THREAD, 0));
+    vek_u32 tid = vek_thrd_create__(entry, e, 0);
+    ASSERT_NE(0u, tid);
+    EXPECT_EQ(0, vek_evt_wait__(e, 5000, 0));
+    vek_thrd_join(tid);
+    vek_evt_close(e);
+
+    std::string name = "Global\\vektest-osfaults-" + std::to_string(al_thrd_id());
+    std::u16string wname(name.begin(), name.end());
+    int steps = 0;
+    for (int k = 1;; k++, steps++) {
+        vek_os_fail_at__(VEK_OS_SHM, k);
+        vek_handle l = vek_lock_create__(name.c_str(), 1);
+        if (!vek_os_fail_at__(VEK_OS_SHM, 0)) {
+            ASSERT_NE(nullptr, l);
+            EXPECT_EQ(0, vek_lock_trylock__(l, 0));
+            vek_lock_unlock(l);
+            vek_lock_unlock(l);
+            vek_lock_close(l);
+            break;
+        }
+        vektest::take_assert("mutex");
+        EXPECT_EQ(nullptr, l) << k;
+        // Whatever the failed open made is gone with it.
+        EXPECT_EQ(0, win_mutex_exist__((const vek_wchar*)wname.c_str())) << k;
+    }
+    EXPECT_GT(steps, 0);
+}
+
+TEST_F(OsFaults, CodePageTimeZoneAndFileOwner) {
+    vek_wchar w[16] = {'x'};
+    char a[16] = "x";
+    vek_os_fail_at__(VEK_OS_CODESET, 1);
+    EXPECT_EQ(0, ansi_str_to_wcs_str("abc", w, 16));
+    EXPECT_EQ(0, w[0]);
+    vek_os_fail_at__(VEK_OS_CODESET, 1);
+    EXPECT_EQ(0, utf8_str_to_ansi_str("abc", a, 16));
+    EXPECT_EQ(0, a[0]);
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_CODESET, 0));
+    EXPECT_EQ(3, ansi_str_to_wcs_str("abc", w, 16));
+
+    // Without the local zone a time reads as unknown, a zone as UTC.
+    VekDt dt;
+    vek_os_fail_at__(VEK_OS_LOCALTIME, 1);
+    EXPECT_EQ(0, VekDt_decTimet(&dt, 86400));
+    EXPECT_EQ(VEK_DT_UNSET, dt.year);
+    vek_s32 bias = -1, dbias = -1;
+    vek_os_fail_at__(VEK_OS_LOCALTIME, 1);
+    EXPECT_EQ(0, VekDt_isEst(&bias, &dbias));
+    EXPECT_TRUE(bias == 0 && dbias == 0);
+    for (int k = 1; k < 30; k++) {  // every step of the zone's search
+        vek_os_fail_at__(VEK_OS_LOCALTIME, k);
+        VekDt_isEst(&bias, &dbias);
+        if (!vek_os_fail_at__(VEK_OS_LOCALTIME, 0)) {
+            break;
+        }
+    }
+    VekDt_getLocalTime(&dt);
+    EXPECT_GE(dt.year, 2024);
+
+    // A replacement that cannot take the original's owner is not made: the
+    // file is written in place, and nothing is left beside it.
+    std::string dir = vektest::temp_dir("osfaults");
+    std::string path = dir + "/owned.ini";
+    vektest::write_file(path, "[s]\r\nk=old\r\n");
+    vek_os_fail_at__(VEK_OS_OWNER, 1);
+    EXPECT_EQ(0, IniUtil_setFileStr(path.c_str(), "s", "k", "new"));
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_OWNER, 0));
+    EXPECT_EQ("[s]\r\nk=new\r\n", vektest::read_file(path));
+    size_t files = 0;
+    for (auto& entry : std::filesystem::directory_iterator(std::filesystem::u8path(dir))) {
+        files += entry.is_regular_file();
+    }
+    EXPECT_EQ(1u, files);
+    vektest::remove_tree(dir);
+    EXPECT_EQ(VEK_ERR_BAD_ARG, vek_os_fail_at__(5, 1));
 }
