@@ -16,12 +16,14 @@
  *
  * Calls up:
  *   vek::load_attach vek::load_detach  load and unload (BaseMain)
- *   vek::thrd_start                    the body of every thread it starts
+ *   vek::thrd_start vek::erp_wnd_disp  thread bodies; the erp wake window procedure
  *   al_malloc al_free                  the plain allocation of its own records
  *   vek_malloc__ vek_free__            the POSIX waitable objects, which stand
  *                                      in for kernel handles: a handle never
  *                                      closed shows in the leak report
  *   utf8_buf_to_wcs_str wcs_buf_to_utf8_str  UTF-8 / UTF-16 of buffers
+ *   vek::utf8_to_utf16 vek::utf16_to_utf8  UTF-8 / UTF-16 of the wide system
+ *                                      calls' arguments and results (UtfFull)
  *   win_kobj_fmtw                      the normalised kernel-object name
  *   plat::lang_name_by_id plat::lang_name_by_tag  this contract's portable
  *                                      table (LangName.cpp)
