@@ -230,6 +230,19 @@ const char* lang_name_by_tag(const char* tag);
  * decodes into evt. False where there is no such runtime. */
 bool evt_pickle(vek_s32 op, void* handle, void* evt, vek_u32* size);
 
+/* A process-wide memory barrier, for a lock whose frequent side (a thread
+ * entering its own data) must not pay for a fence: when process_barrier
+ * returns, every other thread of the process has passed a full memory
+ * barrier, so a store it made before that point is visible to the caller
+ * and a load it makes after sees the caller's earlier stores. Linux:
+ * membarrier (private expedited); Windows: FlushProcessWriteBuffers.
+ * process_barrier_init prepares it once, before the first use, and returns
+ * 1 when the system offers one, else 0 (also under Wine, whose
+ * FlushProcessWriteBuffers does nothing): the frequent side must then
+ * fence itself. */
+vek_s32 process_barrier_init(void);
+void process_barrier(void);
+
 } // namespace plat
 
 #endif /* VEK_ALPLAT_H */
