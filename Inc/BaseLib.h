@@ -38,7 +38,10 @@
 #include "MiscUtil.h"
 #include "StrId.h"
 #include "ItfUtil.h"
-/* issue 29: configuration, XML, language resources, UTF-8 OS calls */
+/* waits on the system's descriptors and handles, per-thread event dispatch */
+#include "VekErp.h"
+#include "VekIoWait.h"
+/* configuration, XML, language resources, UTF-8 OS calls */
 #include "OsUtf8.h"
 #include "XmlDec.h"
 #include "CfgIni.h"

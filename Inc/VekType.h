@@ -100,6 +100,11 @@ typedef void* vek_handle;
 /* Data families: addresses, URLs, encoded numbers. */
 #define VEK_ERR_MALFORMED       (-820) /* input not in the expected form (an address, a URL, a number) */
 
+/* Waits on descriptors and handles, event-receive processors. */
+#define VEK_ERR_UNSUPPORTED     (-94)  /* not supported by this system or device */
+#define VEK_ERR_IO              (-850) /* a system read, write or wait failed (errno / GetLastError) */
+#define VEK_ERR_PEER_CLOSED     (-851) /* a write found the other end closed */
+
 /* XML decoder (XmlDec.h): -830..-843 */
 #define VEK_ERR_XML_SYNTAX      (-830) /* not well-formed: markup breaks the grammar */
 #define VEK_ERR_XML_CHAR        (-831) /* a character XML does not allow, or bytes not valid in the encoding */

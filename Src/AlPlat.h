@@ -16,7 +16,7 @@
  *
  * Calls up:
  *   vek::load_attach vek::load_detach  load and unload (BaseMain)
- *   vek::thrd_start                    the body of every thread it starts
+ *   vek::thrd_start vek::erp_wnd_disp  thread bodies; the erp wake window procedure
  *   al_malloc al_free                  the plain allocation of its own records
  *   vek_malloc__ vek_free__            the POSIX waitable objects, which stand
  *                                      in for kernel handles: a handle never

@@ -251,6 +251,7 @@ VEK_API vek_s32 BaseLib_init(void) {
     DbgMng_cfgByFile(vek_trc_rtc_file());
     vek::thrdcm_create();
     EvtMng_init();
+    vek::erpmng_create();
     vek_thrd_beg();
 
     if (g_core.trcEnabled) {
@@ -278,6 +279,7 @@ VEK_API void BaseLib_exit(void) {
         vek::trc_hold_stop();
     }
     vek_thrd_end();
+    vek::erpmng_destroy();
     EvtMng_exit();
     vek::thrdcm_destroy();
     if (g_core.heapMon) {

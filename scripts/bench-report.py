@@ -53,8 +53,23 @@ ROWS = [
      "std::unordered_map<std::string,int>", 1.0),
     ("StrId lookup among 100,000 names, absent", "BM_StrId_find/0", "BM_unordered_map_find/0",
      "std::unordered_map<std::string,int>", 1.0),
-    # issue 29: the XML decoder
+    # the XML decoder
     ("XML decoding of a 10 MB document (events only)", "BM_XmlDec_events", "BM_expat_events", "expat", 1.0),
+]
+
+# Event-receive processors.
+ROWS += [
+    ("erp post from another thread -> handler runs, round trip", "BM_erp_roundtrip_vek/real_time",
+     "BM_erp_roundtrip_eventfd/real_time", "eventfd + mutex queue", 1.5),
+]
+
+# Figures with a goal of their own and no peer: (what, benchmark, counter,
+# goal, unit); the medians of the repetitions, as above.
+ABS_ROWS = [
+    ("cancel -> blocked descriptor read returns -5, median", "BM_cancel_read_vek/iterations:1/real_time",
+     "median_us", 50.0, "µs"),
+    ("cancel -> blocked descriptor read returns -5, p99", "BM_cancel_read_vek/iterations:1/real_time",
+     "p99_us", 1000.0, "µs"),
 ]
 
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
@@ -98,8 +113,9 @@ def tool_line(r):
     return line, ("%s vs %s" % (r["what"], r["peer"]), ratio, TOOL_GOAL)
 
 
-def load_medians(json_dir):
-    """Median time in ns of every benchmark found, by its name."""
+def load_runs(json_dir):
+    """The run of every benchmark found, by its name: the median of the
+    repetitions, or the single run when there is no median."""
     out = {}
     for path in sorted(glob.glob(os.path.join(json_dir, "*.json"))):
         with open(path) as f:
@@ -107,12 +123,18 @@ def load_medians(json_dir):
         for b in data.get("benchmarks", []):
             name = b.get("run_name", b["name"])
             agg = b.get("aggregate_name")
-            if agg not in (None, "median"):
+            if agg not in (None, "median") or (agg is None and name in out):
                 continue
-            if agg is None and name in out:
-                continue  # a single run only counts when no median exists
-            field = "real_time" if "/real_time" in name else "cpu_time"
-            out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
+            out[name] = b
+    return out
+
+
+def load_medians(json_dir):
+    """Median time in ns of every benchmark found, by its name."""
+    out = {}
+    for name, b in load_runs(json_dir).items():
+        field = "real_time" if "/real_time" in name else "cpu_time"
+        out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
     return out
 
 
@@ -199,6 +221,13 @@ def main():
                   "the best of its runs, output to /dev/null; peak = peak resident memory of the process."]
     if reused:
         lines += ["", "%d of the library's rows were not measured in this run and keep their last figures." % reused]
+    counters = load_runs(json_dir)
+    lines += ["", "| figure | value | goal | met |", "|---|---|---|---|"]
+    for what, bench, counter, goal, unit in ABS_ROWS:
+        v = counters.get(bench, {}).get(counter)
+        lines.append("| %s | %s | ≤ %g %s | %s |" % (
+            what, "%.3g %s" % (v, unit) if v is not None else "–", goal, unit,
+            "–" if v is None else ("yes" if v <= goal else "no")))
     lines += ["", "![ratios](%s)" % os.path.basename(out_svg), ""]
     with open(out_md, "w") as f:
         f.write("\n".join(lines))

@@ -89,7 +89,11 @@ int main(void) {
         IStrm_release(win);
         IStrm_release(mem);
     }
-    /* issue 29: a tree from the XML decoder, a setting, a message */
+    /* Before BaseLib_init no thread has an event-receive queue. */
+    if (vek_erp_disp() != 0) {
+        return 1;
+    }
+    /* a tree from the XML decoder, a setting, a message */
     {
         XmlErr xe;
         XmlDoc* xd = XmlDoc_parse("<a k='v'><b>t</b></a>", -1, NULL, &xe);
