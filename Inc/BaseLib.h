@@ -35,4 +35,8 @@
 #include "GsmUtil.h"
 #include "VekEvt.h"
 
+/* Timers and the task server */
+#include "VekTimer.h"
+#include "TaskSvr.h"
+
 #endif /* VEK_BASELIB_H */

@@ -98,4 +98,7 @@ typedef void* vek_handle;
 #define VEK_ERR_INI_LINE_LONG   (-251) /* an INI line is longer than 1024 bytes */
 #define VEK_ERR_NEG_TIME_DIFF   (-602) /* negative time difference */
 
+/* Timers and the task server */
+#define VEK_ERR_TIMER_RUNNING   (-860) /* a timer's callback runs on another thread (not waited for) */
+
 #endif /* VEK_TYPE_H */

@@ -130,12 +130,17 @@ void write_file(const std::string& path, const std::string& data) {
 
 } // namespace vektest
 
+// The default pool's workers come and go with demand (VekAsync runs
+// there); each test starts and ends with none idle, so that the threads it
+// made do not count as leaked blocks.
 void VekTest::SetUp() {
     vektest::take_faults();
+    TaskSvr_trim(TaskSvr_def());
     liveAtStart_ = live_blocks();
 }
 
 void VekTest::TearDown() {
+    TaskSvr_trim(TaskSvr_def());
     for (const auto& f : vektest::take_faults()) {
         ADD_FAILURE() << "unexpected assertion:\n" << f;
     }

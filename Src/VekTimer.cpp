@@ -1,0 +1,648 @@
+/*
+ * VekTimer.cpp - the timer service: a hierarchical timing wheel with 1 ms
+ * ticks, one service thread that sleeps until the next tick that matters,
+ * and ids that go stale (SlotTab.h).
+ *
+ * The wheel has four levels of 256 buckets. Level L holds the timers due
+ * 256^L to 256^(L+1) ticks after the wheel's clock (wheelNow_, the last
+ * tick processed), in the bucket named by byte L of their due tick:
+ *
+ *   level 3  [ 256 buckets of 2^24 ticks ]   due within 2^32 ticks
+ *   level 2  [ 256 buckets of 2^16 ticks ]   due within 2^24 ticks
+ *   level 1  [ 256 buckets of 2^8 ticks  ]   due within 2^16 ticks
+ *   level 0  [ 256 buckets of 1 tick     ]   due within 2^8 ticks
+ *
+ * Start and stop are O(1): a timer is linked into or unlinked from one
+ * bucket's list. When the clock reaches the first tick of an occupied
+ * higher bucket, its timers move down ("cascade"), each at most once per
+ * level. One bit per bucket tells which are occupied, so the next tick
+ * that matters (a level-0 expiry or a cascade) is a few bit scans away;
+ * the service sleeps until then on one condition variable, jumps the clock
+ * over the empty ticks, and is woken early only by a start that falls
+ * before that tick. A heap would make start and stop O(log n) with a cache
+ * miss per level at a million timers (bench/bench_timer.cpp measures
+ * libuv's heap beside this wheel).
+ *
+ * Expired timers are detached onto the due list before any callback runs,
+ * so a callback that restarts its timer with 0 lands it on a later tick
+ * (never a busy loop), and one that stops or deletes another timer of the
+ * same tick just takes it off the due list. Every record carries a
+ * sequence number that each start and stop bumps: an expiry sent to an
+ * owner thread's queue carries the number it was sent with and is dropped
+ * there when the timer was stopped or restarted meanwhile.
+ *
+ * One lock guards everything; no callback, wait or post runs under it.
+ */
+#include <bit>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <new>
+#include "EvtWait.h"
+#include "SlotTab.h"
+#include "TimerSvc.h"
+#include "VekCore.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr vek_u16 kNowhere = 0xFFFF;  // in no list: idle, or handed to a callback
+constexpr vek_u16 kOnDue = 0xFFFE;    // on the due list
+constexpr vek_u64 kForever = ~(vek_u64)0;
+// The service wakes at least this often, so the wheel's clock lags the real
+// one by less than 2^22 ticks and a new timer's tick (at most 2^31 ahead)
+// stays within the 2^32 ticks the wheel spans.
+constexpr vek_u64 kMaxSleep = (vek_u64)1 << 22;
+
+enum : vek_u8 {
+    kIdle,     // not started
+    kPending,  // in the wheel or on the due list
+    kFiring,   // a one-shot that expired: its callback is running or on its way
+};
+
+enum : vek_u8 {
+    kSvcThrd = 1,     // callbacks run on the service thread
+    kAutoDelete = 2,  // made by vek_timer_start: a one-shot frees itself after firing
+    kDeleted = 4,     // deleted while its callback runs: freed when it returns
+    kQueued = 8,      // an expiry is on its way to the owner thread (seq queuedSeq)
+    kCookie = 16,     // the callback takes the 64-bit cookie
+};
+
+struct TimerRec {
+    vek_u32 slotGen;
+    vek_u32 slotIdx;
+    bool slotLive;
+    vek_u8 state;
+    vek_u8 flags;
+    vek_u16 where;  // bucket (level * 256 + index), kOnDue or kNowhere
+    TimerRec* slotNext;
+    TimerRec* prev;  // links of the bucket or the due list
+    TimerRec* next;
+    vek_u64 expires;  // due tick
+    union {
+        VekTimerFn fn;
+        vek::TimerCookieFn cookieFn;
+    } cb;
+    union {
+        void* ctx;
+        vek_u64 cookie;
+    } arg;
+    vek::EvtWaiter* waiters;  // stops waiting for the running callback
+    vek_u32 period;     // ms, 0 for a one-shot
+    vek_u32 seq;        // bumped by every start and stop
+    vek_u32 queuedSeq;  // seq of the expiry on its way (kQueued)
+    vek_u32 owner;      // thread whose queue runs the callbacks, 0: the service thread
+    vek_u32 runTid;     // thread running the callback now, 0 when none
+};
+
+struct Bucket {
+    TimerRec* head;
+    TimerRec* tail;
+};
+
+/* Distance from bit start to the first set bit of a 256-bit ring, or -1. */
+int ring_scan(const vek_u64* bits, unsigned start) {
+    unsigned w = start >> 6;
+    vek_u64 m = bits[w] & (~(vek_u64)0 << (start & 63));
+    for (unsigned i = 0; i < 5; i++) {
+        if (m) {
+            unsigned pos = ((w + i) & 3) * 64 + (unsigned)std::countr_zero(m);
+            return (int)((pos - start) & 255);
+        }
+        m = bits[(w + i + 1) & 3];
+        if (i == 3) {  // back at the first word: only the bits below start are left
+            m &= (start & 63) ? ((vek_u64)1 << (start & 63)) - 1 : 0;
+        }
+    }
+    return -1;
+}
+
+class TimerSvc {
+  public:
+    TimerSvc() : base_(Clock::now()) {}
+
+    std::mutex lk;
+    vek::SlotTab<TimerRec> tab;
+    vek_u32 thrd = 0;
+
+    /* The live record of id that is not deleted, or null. Under lk. */
+    TimerRec* find(VekTimer id) const {
+        TimerRec* r = tab.find(id);
+        return r && !(r->flags & kDeleted) ? r : nullptr;
+    }
+
+    vek_u64 nowTick() const {
+        return (vek_u64)std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - base_).count();
+    }
+
+    vek_u64 nowNs() const {
+        return (vek_u64)std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - base_).count();
+    }
+
+    /* The first tick at or after now + ms: a timer never fires early. */
+    vek_u64 dueTick(vek_s32 ms) const {
+        return (nowNs() + (vek_u64)ms * 1000000u + 999999u) / 1000000u;
+    }
+
+    /* Under lk: (re)arms r for tick expires and wakes the service when that
+     * comes before the tick it sleeps until. */
+    void arm(TimerRec* r, vek_u64 expires, bool* wake) {
+        unlink(r);
+        if (wheelCount_ == 0) {
+            // Nothing in the wheel: its clock may jump to now, which keeps
+            // the ticks of new timers within its span after a long idle time.
+            vek_u64 now = nowTick();
+            if (now > wheelNow_ + 1) {
+                wheelNow_ = now - 1;
+            }
+        }
+        r->expires = expires;
+        r->state = kPending;
+        link(r);
+        if (sleeping_ && r->expires < sleepUntil_) {
+            sleepUntil_ = r->expires;
+            *wake = true;
+        }
+    }
+
+    /* Under lk: takes r out of the wheel or the due list. */
+    void unlink(TimerRec* r) {
+        if (r->where == kNowhere) {
+            return;
+        }
+        if (r->where == kOnDue) {
+            (r->prev ? r->prev->next : due_.head) = r->next;
+            (r->next ? r->next->prev : due_.tail) = r->prev;
+        } else {
+            Bucket& b = wheel_[r->where];
+            (r->prev ? r->prev->next : b.head) = r->next;
+            (r->next ? r->next->prev : b.tail) = r->prev;
+            if (!b.head) {
+                occ_[r->where >> 8][(r->where & 255) >> 6] &= ~((vek_u64)1 << (r->where & 63));
+            }
+            wheelCount_--;
+        }
+        r->where = kNowhere;
+        r->prev = r->next = nullptr;
+    }
+
+    void wake() { cv_.notify_one(); }
+
+    /* Waits until the service thread runs (registered with the thread
+     * manager), so that BaseLib_init returns with it in place. */
+    void waitStarted() {
+        std::unique_lock<std::mutex> g(lk);
+        cv_.wait(g, [this] { return started_; });
+    }
+
+    /* The service thread. */
+    void main();
+
+    /* Asks the service thread to end (it then returns from main). */
+    void stop() {
+        {
+            std::lock_guard<std::mutex> g(lk);
+            stopping_ = true;
+        }
+        cv_.notify_one();
+    }
+
+    /* Under lk: after a callback of r returned (or its expiry was dropped):
+     * wakes the stops waiting for it and finishes a one-shot. */
+    void afterRun(TimerRec* r) {
+        r->runTid = 0;
+        vek::wake_all(&r->waiters);
+        if (!(r->flags & kDeleted) && r->state == kFiring) {
+            r->state = kIdle;
+            if (r->flags & kAutoDelete) {
+                r->flags |= kDeleted;
+            }
+        }
+        if (r->flags & kDeleted) {
+            tab.release(r);
+        }
+    }
+
+  private:
+    static void push(Bucket& b, TimerRec* r) {
+        r->next = nullptr;
+        r->prev = b.tail;
+        (b.tail ? b.tail->next : b.head) = r;
+        b.tail = r;
+    }
+
+    /* Under lk: links r into the wheel by its tick (after the wheel's
+     * clock), or onto the due list when that tick has come. */
+    void link(TimerRec* r) {
+        if (r->expires <= wheelNow_) {
+            r->expires = wheelNow_ + 1;
+        }
+        vek_u64 d = r->expires - wheelNow_;
+        unsigned level = d < (1u << 8) ? 0 : d < (1u << 16) ? 1 : d < (1u << 24) ? 2 : 3;
+        unsigned idx = (unsigned)(r->expires >> (8 * level)) & 255;
+        r->where = (vek_u16)(level * 256 + idx);
+        push(wheel_[r->where], r);
+        occ_[level][idx >> 6] |= (vek_u64)1 << (idx & 63);
+        wheelCount_++;
+    }
+
+    /* Under lk: moves the timers of bucket (level, idx) down a level, or
+     * onto the due list when their tick has come. */
+    void cascade(unsigned level, unsigned idx) {
+        Bucket& b = wheel_[level * 256 + idx];
+        TimerRec* r = b.head;
+        b.head = b.tail = nullptr;
+        occ_[level][idx >> 6] &= ~((vek_u64)1 << (idx & 63));
+        while (r) {
+            TimerRec* next = r->next;
+            wheelCount_--;
+            if (r->expires <= wheelNow_) {
+                r->where = kOnDue;
+                push(due_, r);
+            } else {
+                link(r);
+            }
+            r = next;
+        }
+    }
+
+    /* Under lk: the next tick at which an expiry or a cascade is due. */
+    vek_u64 nextTick() const {
+        vek_u64 best = kForever;
+        int k = ring_scan(occ_[0], (unsigned)(wheelNow_ + 1) & 255);
+        if (k >= 0) {
+            best = wheelNow_ + 1 + (vek_u64)k;
+        }
+        for (unsigned level = 1; level < 4; level++) {
+            vek_u64 block = wheelNow_ >> (8 * level);
+            k = ring_scan(occ_[level], (unsigned)(block + 1) & 255);
+            if (k >= 0) {
+                vek_u64 t = (block + 1 + (vek_u64)k) << (8 * level);
+                best = t < best ? t : best;
+            }
+        }
+        return best;
+    }
+
+    /* Under lk: runs the wheel's clock up to target, moving what expires on
+     * the way onto the due list in tick order. */
+    void advance(vek_u64 target) {
+        while (wheelNow_ < target) {
+            vek_u64 t = nextTick();
+            if (t > target) {
+                wheelNow_ = target;
+                return;
+            }
+            wheelNow_ = t;
+            for (unsigned level = 3; level >= 1; level--) {
+                if ((t & (((vek_u64)1 << (8 * level)) - 1)) == 0) {
+                    cascade(level, (unsigned)(t >> (8 * level)) & 255);
+                }
+            }
+            Bucket& b = wheel_[t & 255];
+            for (TimerRec* r = b.head; r; r = r->next) {
+                r->where = kOnDue;
+                wheelCount_--;
+            }
+            if (b.head) {
+                (due_.tail ? due_.tail->next : due_.head) = b.head;
+                b.head->prev = due_.tail;
+                due_.tail = b.tail;
+                b.head = b.tail = nullptr;
+                occ_[0][(t & 255) >> 6] &= ~((vek_u64)1 << (t & 63));
+            }
+        }
+    }
+
+    void fire(TimerRec* r, std::unique_lock<std::mutex>& g);
+
+    const Clock::time_point base_;
+    std::condition_variable cv_;
+    Bucket wheel_[4 * 256] = {};
+    vek_u64 occ_[4][4] = {};
+    Bucket due_ = {};
+    vek_u64 wheelNow_ = 0;
+    vek_u64 sleepUntil_ = kForever;
+    vek_u32 wheelCount_ = 0;
+    bool sleeping_ = false;
+    bool stopping_ = false;
+    bool started_ = false;
+};
+
+TimerSvc* g_svc;
+
+TimerSvc* svc() {
+    TimerSvc* s = __atomic_load_n(&g_svc, __ATOMIC_ACQUIRE);
+    if (!s) {
+        vek_assert__("timerSvc", __FILE__, __LINE__);
+    }
+    return s;
+}
+
+/* Under the lock, with r just taken off the due list: re-arms a periodic
+ * timer and runs or sends the callback. */
+void TimerSvc::fire(TimerRec* r, std::unique_lock<std::mutex>& g) {
+    if (r->period) {
+        // Keep the phase; skip the expiries a long callback made us miss.
+        vek_u64 next = r->expires + r->period;
+        vek_u64 now = nowTick();
+        if (next <= now) {
+            next += ((now - next) / r->period + 1) * r->period;
+        }
+        r->expires = next;
+        link(r);
+    } else {
+        r->state = kFiring;
+    }
+    if (!(r->flags & kSvcThrd)) {
+        // Owner-thread delivery arrives with the event-receive processors.
+        afterRun(r);
+        return;
+    }
+    r->runTid = thrd;
+    VekTimer id = tab.id(r);
+    auto cb = r->cb;
+    auto arg = r->arg;
+    bool cookie = (r->flags & kCookie) != 0;
+    g.unlock();
+    if (cookie) {
+        cb.cookieFn(arg.cookie);
+    } else {
+        cb.fn(id, arg.ctx);
+    }
+    g.lock();
+    afterRun(r);  // r stays: a delete meanwhile only marked it
+}
+
+void TimerSvc::main() {
+    std::unique_lock<std::mutex> g(lk);
+    thrd = al_thrd_id();
+    started_ = true;
+    cv_.notify_all();
+    while (!stopping_) {
+        advance(nowTick());
+        if (TimerRec* r = due_.head) {
+            unlink(r);
+            fire(r, g);
+            continue;
+        }
+        vek_u64 next = nextTick();
+        vek_u64 until = next < wheelNow_ + kMaxSleep ? next : wheelNow_ + kMaxSleep;
+        sleepUntil_ = next;
+        sleeping_ = true;
+        cv_.wait_until(g, base_ + std::chrono::milliseconds(until));
+        sleeping_ = false;
+    }
+}
+
+vek_u32 svc_entry(void* p) {
+    ((TimerSvc*)p)->main();
+    return 0;
+}
+
+/* What a new timer calls, and how. */
+struct NewTimer {
+    vek_u8 flags;
+    vek_u32 owner;
+    decltype(TimerRec::cb) cb;
+    decltype(TimerRec::arg) arg;
+};
+
+/* Makes a timer, started when dueMs >= 0. Its id, 0 without memory. */
+VekTimer make(TimerSvc* s, const NewTimer& n, vek_s32 dueMs, vek_s32 periodMs) {
+    vek_u64 tick = dueMs >= 0 ? s->dueTick(dueMs) : 0;
+    bool wake = false;
+    VekTimer id;
+    {
+        std::lock_guard<std::mutex> g(s->lk);
+        TimerRec* r = s->tab.alloc();
+        if (!r) {
+            return 0;
+        }
+        r->state = kIdle;
+        r->flags = n.flags;
+        r->where = kNowhere;
+        r->prev = r->next = nullptr;
+        r->cb = n.cb;
+        r->arg = n.arg;
+        r->waiters = nullptr;
+        r->period = dueMs >= 0 ? (vek_u32)periodMs : 0;
+        r->seq = 0;
+        r->queuedSeq = 0;
+        r->owner = n.owner;
+        r->runTid = 0;
+        if (dueMs >= 0) {
+            s->arm(r, tick, &wake);
+        }
+        id = s->tab.id(r);
+    }
+    if (wake) {
+        s->wake();
+    }
+    return id;
+}
+
+/* The service, the callback and the owner of a public timer; false (with
+ * the assertion) when the timer cannot be made. */
+bool new_public(VekTimerFn fn, void* ctx, vek_s32 flags, TimerSvc** s, NewTimer* n) {
+    *s = svc();
+    if (!*s) {
+        return false;
+    }
+    if (!fn) {
+        VEK_ASSERT(fn);
+        return false;
+    }
+    bool svcThrd = (flags & VEK_TIMER_SVC_THRD) != 0;
+    n->flags = svcThrd ? kSvcThrd : 0;
+    n->owner = svcThrd ? 0 : al_thrd_id();
+    n->cb.fn = fn;
+    n->arg.ctx = ctx;
+    return true;
+}
+
+vek_s32 start(VekTimer timer, vek_s32 dueMs, vek_s32 periodMs) {
+    TimerSvc* s = svc();
+    if (!s) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    if (dueMs < 0 || periodMs < 0) {
+        return VEK_ERR_BAD_ARG;
+    }
+    vek_u64 tick = s->dueTick(dueMs);
+    bool wake = false;
+    {
+        std::lock_guard<std::mutex> g(s->lk);
+        TimerRec* r = s->find(timer);
+        if (!r) {
+            return VEK_ERR_NOT_FOUND;
+        }
+        r->seq++;
+        r->period = (vek_u32)periodMs;
+        s->arm(r, tick, &wake);
+    }
+    if (wake) {
+        s->wake();
+    }
+    return 0;
+}
+
+/* VekTimer_stop and VekTimer_delete. */
+vek_s32 stop(VekTimer timer, vek_s32 tmo, bool del) {
+    TimerSvc* s = svc();
+    if (!s) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    std::unique_lock<std::mutex> g(s->lk);
+    TimerRec* r = s->find(timer);
+    if (!r) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    vek_s32 res = r->state == kPending || (r->state == kFiring && !r->runTid) ? 1 : 0;
+    s->unlink(r);
+    r->seq++;
+    r->state = kIdle;
+    if (del) {
+        r->flags |= kDeleted;
+    }
+    if (r->runTid && r->runTid != al_thrd_id()) {
+        // Its callback runs on another thread: wait for it, or say so. A
+        // deleted record lives on until that callback returns.
+        vek_s32 waited = tmo ? vek::wait_on(&r->waiters, g, tmo) : VEK_ERR_FULL;
+        return waited == 0 ? res : waited == VEK_ERR_FULL ? VEK_ERR_TIMER_RUNNING : waited;
+    }
+    if (del && !r->runTid) {
+        s->tab.release(r);
+    }
+    return res;
+}
+
+} // namespace
+
+namespace vek {
+
+void timer_svc_start(void) {
+    if (__atomic_load_n(&g_svc, __ATOMIC_ACQUIRE)) {
+        vek_assert__("!timerSvc", __FILE__, __LINE__);
+        return;
+    }
+    void* mem = vek_malloc__(sizeof(TimerSvc));
+    if (!mem) {
+        return;
+    }
+    TimerSvc* s = new (mem) TimerSvc();
+    // The first chunk of records now, so that making a timer costs no
+    // allocation until a thousand are made.
+    TimerRec* r = s->tab.alloc();
+    if (r) {
+        s->tab.release(r);
+    }
+    s->thrd = vek_thrd_create__(svc_entry, s, 0);
+    if (!s->thrd) {
+        s->~TimerSvc();
+        vek_free__(s);
+        return;
+    }
+    s->waitStarted();
+    __atomic_store_n(&g_svc, s, __ATOMIC_RELEASE);
+}
+
+void timer_svc_stop(void) {
+    TimerSvc* s = __atomic_exchange_n(&g_svc, nullptr, __ATOMIC_ACQ_REL);
+    if (!s) {
+        return;
+    }
+    vek_u32 thrd = s->thrd;
+    s->stop();
+    vek_thrd_join(thrd);
+    if (vek_u32 n = s->tab.live()) {
+        TinyStr t;
+        TinyStr_new(&t);
+        TinyStr_appdf(&t, "detect %u timer leak, the bug MUST be fixed", n);
+        int i = 0;
+        s->tab.each([&](TimerRec* r) {
+            TinyStr_appdf(&t, "\n    timer[%d]: id=%llx, %s, period=%u", i++,
+                          (unsigned long long)s->tab.id(r),
+                          r->flags & kDeleted ? "deleted" : r->state == kIdle ? "idle" : "started",
+                          r->period);
+        });
+        vek_printf("%s", TinyStr_buf(&t));
+        TinyStr_delete(&t);
+    }
+    s->~TimerSvc();
+    vek_free__(s);
+}
+
+VekTimer timer_start_cookie(vek_s32 dueMs, TimerCookieFn fn, vek_u64 cookie) {
+    TimerSvc* s = svc();
+    if (!s) {
+        return 0;
+    }
+    NewTimer n;
+    n.flags = kSvcThrd | kCookie | kAutoDelete;
+    n.owner = 0;
+    n.cb.cookieFn = fn;
+    n.arg.cookie = cookie;
+    return make(s, n, dueMs < 0 ? 0 : dueMs, 0);
+}
+
+} // namespace vek
+
+extern "C" {
+
+VEK_API VekTimer VekTimer_new(VekTimerFn fn, void* ctx, vek_s32 flags) {
+    TimerSvc* s;
+    NewTimer n;
+    return new_public(fn, ctx, flags, &s, &n) ? make(s, n, -1, 0) : 0;
+}
+
+VEK_API vek_s32 VekTimer_start(VekTimer timer, vek_s32 dueMs, vek_s32 periodMs) {
+    return start(timer, dueMs, periodMs);
+}
+
+VEK_API vek_s32 VekTimer_stop(VekTimer timer, vek_s32 tmo) {
+    return stop(timer, tmo, false);
+}
+
+VEK_API vek_s32 VekTimer_delete(VekTimer timer, vek_s32 tmo) {
+    return stop(timer, tmo, true);
+}
+
+VEK_API vek_s32 VekTimer_due(VekTimer timer) {
+    TimerSvc* s = svc();
+    if (!s) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    std::lock_guard<std::mutex> g(s->lk);
+    TimerRec* r = s->find(timer);
+    if (!r) {
+        return VEK_ERR_NOT_FOUND;
+    }
+    if (r->state == kFiring && !r->runTid) {
+        return 0;  // expired, on its way to the owner thread
+    }
+    if (r->state != kPending) {
+        return VEK_ERR_NOT_OPEN;
+    }
+    vek_u64 now = s->nowNs();
+    vek_u64 due = r->expires * 1000000u;
+    return due <= now ? 0 : (vek_s32)((due - now) / 1000000u);
+}
+
+VEK_API VekTimer vek_timer_start(vek_s32 dueMs, vek_s32 periodMs, VekTimerFn fn, void* ctx,
+                                 vek_s32 flags) {
+    TimerSvc* s;
+    NewTimer n;
+    if (dueMs < 0 || periodMs < 0 || !new_public(fn, ctx, flags, &s, &n)) {
+        return 0;
+    }
+    n.flags |= kAutoDelete;
+    return make(s, n, dueMs, periodMs);
+}
+
+VEK_API vek_s32 vek_timer_stop(VekTimer timer, vek_s32 tmo) {
+    return VekTimer_delete(timer, tmo);
+}
+
+} // extern "C"
