@@ -89,7 +89,9 @@ VEK_API const char* TaskSvr_name(TaskSvr* svr);
  * started; clean is not called then. */
 VEK_API VekTask TaskSvr_post(TaskSvr* svr, TaskFn fn, TaskCleanFn clean, void* ctx);
 /* As TaskSvr_post, but the task is queued dueMs ms from now (through the
- * timer service; a negative dueMs counts as 0). */
+ * timer service; a negative dueMs counts as 0). Should the pool then have
+ * no worker and none can be started, the task is removed (its clean-up
+ * runs on the timer service thread with -5, and a trace says so). */
 VEK_API VekTask TaskSvr_postAt(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean,
                                void* ctx);
 /* Cancels a task. 1: it had not started and is removed (its clean-up ran
@@ -108,7 +110,8 @@ VEK_API vek_s32 TaskSvr_wait(VekTask task, vek_s32 tmo);
  * pool (assertion "!own worker"). */
 VEK_API vek_s32 TaskSvr_drain(TaskSvr* svr, vek_s32 tmo);
 /* Lets the idle workers beyond the pool's minimum leave now and waits for
- * them to end; returns how many left. */
+ * them to end; returns how many left. Workers still in a task's clean-up
+ * count as idle: the call waits for those clean-ups to return. */
 VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr);
 /* Fills st with the pool's counters; 0. */
 VEK_API vek_s32 TaskSvr_stat(TaskSvr* svr, TaskSvrStat* st);

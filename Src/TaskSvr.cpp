@@ -105,6 +105,8 @@ struct TaskSvr {
     vek_s32 thrds;     // workers started and not left
     vek_s32 idle;      // on the idle stack
     vek_s32 starting;  // started, not yet in their loop
+    vek_s32 ending;    // in a clean-up: idle as soon as it returns
+    vek_s32 trimming;  // TaskSvr_trim calls waiting for ending to reach 0
     vek_s32 tasks;     // posted and not ended
     vek_s32 scheduled;
     vek_s32 queued;
@@ -237,22 +239,6 @@ void join_left(Worker* w) {
     }
 }
 
-/* Under the lock: wakes an idle worker for a queued task, or returns a new
- * worker record to start when the pool may grow. */
-Worker* dispatch(TaskSvr* svr) {
-    if (Worker* w = svr->idleTop) {
-        svr->idleTop = w->idleNext;
-        svr->idle--;
-        w->wake = true;
-        w->cv.notify_one();  // under the lock: w cannot be freed before it wakes
-        return nullptr;
-    }
-    if (svr->thrds < svr->maxThrds && svr->queued > svr->starting) {
-        return add_worker(svr);
-    }
-    return nullptr;
-}
-
 vek_u32 worker_main(void* p);
 
 /* Called with g locked, returns with it locked: starts the thread of a
@@ -274,6 +260,26 @@ bool start_worker(TaskSvr* svr, Worker* w, Guard& g) {
     w->~Worker();
     vek_free__(w);
     return false;
+}
+
+/* Called with g locked, returns with it locked: finds a worker for a task
+ * just queued: wakes the top idle one, or starts one when the pool may
+ * grow. False when the pool has no worker at all and none could be
+ * started: nobody would ever run the task. */
+bool kick(TaskSvr* svr, Guard& g) {
+    if (Worker* w = svr->idleTop) {
+        svr->idleTop = w->idleNext;
+        svr->idle--;
+        w->wake = true;
+        w->cv.notify_one();  // under the lock: w cannot be freed before it wakes
+        return true;
+    }
+    if (svr->thrds < svr->maxThrds && svr->queued > svr->starting) {
+        if (Worker* w = add_worker(svr)) {
+            start_worker(svr, w, g);
+        }
+    }
+    return svr->thrds > 0;
 }
 
 /* Under the lock: runs the task at the head of the queue on worker w. */
@@ -302,9 +308,13 @@ void run(TaskMgr* m, TaskSvr* svr, Worker* w, Guard& g) {
     w->task = nullptr;
     vek_thrd_abortedx(1);
     if (t->clean) {
+        svr->ending++;
         g.unlock();
         t->clean(t->ctx, res);
         g.lock();
+        if (--svr->ending == 0 && svr->trimming) {
+            svr->settle.notify_all();
+        }
     }
     svr->running--;
     svr->done++;
@@ -353,24 +363,6 @@ vek_u32 worker_main(void* p) {
     return 0;
 }
 
-/* Timer callback of a scheduled task: queues it. */
-void fire_scheduled(vek_u64 id) {
-    TaskMgr* m = g_mgr;
-    Guard g(m->lk);
-    TaskRec* t = m->tab.find(id);
-    if (!t || t->state != kScheduled) {
-        return;  // cancelled meanwhile
-    }
-    TaskSvr* svr = t->svr;
-    t->timer = 0;
-    svr->sched.remove(t);
-    svr->scheduled--;
-    enqueue(svr, t);
-    if (Worker* w = dispatch(svr)) {
-        start_worker(svr, w, g);
-    }
-}
-
 /* Removes a task that has not started (it must be scheduled or queued):
  * its timer stops, its clean-up runs with -5 without the lock, and it ends.
  * Called with g locked, returns with it locked. */
@@ -396,6 +388,26 @@ void remove_unstarted(TaskMgr* m, TaskRec* t, Guard& g) {
     g.lock();
     svr->cancelled++;
     finish(m, svr, t);
+}
+
+/* Timer callback of a scheduled task: queues it. */
+void fire_scheduled(vek_u64 id) {
+    TaskMgr* m = g_mgr;
+    Guard g(m->lk);
+    TaskRec* t = m->tab.find(id);
+    if (!t || t->state != kScheduled) {
+        return;  // cancelled meanwhile
+    }
+    TaskSvr* svr = t->svr;
+    t->timer = 0;
+    svr->sched.remove(t);
+    svr->scheduled--;
+    enqueue(svr, t);
+    if (!kick(svr, g) && m->tab.find(id) == t && t->state == kQueued) {
+        vek_printf("task svr \"%s\": no worker for task %llx, removed", svr->name,
+                   (unsigned long long)id);
+        remove_unstarted(m, t, g);
+    }
 }
 
 /* Stops svr's workers, removes its tasks (reporting them when asked),
@@ -502,15 +514,12 @@ VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ct
         return id;
     }
     enqueue(svr, t);
-    if (Worker* w = dispatch(svr)) {
-        if (!start_worker(svr, w, g) && svr->thrds == 0 && m->tab.find(id) == t &&
-            t->state == kQueued) {
-            svr->queue.remove(t);  // nobody would ever run it
-            svr->queued--;
-            svr->tasks--;
-            m->tab.release(t);
-            return 0;
-        }
+    if (!kick(svr, g) && m->tab.find(id) == t && t->state == kQueued) {
+        svr->queue.remove(t);  // nobody would ever run it
+        svr->queued--;
+        svr->tasks--;
+        m->tab.release(t);
+        return 0;
     }
     return id;
 }
@@ -730,9 +739,13 @@ VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr) {
     if (svr->stopping) {
         return 0;
     }
-    while (svr->starting) {  // a worker on its way in counts as idle soon
+    // Workers on their way in, and those in a clean-up, count as idle: the
+    // end of a task that somebody saw end must not leave its worker behind.
+    svr->trimming++;
+    while (svr->starting || svr->ending) {
         svr->settle.wait(g);
     }
+    svr->trimming--;
     Worker* mine = nullptr;
     vek_s32 n = 0;
     while (svr->idleTop && svr->thrds - n > svr->minThrds) {

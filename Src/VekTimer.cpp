@@ -124,7 +124,8 @@ class TimerSvc {
 
     std::mutex lk;
     vek::SlotTab<TimerRec> tab;
-    vek_u32 thrd = 0;
+    vek_u32 thrd = 0;      // the service thread, set by it under lk
+    vek_u32 joinTid = 0;   // the same, for the stop (set by the starter)
 
     /* The live record of id that is not deleted, or null. Under lk. */
     TimerRec* find(VekTimer id) const {
@@ -538,8 +539,8 @@ void timer_svc_start(void) {
     if (r) {
         s->tab.release(r);
     }
-    s->thrd = vek_thrd_create__(svc_entry, s, 0);
-    if (!s->thrd) {
+    s->joinTid = vek_thrd_create__(svc_entry, s, 0);
+    if (!s->joinTid) {
         s->~TimerSvc();
         vek_free__(s);
         return;
@@ -553,9 +554,8 @@ void timer_svc_stop(void) {
     if (!s) {
         return;
     }
-    vek_u32 thrd = s->thrd;
     s->stop();
-    vek_thrd_join(thrd);
+    vek_thrd_join(s->joinTid);
     if (vek_u32 n = s->tab.live()) {
         TinyStr t;
         TinyStr_new(&t);

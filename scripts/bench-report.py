@@ -34,6 +34,20 @@ ROWS = [
     ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
 ]
 
+# Timers and the task server.
+ROWS += [
+    ("timer start + stop, 1,000,000 pending", "BM_vek_timer_start_stop", "BM_uv_timer_start_stop",
+     "libuv", 0.5),
+    ("task post -> task runs, 4 workers", "BM_task_latency_vek/manual_time",
+     "BM_task_latency_uv/manual_time", "libuv uv_queue_work", 1.0),
+    ("task post -> task runs, 4 workers", "BM_task_latency_vek/manual_time",
+     "BM_task_latency_std/manual_time", "std::thread pool", 1.0),
+    ("10,000 tasks posted and run, 4 workers", "BM_task_burst_vek/real_time", "BM_task_burst_uv/real_time",
+     "libuv uv_queue_work", 1.0),
+    ("10,000 tasks posted and run, 4 workers", "BM_task_burst_vek/real_time", "BM_task_burst_std/real_time",
+     "std::thread pool", 1.0),
+]
+
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
@@ -50,7 +64,7 @@ def load_medians(json_dir):
                 continue
             if agg is None and name in out:
                 continue  # a single run only counts when no median exists
-            field = "real_time" if "/real_time" in name else "cpu_time"
+            field = "real_time" if "/real_time" in name or "/manual_time" in name else "cpu_time"
             out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
     return out
 

@@ -21,6 +21,8 @@ case "$want" in
   coverage) pkgs+=(libgtest-dev gcovr tzdata) ;;
   *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs, fuzz, coverage)" >&2; exit 2 ;;
 esac
+# Timers and the task server are compared with libuv.
+if [ "$want" = bench ]; then pkgs+=(libuv1-dev); fi
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg -s "$p" 2>/dev/null | grep -q '^Status: install ok installed' || missing+=("$p")

@@ -111,7 +111,10 @@ TEST_F(Timer, OneShotsFireInDueOrderNeverEarlyAndPeriodicKeepsItsPhase) {
     EXPECT_EQ(0, VekTimer_start(ids[0], 10000, 0));
     EXPECT_EQ(0, VekTimer_start(ids[0], 20, 0));
     EXPECT_LE(VekTimer_due(ids[0]), 20);
-    ASSERT_TRUE(until([&] { return fired.size() == 7; }));
+    ASSERT_TRUE(until([&] {
+        std::lock_guard<std::mutex> g(mu);
+        return fired.size() == 7;
+    }));
     EXPECT_EQ(VEK_ERR_BAD_ARG, VekTimer_start(p, -1, 0));
     EXPECT_EQ(VEK_ERR_BAD_ARG, VekTimer_start(p, 0, -1));
     for (VekTimer id : ids) {
