@@ -111,7 +111,9 @@ VEK_API vek_s32 TaskSvr_wait(VekTask task, vek_s32 tmo);
 VEK_API vek_s32 TaskSvr_drain(TaskSvr* svr, vek_s32 tmo);
 /* Lets the idle workers beyond the pool's minimum leave now and waits for
  * them to end; returns how many left. Workers still in a task's clean-up
- * count as idle: the call waits for those clean-ups to return. */
+ * count as idle: the call waits for those clean-ups to return. When no
+ * task is left in any pool, the memory of past bursts goes back too (as it
+ * does when a worker leaves for lack of work). */
 VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr);
 /* Fills st with the pool's counters; 0. */
 VEK_API vek_s32 TaskSvr_stat(TaskSvr* svr, TaskSvrStat* st);

@@ -46,10 +46,9 @@ struct Worker;
 
 struct TaskRec {
     vek_u32 slotGen;
-    vek_u32 slotIdx;
-    bool slotLive;
+    vek_u32 slotNext;
+    vek_u32 idx;  // its index in the table
     vek_u8 state;
-    TaskRec* slotNext;
     TaskRec* prev;  // links of the pool's sched or queue list
     TaskRec* next;
     TaskSvr* svr;
@@ -88,6 +87,7 @@ struct Worker {
     TaskRec* task;     // the task whose fn it runs
     vek_u32 tid;       // set by the worker when it starts
     vek_s32 cancels;   // cancels of its task between the canceller's unlock and vek_thrd_cancel
+    bool cancelled;    // its task was cancelled: clear its abort state after it
     bool wake;         // taken off the idle stack: work, or leave
     bool leave;        // asked to leave (trim, idle time)
     bool left;         // out of the pool's loop; joinable
@@ -129,7 +129,10 @@ namespace {
 
 struct TaskMgr {
     std::mutex lk;
-    vek::SlotTab<TaskRec> tab;
+    // Compacted when a pool calms down (a worker leaves for lack of work,
+    // TaskSvr_trim), not whenever the last task ends: pools empty and fill
+    // in bursts.
+    vek::SlotTab<TaskRec> tab{false};
     TaskSvr* svrs = nullptr;
     TaskSvr* def = nullptr;
 };
@@ -143,6 +146,12 @@ TaskMgr* mgr() {
         vek_assert__("taskSvr", __FILE__, __LINE__);
     }
     return m;
+}
+
+/* Under the lock: the live task of id, or null. */
+TaskRec* find(TaskMgr* m, VekTask id) {
+    vek_u32 idx = m->tab.find(id);
+    return idx == m->tab.kNone ? nullptr : m->tab.at(idx);
 }
 
 TaskSvr* self(TaskSvr* svr, vek_s32 line) {
@@ -172,15 +181,15 @@ bool own_worker(TaskSvr* svr) {
 /* Under the lock: a task has ended; wake its waiters and free it. */
 void finish(TaskMgr* m, TaskSvr* svr, TaskRec* t) {
     vek::wake_all(&t->waiters);
-    m->tab.release(t);
+    m->tab.release(t->idx);
     if (--svr->tasks == 0) {
         vek::wake_all(&svr->drainers);
     }
 }
 
-void enqueue(TaskSvr* svr, TaskRec* t) {
+void enqueue(TaskSvr* svr, TaskRec* t, vek_u64 now) {
     t->state = kQueued;
-    t->queuedUs = now_us();
+    t->queuedUs = now;
     svr->queue.push(t);
     if (++svr->queued > svr->maxQueued) {
         svr->maxQueued = svr->queued;
@@ -262,16 +271,22 @@ bool start_worker(TaskSvr* svr, Worker* w, Guard& g) {
     return false;
 }
 
-/* Called with g locked, returns with it locked: finds a worker for a task
- * just queued: wakes the top idle one, or starts one when the pool may
- * grow. False when the pool has no worker at all and none could be
- * started: nobody would ever run the task. */
-bool kick(TaskSvr* svr, Guard& g) {
+/* Called with g locked, returns with it locked unless it says so: finds a
+ * worker for a task just queued. The top idle worker is woken after the
+ * lock is let go (*unlocked set), so that it does not wake only to wait for
+ * the lock; it cannot go away meanwhile, since it is off the idle stack and
+ * only leaves from there. Otherwise a worker starts when the pool may grow.
+ * False when the pool has no worker at all and none could be started:
+ * nobody would ever run the task. */
+bool kick(TaskSvr* svr, Guard& g, bool* unlocked) {
+    *unlocked = false;
     if (Worker* w = svr->idleTop) {
         svr->idleTop = w->idleNext;
         svr->idle--;
         w->wake = true;
-        w->cv.notify_one();  // under the lock: w cannot be freed before it wakes
+        g.unlock();
+        *unlocked = true;
+        w->cv.notify_one();
         return true;
     }
     if (svr->thrds < svr->maxThrds && svr->queued > svr->starting) {
@@ -292,21 +307,25 @@ void run(TaskMgr* m, TaskSvr* svr, Worker* w, Guard& g) {
     t->worker = w;
     t->runTid = w->tid;
     w->task = t;
-    vek_u64 waited = now_us() - t->queuedUs;
+    g.unlock();
+    vek_u64 started = now_us();
+    vek_s32 res = t->fn(t->ctx);
+    g.lock();
+    vek_u64 waited = started - t->queuedUs;
     svr->waitUs += waited;
     if (waited > svr->maxWaitUs) {
         svr->maxWaitUs = (vek_u32)(waited > 0xFFFFFFFFu ? 0xFFFFFFFFu : waited);
     }
-    g.unlock();
-    vek_s32 res = t->fn(t->ctx);
-    g.lock();
     while (w->cancels) {  // a cancel of this task must land before the clear
         svr->settle.wait(g);
     }
     t->state = kEnding;
     t->worker = nullptr;
     w->task = nullptr;
-    vek_thrd_abortedx(1);
+    if (w->cancelled) {  // tested only then: the test costs a system call
+        w->cancelled = false;
+        vek_thrd_abortedx(1);
+    }
     if (t->clean) {
         svr->ending++;
         g.unlock();
@@ -353,6 +372,7 @@ vek_u32 worker_main(void* p) {
                 *pp = w->idleNext;
                 svr->idle--;
                 w->leave = true;
+                m->tab.compact();
                 break;
             }
         }
@@ -394,7 +414,7 @@ void remove_unstarted(TaskMgr* m, TaskRec* t, Guard& g) {
 void fire_scheduled(vek_u64 id) {
     TaskMgr* m = g_mgr;
     Guard g(m->lk);
-    TaskRec* t = m->tab.find(id);
+    TaskRec* t = find(m, id);
     if (!t || t->state != kScheduled) {
         return;  // cancelled meanwhile
     }
@@ -402,8 +422,9 @@ void fire_scheduled(vek_u64 id) {
     t->timer = 0;
     svr->sched.remove(t);
     svr->scheduled--;
-    enqueue(svr, t);
-    if (!kick(svr, g) && m->tab.find(id) == t && t->state == kQueued) {
+    enqueue(svr, t, now_us());
+    bool unlocked;
+    if (!kick(svr, g, &unlocked) && find(m, id) == t && t->state == kQueued) {
         vek_printf("task svr \"%s\": no worker for task %llx, removed", svr->name,
                    (unsigned long long)id);
         remove_unstarted(m, t, g);
@@ -420,10 +441,11 @@ void destroy(TaskMgr* m, TaskSvr* svr, bool report) {
         TinyStr_new(&t);
         TinyStr_appdf(&t, "detect %d task leak in task svr \"%s\", the bug MUST be fixed", svr->tasks,
                       svr->name);
-        m->tab.each([&](TaskRec* r) {
+        m->tab.each([&](vek_u32 idx) {
+            TaskRec* r = m->tab.at(idx);
             if (r->svr == svr) {
                 static const char* const kStates[] = {"scheduled", "queued", "running", "ending"};
-                TinyStr_appdf(&t, "\n    task: id=%llx, %s", (unsigned long long)m->tab.id(r),
+                TinyStr_appdf(&t, "\n    task: id=%llx, %s", (unsigned long long)m->tab.id(idx),
                               kStates[r->state]);
             }
         });
@@ -439,6 +461,7 @@ void destroy(TaskMgr* m, TaskSvr* svr, bool report) {
     for (Worker* w = svr->workers; w; w = w->next) {
         if (w->task) {
             w->cancels++;
+            w->cancelled = true;
             vek_u32 tid = w->tid;
             g.unlock();
             vek_thrd_cancel(tid);
@@ -483,14 +506,17 @@ VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ct
         VEK_ASSERT(fn);
         return 0;
     }
+    vek_u64 now = now_us();
     Guard g(m->lk);
     if (svr->stopping) {
         return 0;
     }
-    TaskRec* t = m->tab.alloc();
-    if (!t) {
+    vek_u32 idx = m->tab.alloc();
+    if (idx == m->tab.kNone) {
         return 0;
     }
+    TaskRec* t = m->tab.at(idx);
+    t->idx = idx;
     t->svr = svr;
     t->fn = fn;
     t->clean = clean;
@@ -499,26 +525,27 @@ VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ct
     t->timer = 0;
     t->worker = nullptr;
     t->runTid = 0;
-    VekTask id = m->tab.id(t);
+    VekTask id = m->tab.id(idx);
     svr->tasks++;
     if (dueMs >= 0) {
         t->state = kScheduled;
         t->timer = vek::timer_start_cookie(dueMs, fire_scheduled, id);
         if (!t->timer) {
             svr->tasks--;
-            m->tab.release(t);
+            m->tab.release(idx);
             return 0;
         }
         svr->sched.push(t);
         svr->scheduled++;
         return id;
     }
-    enqueue(svr, t);
-    if (!kick(svr, g) && m->tab.find(id) == t && t->state == kQueued) {
+    enqueue(svr, t, now);
+    bool unlocked;
+    if (!kick(svr, g, &unlocked) && find(m, id) == t && t->state == kQueued) {
         svr->queue.remove(t);  // nobody would ever run it
         svr->queued--;
         svr->tasks--;
-        m->tab.release(t);
+        m->tab.release(idx);
         return 0;
     }
     return id;
@@ -540,8 +567,9 @@ void task_svr_start(void) {
     TaskMgr* m = new (mem) TaskMgr();
     // The first chunk of records now: posting costs no allocation until a
     // thousand tasks are posted.
-    if (TaskRec* t = m->tab.alloc()) {
-        m->tab.release(t);
+    vek_u32 first = m->tab.alloc();
+    if (first != m->tab.kNone) {
+        m->tab.release(first);
     }
     __atomic_store_n(&g_mgr, m, __ATOMIC_RELEASE);
     m->def = TaskSvr_new("default", 0, kDefMaxThrds);
@@ -672,7 +700,7 @@ VEK_API vek_s32 TaskSvr_cancel(VekTask task, vek_bool running) {
         return 0;
     }
     Guard g(m->lk);
-    TaskRec* t = m->tab.find(task);
+    TaskRec* t = find(m, task);
     if (!t || t->state == kEnding) {
         return 0;
     }
@@ -686,6 +714,7 @@ VEK_API vek_s32 TaskSvr_cancel(VekTask task, vek_bool running) {
     Worker* w = t->worker;
     TaskSvr* svr = t->svr;
     w->cancels++;
+    w->cancelled = true;
     vek_u32 tid = w->tid;
     g.unlock();
     vek_thrd_cancel(tid);
@@ -702,7 +731,7 @@ VEK_API vek_s32 TaskSvr_wait(VekTask task, vek_s32 tmo) {
         return 0;
     }
     Guard g(m->lk);
-    TaskRec* t = m->tab.find(task);
+    TaskRec* t = find(m, task);
     if (!t) {
         return 0;
     }
@@ -763,6 +792,7 @@ VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr) {
             svr->settle.wait(g);
         }
     }
+    m->tab.compact();
     Worker* left = take_left(svr, false);
     while (Worker* w = mine) {  // another trim may wait for its own
         mine = w->idleNext;

@@ -19,9 +19,12 @@
  * that matters (a level-0 expiry or a cascade) is a few bit scans away;
  * the service sleeps until then on one condition variable, jumps the clock
  * over the empty ticks, and is woken early only by a start that falls
- * before that tick. A heap would make start and stop O(log n) with a cache
- * miss per level at a million timers (bench/bench_timer.cpp measures
- * libuv's heap beside this wheel).
+ * before that tick. The lists link records by index, and what start and
+ * stop touch of a record is 32 bytes (TimerRec; the callback and the
+ * rest live apart, in TimerCold), so with a million timers pending a start
+ * or a stop costs the record's cache miss and its two neighbours'.
+ * bench/bench_timer.cpp measures this beside libuv's heap and a plain
+ * binary heap.
  *
  * Expired timers are detached onto the due list before any callback runs,
  * so a callback that restarts its timer with 0 lands it on a later tick
@@ -47,8 +50,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr vek_u16 kNowhere = 0xFFFF;  // in no list: idle, or handed to a callback
-constexpr vek_u16 kOnDue = 0xFFFE;    // on the due list
+constexpr vek_u32 kNil = 0xFFFFFFFFu;  // end of a list of record indices
+constexpr vek_u16 kNowhere = 0xFFFF;   // in no list: idle, or handed to a callback
+constexpr vek_u16 kOnDue = 0xFFFE;     // on the due list
 constexpr vek_u64 kForever = ~(vek_u64)0;
 // The service wakes at least this often, so the wheel's clock lags the real
 // one by less than 2^22 ticks and a new timer's tick (at most 2^31 ahead)
@@ -67,19 +71,30 @@ enum : vek_u8 {
     kDeleted = 4,     // deleted while its callback runs: freed when it returns
     kQueued = 8,      // an expiry is on its way to the owner thread (seq queuedSeq)
     kCookie = 16,     // the callback takes the 64-bit cookie
+    kRunning = 32,    // its callback runs now (on runTid)
 };
 
+/* The part of a timer that start and stop touch: 32 bytes, two to a cache
+ * line, so a million timers cost one miss each and their list neighbours
+ * one more. */
 struct TimerRec {
     vek_u32 slotGen;
-    vek_u32 slotIdx;
-    bool slotLive;
+    union {
+        vek_u32 slotNext;  // free
+        vek_u32 prev;      // in a list of the wheel or the due list
+    };
+    vek_u32 next;
+    vek_u16 where;  // bucket (level * 256 + index), kOnDue or kNowhere
     vek_u8 state;
     vek_u8 flags;
-    vek_u16 where;  // bucket (level * 256 + index), kOnDue or kNowhere
-    TimerRec* slotNext;
-    TimerRec* prev;  // links of the bucket or the due list
-    TimerRec* next;
     vek_u64 expires;  // due tick
+    vek_u32 seq;      // bumped by every start and stop
+    vek_u32 period;   // ms, 0 for a one-shot
+};
+static_assert(sizeof(TimerRec) == 32, "two hot records to a cache line");
+
+/* The rest, read when a timer is made, fires or meets a running callback. */
+struct TimerCold {
     union {
         VekTimerFn fn;
         vek::TimerCookieFn cookieFn;
@@ -89,16 +104,14 @@ struct TimerRec {
         vek_u64 cookie;
     } arg;
     vek::EvtWaiter* waiters;  // stops waiting for the running callback
-    vek_u32 period;     // ms, 0 for a one-shot
-    vek_u32 seq;        // bumped by every start and stop
-    vek_u32 queuedSeq;  // seq of the expiry on its way (kQueued)
-    vek_u32 owner;      // thread whose queue runs the callbacks, 0: the service thread
-    vek_u32 runTid;     // thread running the callback now, 0 when none
+    vek_u32 runTid;           // thread running the callback (kRunning)
+    vek_u32 queuedSeq;        // seq of the expiry on its way (kQueued)
+    vek_s32 owner;            // event-receive processor of the callbacks, 0: the service thread
 };
 
-struct Bucket {
-    TimerRec* head;
-    TimerRec* tail;
+struct List {
+    vek_u32 head = kNil;
+    vek_u32 tail = kNil;
 };
 
 /* Distance from bit start to the first set bit of a 256-bit ring, or -1. */
@@ -120,36 +133,38 @@ int ring_scan(const vek_u64* bits, unsigned start) {
 
 class TimerSvc {
   public:
-    TimerSvc() : base_(Clock::now()) {}
+    using Tab = vek::SlotTab<TimerRec, TimerCold>;
+
+    TimerSvc() : tab(true), base_(Clock::now()) {}
 
     std::mutex lk;
-    vek::SlotTab<TimerRec> tab;
-    vek_u32 thrd = 0;      // the service thread, set by it under lk
-    vek_u32 joinTid = 0;   // the same, for the stop (set by the starter)
+    Tab tab;
+    vek_u32 thrd = 0;     // the service thread, set by it under lk
+    vek_u32 joinTid = 0;  // the same, for the stop (set by the starter)
 
-    /* The live record of id that is not deleted, or null. Under lk. */
-    TimerRec* find(VekTimer id) const {
-        TimerRec* r = tab.find(id);
-        return r && !(r->flags & kDeleted) ? r : nullptr;
-    }
+    TimerRec* at(vek_u32 i) const { return tab.at(i); }
+    TimerCold* cold(vek_u32 i) const { return tab.cold(i); }
 
-    vek_u64 nowTick() const {
-        return (vek_u64)std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - base_).count();
+    /* Under lk: the index of the live timer of id that is not deleted, or
+     * kNil. */
+    vek_u32 find(VekTimer id) const {
+        vek_u32 i = tab.find(id);
+        return i != kNil && !(at(i)->flags & kDeleted) ? i : kNil;
     }
 
     vek_u64 nowNs() const {
         return (vek_u64)std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - base_).count();
     }
+    vek_u64 nowTick() const { return nowNs() / 1000000u; }
 
     /* The first tick at or after now + ms: a timer never fires early. */
-    vek_u64 dueTick(vek_s32 ms) const {
-        return (nowNs() + (vek_u64)ms * 1000000u + 999999u) / 1000000u;
-    }
+    vek_u64 dueTick(vek_s32 ms) const { return (nowNs() + (vek_u64)ms * 1000000u + 999999u) / 1000000u; }
 
-    /* Under lk: (re)arms r for tick expires and wakes the service when that
-     * comes before the tick it sleeps until. */
-    void arm(TimerRec* r, vek_u64 expires, bool* wake) {
-        unlink(r);
+    /* Under lk: (re)arms timer i for tick expires; true when that comes
+     * before the tick the service sleeps until (wake it, after unlocking). */
+    bool arm(vek_u32 i, vek_u64 expires) {
+        TimerRec* r = at(i);
+        unlink(i);
         if (wheelCount_ == 0) {
             // Nothing in the wheel: its clock may jump to now, which keeps
             // the ticks of new timers within its span after a long idle time.
@@ -160,32 +175,30 @@ class TimerSvc {
         }
         r->expires = expires;
         r->state = kPending;
-        link(r);
+        link(i);
         if (sleeping_ && r->expires < sleepUntil_) {
             sleepUntil_ = r->expires;
-            *wake = true;
+            return true;
         }
+        return false;
     }
 
-    /* Under lk: takes r out of the wheel or the due list. */
-    void unlink(TimerRec* r) {
+    /* Under lk: takes timer i out of the wheel or the due list. */
+    void unlink(vek_u32 i) {
+        TimerRec* r = at(i);
         if (r->where == kNowhere) {
             return;
         }
-        if (r->where == kOnDue) {
-            (r->prev ? r->prev->next : due_.head) = r->next;
-            (r->next ? r->next->prev : due_.tail) = r->prev;
-        } else {
-            Bucket& b = wheel_[r->where];
-            (r->prev ? r->prev->next : b.head) = r->next;
-            (r->next ? r->next->prev : b.tail) = r->prev;
-            if (!b.head) {
+        List& l = r->where == kOnDue ? due_ : wheel_[r->where];
+        (r->prev != kNil ? at(r->prev)->next : l.head) = r->next;
+        (r->next != kNil ? at(r->next)->prev : l.tail) = r->prev;
+        if (r->where != kOnDue) {
+            if (l.head == kNil) {
                 occ_[r->where >> 8][(r->where & 255) >> 6] &= ~((vek_u64)1 << (r->where & 63));
             }
             wheelCount_--;
         }
         r->where = kNowhere;
-        r->prev = r->next = nullptr;
     }
 
     void wake() { cv_.notify_one(); }
@@ -209,33 +222,36 @@ class TimerSvc {
         cv_.notify_one();
     }
 
-    /* Under lk: after a callback of r returned (or its expiry was dropped):
+    /* Under lk: a callback of timer i returned (or its expiry was dropped):
      * wakes the stops waiting for it and finishes a one-shot. */
-    void afterRun(TimerRec* r) {
-        r->runTid = 0;
-        vek::wake_all(&r->waiters);
+    void afterRun(vek_u32 i) {
+        TimerRec* r = at(i);
+        r->flags &= (vek_u8)~kRunning;
+        vek::wake_all(&cold(i)->waiters);
         if (!(r->flags & kDeleted) && r->state == kFiring) {
             r->state = kIdle;
             if (r->flags & kAutoDelete) {
                 r->flags |= kDeleted;
             }
         }
-        if (r->flags & kDeleted) {
-            tab.release(r);
+        if ((r->flags & kDeleted) && !(r->flags & kQueued)) {
+            tab.release(i);
         }
     }
 
   private:
-    static void push(Bucket& b, TimerRec* r) {
-        r->next = nullptr;
-        r->prev = b.tail;
-        (b.tail ? b.tail->next : b.head) = r;
-        b.tail = r;
+    void push(List& l, vek_u32 i) {
+        TimerRec* r = at(i);
+        r->next = kNil;
+        r->prev = l.tail;
+        (l.tail != kNil ? at(l.tail)->next : l.head) = i;
+        l.tail = i;
     }
 
-    /* Under lk: links r into the wheel by its tick (after the wheel's
-     * clock), or onto the due list when that tick has come. */
-    void link(TimerRec* r) {
+    /* Under lk: links timer i into the wheel by its tick, after the
+     * wheel's clock. */
+    void link(vek_u32 i) {
+        TimerRec* r = at(i);
         if (r->expires <= wheelNow_) {
             r->expires = wheelNow_ + 1;
         }
@@ -243,7 +259,7 @@ class TimerSvc {
         unsigned level = d < (1u << 8) ? 0 : d < (1u << 16) ? 1 : d < (1u << 24) ? 2 : 3;
         unsigned idx = (unsigned)(r->expires >> (8 * level)) & 255;
         r->where = (vek_u16)(level * 256 + idx);
-        push(wheel_[r->where], r);
+        push(wheel_[r->where], i);
         occ_[level][idx >> 6] |= (vek_u64)1 << (idx & 63);
         wheelCount_++;
     }
@@ -251,20 +267,21 @@ class TimerSvc {
     /* Under lk: moves the timers of bucket (level, idx) down a level, or
      * onto the due list when their tick has come. */
     void cascade(unsigned level, unsigned idx) {
-        Bucket& b = wheel_[level * 256 + idx];
-        TimerRec* r = b.head;
-        b.head = b.tail = nullptr;
+        List& b = wheel_[level * 256 + idx];
+        vek_u32 i = b.head;
+        b.head = b.tail = kNil;
         occ_[level][idx >> 6] &= ~((vek_u64)1 << (idx & 63));
-        while (r) {
-            TimerRec* next = r->next;
+        while (i != kNil) {
+            TimerRec* r = at(i);
+            vek_u32 next = r->next;
             wheelCount_--;
             if (r->expires <= wheelNow_) {
                 r->where = kOnDue;
-                push(due_, r);
+                push(due_, i);
             } else {
-                link(r);
+                link(i);
             }
-            r = next;
+            i = next;
         }
     }
 
@@ -301,28 +318,29 @@ class TimerSvc {
                     cascade(level, (unsigned)(t >> (8 * level)) & 255);
                 }
             }
-            Bucket& b = wheel_[t & 255];
-            for (TimerRec* r = b.head; r; r = r->next) {
-                r->where = kOnDue;
+            List& b = wheel_[t & 255];
+            if (b.head == kNil) {
+                continue;
+            }
+            for (vek_u32 i = b.head; i != kNil; i = at(i)->next) {
+                at(i)->where = kOnDue;
                 wheelCount_--;
             }
-            if (b.head) {
-                (due_.tail ? due_.tail->next : due_.head) = b.head;
-                b.head->prev = due_.tail;
-                due_.tail = b.tail;
-                b.head = b.tail = nullptr;
-                occ_[0][(t & 255) >> 6] &= ~((vek_u64)1 << (t & 63));
-            }
+            (due_.tail != kNil ? at(due_.tail)->next : due_.head) = b.head;
+            at(b.head)->prev = due_.tail;
+            due_.tail = b.tail;
+            b.head = b.tail = kNil;
+            occ_[0][(t & 255) >> 6] &= ~((vek_u64)1 << (t & 63));
         }
     }
 
-    void fire(TimerRec* r, std::unique_lock<std::mutex>& g);
+    void fire(vek_u32 i, std::unique_lock<std::mutex>& g);
 
     const Clock::time_point base_;
     std::condition_variable cv_;
-    Bucket wheel_[4 * 256] = {};
+    List wheel_[4 * 256];
     vek_u64 occ_[4][4] = {};
-    Bucket due_ = {};
+    List due_;
     vek_u64 wheelNow_ = 0;
     vek_u64 sleepUntil_ = kForever;
     vek_u32 wheelCount_ = 0;
@@ -341,9 +359,10 @@ TimerSvc* svc() {
     return s;
 }
 
-/* Under the lock, with r just taken off the due list: re-arms a periodic
- * timer and runs or sends the callback. */
-void TimerSvc::fire(TimerRec* r, std::unique_lock<std::mutex>& g) {
+/* Under the lock, with timer i just taken off the due list: re-arms a
+ * periodic timer and runs or sends the callback. */
+void TimerSvc::fire(vek_u32 i, std::unique_lock<std::mutex>& g) {
+    TimerRec* r = at(i);
     if (r->period) {
         // Keep the phase; skip the expiries a long callback made us miss.
         vek_u64 next = r->expires + r->period;
@@ -352,19 +371,21 @@ void TimerSvc::fire(TimerRec* r, std::unique_lock<std::mutex>& g) {
             next += ((now - next) / r->period + 1) * r->period;
         }
         r->expires = next;
-        link(r);
+        link(i);
     } else {
         r->state = kFiring;
     }
+    TimerCold* c = cold(i);
     if (!(r->flags & kSvcThrd)) {
         // Owner-thread delivery arrives with the event-receive processors.
-        afterRun(r);
+        afterRun(i);
         return;
     }
-    r->runTid = thrd;
-    VekTimer id = tab.id(r);
-    auto cb = r->cb;
-    auto arg = r->arg;
+    r->flags |= kRunning;
+    c->runTid = thrd;
+    VekTimer id = tab.id(i);
+    auto cb = c->cb;
+    auto arg = c->arg;
     bool cookie = (r->flags & kCookie) != 0;
     g.unlock();
     if (cookie) {
@@ -373,7 +394,7 @@ void TimerSvc::fire(TimerRec* r, std::unique_lock<std::mutex>& g) {
         cb.fn(id, arg.ctx);
     }
     g.lock();
-    afterRun(r);  // r stays: a delete meanwhile only marked it
+    afterRun(i);  // i stays: a delete meanwhile only marked it
 }
 
 void TimerSvc::main() {
@@ -383,9 +404,10 @@ void TimerSvc::main() {
     cv_.notify_all();
     while (!stopping_) {
         advance(nowTick());
-        if (TimerRec* r = due_.head) {
-            unlink(r);
-            fire(r, g);
+        if (due_.head != kNil) {
+            vek_u32 i = due_.head;
+            unlink(i);
+            fire(i, g);
             continue;
         }
         vek_u64 next = nextTick();
@@ -405,9 +427,9 @@ vek_u32 svc_entry(void* p) {
 /* What a new timer calls, and how. */
 struct NewTimer {
     vek_u8 flags;
-    vek_u32 owner;
-    decltype(TimerRec::cb) cb;
-    decltype(TimerRec::arg) arg;
+    vek_s32 owner;
+    decltype(TimerCold::cb) cb;
+    decltype(TimerCold::arg) arg;
 };
 
 /* Makes a timer, started when dueMs >= 0. Its id, 0 without memory. */
@@ -417,26 +439,27 @@ VekTimer make(TimerSvc* s, const NewTimer& n, vek_s32 dueMs, vek_s32 periodMs) {
     VekTimer id;
     {
         std::lock_guard<std::mutex> g(s->lk);
-        TimerRec* r = s->tab.alloc();
-        if (!r) {
+        vek_u32 i = s->tab.alloc();
+        if (i == kNil) {
             return 0;
         }
+        TimerRec* r = s->at(i);
+        TimerCold* c = s->cold(i);
         r->state = kIdle;
         r->flags = n.flags;
         r->where = kNowhere;
-        r->prev = r->next = nullptr;
-        r->cb = n.cb;
-        r->arg = n.arg;
-        r->waiters = nullptr;
-        r->period = dueMs >= 0 ? (vek_u32)periodMs : 0;
         r->seq = 0;
-        r->queuedSeq = 0;
-        r->owner = n.owner;
-        r->runTid = 0;
+        r->period = dueMs >= 0 ? (vek_u32)periodMs : 0;
+        c->cb = n.cb;
+        c->arg = n.arg;
+        c->waiters = nullptr;
+        c->runTid = 0;
+        c->queuedSeq = 0;
+        c->owner = n.owner;
         if (dueMs >= 0) {
-            s->arm(r, tick, &wake);
+            wake = s->arm(i, tick);
         }
-        id = s->tab.id(r);
+        id = s->tab.id(i);
     }
     if (wake) {
         s->wake();
@@ -457,7 +480,7 @@ bool new_public(VekTimerFn fn, void* ctx, vek_s32 flags, TimerSvc** s, NewTimer*
     }
     bool svcThrd = (flags & VEK_TIMER_SVC_THRD) != 0;
     n->flags = svcThrd ? kSvcThrd : 0;
-    n->owner = svcThrd ? 0 : al_thrd_id();
+    n->owner = 0;
     n->cb.fn = fn;
     n->arg.ctx = ctx;
     return true;
@@ -472,16 +495,17 @@ vek_s32 start(VekTimer timer, vek_s32 dueMs, vek_s32 periodMs) {
         return VEK_ERR_BAD_ARG;
     }
     vek_u64 tick = s->dueTick(dueMs);
-    bool wake = false;
+    bool wake;
     {
         std::lock_guard<std::mutex> g(s->lk);
-        TimerRec* r = s->find(timer);
-        if (!r) {
+        vek_u32 i = s->find(timer);
+        if (i == kNil) {
             return VEK_ERR_NOT_FOUND;
         }
+        TimerRec* r = s->at(i);
         r->seq++;
         r->period = (vek_u32)periodMs;
-        s->arm(r, tick, &wake);
+        wake = s->arm(i, tick);
     }
     if (wake) {
         s->wake();
@@ -496,25 +520,27 @@ vek_s32 stop(VekTimer timer, vek_s32 tmo, bool del) {
         return VEK_ERR_NOT_FOUND;
     }
     std::unique_lock<std::mutex> g(s->lk);
-    TimerRec* r = s->find(timer);
-    if (!r) {
+    vek_u32 i = s->find(timer);
+    if (i == kNil) {
         return VEK_ERR_NOT_FOUND;
     }
-    vek_s32 res = r->state == kPending || (r->state == kFiring && !r->runTid) ? 1 : 0;
-    s->unlink(r);
+    TimerRec* r = s->at(i);
+    bool running = (r->flags & kRunning) != 0;
+    vek_s32 res = r->state == kPending || (r->state == kFiring && !running) ? 1 : 0;
+    s->unlink(i);
     r->seq++;
     r->state = kIdle;
     if (del) {
         r->flags |= kDeleted;
     }
-    if (r->runTid && r->runTid != al_thrd_id()) {
+    if (running && s->cold(i)->runTid != al_thrd_id()) {
         // Its callback runs on another thread: wait for it, or say so. A
         // deleted record lives on until that callback returns.
-        vek_s32 waited = tmo ? vek::wait_on(&r->waiters, g, tmo) : VEK_ERR_FULL;
+        vek_s32 waited = tmo ? vek::wait_on(&s->cold(i)->waiters, g, tmo) : VEK_ERR_FULL;
         return waited == 0 ? res : waited == VEK_ERR_FULL ? VEK_ERR_TIMER_RUNNING : waited;
     }
-    if (del && !r->runTid) {
-        s->tab.release(r);
+    if (del && !running && !(r->flags & kQueued)) {
+        s->tab.release(i);
     }
     return res;
 }
@@ -535,9 +561,9 @@ void timer_svc_start(void) {
     TimerSvc* s = new (mem) TimerSvc();
     // The first chunk of records now, so that making a timer costs no
     // allocation until a thousand are made.
-    TimerRec* r = s->tab.alloc();
-    if (r) {
-        s->tab.release(r);
+    vek_u32 first = s->tab.alloc();
+    if (first != kNil) {
+        s->tab.release(first);
     }
     s->joinTid = vek_thrd_create__(svc_entry, s, 0);
     if (!s->joinTid) {
@@ -560,10 +586,11 @@ void timer_svc_stop(void) {
         TinyStr t;
         TinyStr_new(&t);
         TinyStr_appdf(&t, "detect %u timer leak, the bug MUST be fixed", n);
-        int i = 0;
-        s->tab.each([&](TimerRec* r) {
-            TinyStr_appdf(&t, "\n    timer[%d]: id=%llx, %s, period=%u", i++,
-                          (unsigned long long)s->tab.id(r),
+        int k = 0;
+        s->tab.each([&](vek_u32 i) {
+            TimerRec* r = s->at(i);
+            TinyStr_appdf(&t, "\n    timer[%d]: id=%llx, %s, period=%u", k++,
+                          (unsigned long long)s->tab.id(i),
                           r->flags & kDeleted ? "deleted" : r->state == kIdle ? "idle" : "started",
                           r->period);
         });
@@ -615,11 +642,12 @@ VEK_API vek_s32 VekTimer_due(VekTimer timer) {
         return VEK_ERR_NOT_FOUND;
     }
     std::lock_guard<std::mutex> g(s->lk);
-    TimerRec* r = s->find(timer);
-    if (!r) {
+    vek_u32 i = s->find(timer);
+    if (i == kNil) {
         return VEK_ERR_NOT_FOUND;
     }
-    if (r->state == kFiring && !r->runTid) {
+    TimerRec* r = s->at(i);
+    if (r->state == kFiring && !(r->flags & kRunning)) {
         return 0;  // expired, on its way to the owner thread
     }
     if (r->state != kPending) {
