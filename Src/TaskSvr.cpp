@@ -89,6 +89,7 @@ struct Worker {
     vek_s32 cancels;   // cancels of its task between the canceller's unlock and vek_thrd_cancel
     bool cancelled;    // its task was cancelled: clear its abort state after it
     bool wake;         // taken off the idle stack: work, or leave
+    bool waking;       // woken for work, not yet back in its loop (counted in waking)
     bool leave;        // asked to leave (trim, idle time)
     bool left;         // out of the pool's loop; joinable
     bool trimmed;      // a TaskSvr_trim waits for it to leave and joins it
@@ -105,6 +106,7 @@ struct TaskSvr {
     vek_s32 thrds;     // workers started and not left
     vek_s32 idle;      // on the idle stack
     vek_s32 starting;  // started, not yet in their loop
+    vek_s32 waking;    // woken for work, not yet back in their loop
     vek_s32 ending;    // in a clean-up: idle as soon as it returns
     vek_s32 trimming;  // TaskSvr_trim calls waiting for ending to reach 0
     vek_s32 tasks;     // posted and not ended
@@ -272,17 +274,25 @@ bool start_worker(TaskSvr* svr, Worker* w, Guard& g) {
 }
 
 /* Called with g locked, returns with it locked unless it says so: finds a
- * worker for a task just queued. The top idle worker is woken after the
- * lock is let go (*unlocked set), so that it does not wake only to wait for
- * the lock; it cannot go away meanwhile, since it is off the idle stack and
- * only leaves from there. Otherwise a worker starts when the pool may grow.
- * False when the pool has no worker at all and none could be started:
- * nobody would ever run the task. */
+ * worker for a task just queued. No worker is woken while those woken
+ * already are as many as the tasks queued (each runs tasks until the queue
+ * is empty), so a burst of posts does not wake the pool once per task. The
+ * top idle worker is woken after the lock is let go (*unlocked set), so
+ * that it does not wake only to wait for the lock; it cannot go away
+ * meanwhile, since it is off the idle stack and only leaves from there.
+ * Otherwise a worker starts when the pool may grow. False when the pool has
+ * no worker at all and none could be started: nobody would ever run the
+ * task. */
 bool kick(TaskSvr* svr, Guard& g, bool* unlocked) {
     *unlocked = false;
+    if (svr->waking >= svr->queued) {
+        return true;  // the workers on their way take this task too
+    }
     if (Worker* w = svr->idleTop) {
         svr->idleTop = w->idleNext;
         svr->idle--;
+        svr->waking++;
+        w->waking = true;
         w->wake = true;
         g.unlock();
         *unlocked = true;
@@ -375,6 +385,10 @@ vek_u32 worker_main(void* p) {
                 m->tab.compact();
                 break;
             }
+        }
+        if (w->wake && w->waking) {
+            w->waking = false;
+            svr->waking--;
         }
     }
     w->left = true;
