@@ -34,6 +34,8 @@
 #include "MimeHdr.h"
 #include "GsmUtil.h"
 #include "VekEvt.h"
+#include "VekErp.h"
+#include "VekIoWait.h"
 
 /* Timers and the task server */
 #include "VekTimer.h"

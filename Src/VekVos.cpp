@@ -252,6 +252,7 @@ VEK_API vek_s32 BaseLib_init(void) {
     DbgMng_cfgByFile(vek_trc_rtc_file());
     vek::thrdcm_create();
     EvtMng_init();
+    vek::erpmng_create();
     vek_thrd_beg();
     vek::timer_svc_start();
     vek::task_svr_start();
@@ -283,6 +284,7 @@ VEK_API void BaseLib_exit(void) {
     vek::task_svr_stop();
     vek::timer_svc_stop();
     vek_thrd_end();
+    vek::erpmng_destroy();
     EvtMng_exit();
     vek::thrdcm_destroy();
     if (g_core.heapMon) {

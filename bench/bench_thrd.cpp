@@ -3,12 +3,14 @@
  *  - cancel latency: from vek_thrd_cancel to the blocked vek_evt_swait__
  *    returning -5 (median and p99 over 10,000 trials), against signalling
  *    a condition variable a thread is blocked on;
+ *  - the same for a thread blocked in vek_fd_sread on an empty pipe;
  *  - ping-pong: two threads handing a turn back and forth through two
  *    auto-reset events (vek_evt_set / vek_evt_swait__), against a mutex, a
  *    condition variable and a turn flag. One iteration is one round trip.
  */
 #include <benchmark/benchmark.h>
 #include <pthread.h>
+#include <unistd.h>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -60,35 +62,60 @@ struct Trials {
     }
 };
 
+/* Trials of a library thread blocked in block(arg) (which must return
+ * -5 once cancelled), cancelled by the main thread. */
+void cancel_trials(benchmark::State& state, vek_s32 (*block)(void* arg), void* arg) {
+    Trials tr;
+    struct Ctx {
+        Trials* tr;
+        vek_s32 (*block)(void*);
+        void* arg;
+    } ctx{&tr, block, arg};
+    vek_u32 tid = vek_thrd_create__(
+        [](void* p) -> vek_u32 {
+            Ctx* c = (Ctx*)p;
+            for (int i = 0; i < kTrials; i++) {
+                c->tr->phase.store(1, std::memory_order_release);
+                vek_s32 r = c->block(c->arg);
+                c->tr->t1 = now_ns();
+                if (r != VEK_ERR_ABORTED) {
+                    return 1;
+                }
+                vek_thrd_abort_clear();
+                c->tr->phase.store(2, std::memory_order_release);
+                wait_phase(c->tr->phase, 0);
+            }
+            return 0;
+        },
+        &ctx, 0);
+    tr.run([&] { vek_thrd_cancel(tid); });
+    vek_thrd_join(tid);
+    tr.report(state);
+}
+
 void BM_cancel_latency_vek(benchmark::State& state) {
     for (auto _ : state) {
-        Trials tr;
         vek_handle never = vek_evt_create__(1, 0);
-        struct Ctx {
-            Trials* tr;
-            vek_handle evt;
-        } ctx{&tr, never};
-        vek_u32 tid = vek_thrd_create__(
-            [](void* p) -> vek_u32 {
-                Ctx* c = (Ctx*)p;
-                for (int i = 0; i < kTrials; i++) {
-                    c->tr->phase.store(1, std::memory_order_release);
-                    vek_s32 r = vek_evt_swait__(c->evt, -1, 0);
-                    c->tr->t1 = now_ns();
-                    if (r != VEK_ERR_ABORTED) {
-                        return 1;
-                    }
-                    vek_thrd_abort_clear();
-                    c->tr->phase.store(2, std::memory_order_release);
-                    wait_phase(c->tr->phase, 0);
-                }
-                return 0;
-            },
-            &ctx, 0);
-        tr.run([&] { vek_thrd_cancel(tid); });
-        vek_thrd_join(tid);
+        cancel_trials(state, [](void* evt) { return vek_evt_swait__((vek_handle)evt, -1, 0); }, never);
         vek_evt_close(never);
-        tr.report(state);
+    }
+}
+
+/* The same for a thread blocked reading an empty pipe (vek_fd_sread):
+ * the cancel reaches it through its wake descriptor. */
+void BM_cancel_read_vek(benchmark::State& state) {
+    for (auto _ : state) {
+        int fd[2];
+        if (pipe(fd) != 0) {
+            state.SkipWithError("pipe");
+            return;
+        }
+        cancel_trials(state, [](void* p) {
+            char b[64];
+            return vek_fd_sread(*(int*)p, b, sizeof b, -1, 0);
+        }, fd);
+        close(fd[0]);
+        close(fd[1]);
     }
 }
 
@@ -184,6 +211,7 @@ void BM_pingpong_condvar(benchmark::State& state) {
 } // namespace
 
 BENCHMARK(BM_cancel_latency_vek)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_cancel_read_vek)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_cancel_latency_condvar)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_pingpong_vek)->UseRealTime();
 BENCHMARK(BM_pingpong_condvar)->UseRealTime();

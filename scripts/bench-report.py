@@ -34,6 +34,21 @@ ROWS = [
     ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
 ]
 
+# Event-receive processors.
+ROWS += [
+    ("erp post from another thread -> handler runs, round trip", "BM_erp_roundtrip_vek/real_time",
+     "BM_erp_roundtrip_eventfd/real_time", "eventfd + mutex queue", 1.5),
+]
+
+# Figures with a goal of their own and no peer: (what, benchmark, counter,
+# goal, unit); the medians of the repetitions, as above.
+ABS_ROWS = [
+    ("cancel -> blocked descriptor read returns -5, median", "BM_cancel_read_vek/iterations:1/real_time",
+     "median_us", 50.0, "µs"),
+    ("cancel -> blocked descriptor read returns -5, p99", "BM_cancel_read_vek/iterations:1/real_time",
+     "p99_us", 1000.0, "µs"),
+]
+
 # Timers and the task server.
 ROWS += [
     ("timer start + stop, 1,000,000 pending", "BM_vek_timer_start_stop", "BM_uv_timer_start_stop",
@@ -47,12 +62,17 @@ ROWS += [
     ("10,000 tasks posted and run, 4 workers", "BM_task_burst_vek/real_time", "BM_task_burst_std/real_time",
      "std::thread pool", 1.0),
 ]
+ABS_ROWS += [
+    ("timer lateness p99, 10,000 timers of 1-100 ms, no load", "BM_vek_timer_lateness/iterations:1/real_time",
+     "p99_us", 2000.0, "µs"),
+]
 
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 
-def load_medians(json_dir):
-    """Median time in ns of every benchmark found, by its name."""
+def load_runs(json_dir):
+    """The run of every benchmark found, by its name: the median of the
+    repetitions, or the single run when there is no median."""
     out = {}
     for path in sorted(glob.glob(os.path.join(json_dir, "*.json"))):
         with open(path) as f:
@@ -60,12 +80,18 @@ def load_medians(json_dir):
         for b in data.get("benchmarks", []):
             name = b.get("run_name", b["name"])
             agg = b.get("aggregate_name")
-            if agg not in (None, "median"):
+            if agg not in (None, "median") or (agg is None and name in out):
                 continue
-            if agg is None and name in out:
-                continue  # a single run only counts when no median exists
-            field = "real_time" if "/real_time" in name or "/manual_time" in name else "cpu_time"
-            out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
+            out[name] = b
+    return out
+
+
+def load_medians(json_dir):
+    """Median time in ns of every benchmark found, by its name."""
+    out = {}
+    for name, b in load_runs(json_dir).items():
+        field = "real_time" if "/real_time" in name or "/manual_time" in name else "cpu_time"
+        out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
     return out
 
 
@@ -134,6 +160,13 @@ def main():
             "%.2f×" % ratio if ratio is not None else "–", goal,
             "–" if ratio is None else ("yes" if ratio <= goal else "no")))
         chart.append(("%s vs %s" % (what, peer_name), ratio, goal))
+    counters = load_runs(json_dir)
+    lines += ["", "| figure | value | goal | met |", "|---|---|---|---|"]
+    for what, bench, counter, goal, unit in ABS_ROWS:
+        v = counters.get(bench, {}).get(counter)
+        lines.append("| %s | %s | ≤ %g %s | %s |" % (
+            what, "%.3g %s" % (v, unit) if v is not None else "–", goal, unit,
+            "–" if v is None else ("yes" if v <= goal else "no")))
     lines += ["", "![ratios](%s)" % os.path.basename(out_svg), ""]
     with open(out_md, "w") as f:
         f.write("\n".join(lines))

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #endif
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <filesystem>
@@ -126,6 +127,16 @@ int run_command(const std::string& cmd) {
 void write_file(const std::string& path, const std::string& data) {
     std::ofstream out(std::filesystem::u8path(path), std::ios::binary);
     out << data;
+}
+
+vek_u32 spawn(std::function<vek_u32()> f) {
+    using Fn = std::function<vek_u32()>;
+    return vek_thrd_create__(
+        [](void* p) -> vek_u32 {
+            std::unique_ptr<Fn> fn((Fn*)p);
+            return (*fn)();
+        },
+        new Fn(std::move(f)), 0);
 }
 
 } // namespace vektest

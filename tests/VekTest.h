@@ -7,6 +7,7 @@
 #define VEK_TEST_H
 
 #include <gtest/gtest.h>
+#include <functional>
 #include <string>
 #include <vector>
 #include "BaseLib.h"
@@ -51,6 +52,8 @@ std::string self_dir();
 /* Runs a command line through the system's shell; its exit status. */
 int run_command(const std::string& cmd);
 void write_file(const std::string& path, const std::string& data);
+/* Runs f on a library thread (vek_thrd_create__); returns its id. */
+vek_u32 spawn(std::function<vek_u32()> f);
 
 } // namespace vektest
 
