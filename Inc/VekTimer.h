@@ -8,12 +8,13 @@
  *
  * Where a callback runs, chosen when the timer is made:
  *  - by default on the thread that made it (VekTimer_new, vek_timer_start),
- *    through that thread's event-receive processor (VekErp.h): the
- *    callback runs when the thread dispatches its queue, in
- *    vek_erp_disp and in its message-pumping waits (the "m" waits of
- *    VekVosx.h). The thread needs an event-receive processor when it
- *    makes the timer. An expiry that reaches a thread that no longer
- *    dispatches (it ended) is dropped, with a trace.
+ *    through that thread's own event-receive processor (vek_erp_self,
+ *    VekErp.h, made on first need): the callback runs when the thread
+ *    dispatches its queue, in vek_erp_disp, vek_erp_run and its
+ *    message-pumping waits (the "m" waits of VekVosx.h). An owner slow to
+ *    dispatch gets one call for the expiries that came meanwhile, not a
+ *    backlog. When the thread has ended its timers stop (with a trace):
+ *    nobody would run them.
  *  - with VEK_TIMER_SVC_THRD on the timer service thread. Such a callback
  *    must be short and must not block: it delays every other timer of
  *    that kind.
@@ -31,12 +32,13 @@
  *
  * Stopping: after VekTimer_stop or VekTimer_delete returns, the timer does
  * not fire again until it is started again (an expiry already on its way
- * to the owner thread's queue is discarded there). A callback that is
- * running on another thread at that moment is not interrupted: the call
- * waits up to tmo ms for it to return (0: not at all, negative: without
- * limit, abortable), and says -860 when it did not wait, -12 or -5 when
- * the wait ended first. A stop made on the thread that runs the callback
- * (from the callback itself, or from code it calls) never waits.
+ * to the owner thread's queue counts as pending and is discarded there).
+ * A callback that is running on another thread at that moment is not
+ * interrupted: the call waits up to tmo ms for it to return (0: not at
+ * all, negative: without limit, abortable), and says -860 when it did not
+ * wait, -12 or -5 when the wait ended first. A stop made on the thread
+ * that runs the callback (from the callback itself, or from code it
+ * calls) never waits.
  *
  * Timers still made at BaseLib_exit are reported as leaks and freed.
  */
@@ -60,9 +62,7 @@ typedef void (*VekTimerFn)(VekTimer timer, void* ctx);
 
 /* Makes an idle timer that calls fn(timer, ctx) (flags: 0 or
  * VEK_TIMER_SVC_THRD). Returns its id, or 0: out of memory, the library
- * not initialised (assertion "timerSvc"), fn null (assertion "fn"), or,
- * without VEK_TIMER_SVC_THRD, a calling thread without an event-receive
- * processor (assertion "vek_erp_self()"). */
+ * not initialised (assertion "timerSvc"), fn null (assertion "fn"). */
 VEK_API VekTimer VekTimer_new(VekTimerFn fn, void* ctx, vek_s32 flags);
 /* Starts the timer to fire dueMs ms from now (0: at the next tick) and then
  * every periodMs ms (0: once). A pending timer is restarted: its old

@@ -39,12 +39,14 @@
 #include <bit>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <new>
 #include "EvtWait.h"
 #include "SlotTab.h"
 #include "TimerSvc.h"
 #include "VekCore.h"
+#include "VekErp.h"
 
 namespace {
 
@@ -72,6 +74,7 @@ enum : vek_u8 {
     kQueued = 8,      // an expiry is on its way to the owner thread (seq queuedSeq)
     kCookie = 16,     // the callback takes the 64-bit cookie
     kRunning = 32,    // its callback runs now (on runTid)
+    kAgain = 64,      // an expiry came while its callback ran on the owner thread
 };
 
 /* The part of a timer that start and stop touch: 32 bytes, two to a cache
@@ -226,8 +229,16 @@ class TimerSvc {
      * wakes the stops waiting for it and finishes a one-shot. */
     void afterRun(vek_u32 i) {
         TimerRec* r = at(i);
+        TimerCold* c = cold(i);
         r->flags &= (vek_u8)~kRunning;
-        vek::wake_all(&cold(i)->waiters);
+        vek::wake_all(&c->waiters);
+        if (r->flags & kAgain) {  // an expiry met the callback nested on its thread
+            r->flags &= (vek_u8)~kAgain;
+            if (!(r->flags & kDeleted) && c->queuedSeq == r->seq) {
+                send(i);
+                return;  // the one-shot ends when that expiry is run
+            }
+        }
         if (!(r->flags & kDeleted) && r->state == kFiring) {
             r->state = kIdle;
             if (r->flags & kAutoDelete) {
@@ -238,6 +249,16 @@ class TimerSvc {
             tab.release(i);
         }
     }
+
+    /* Under lk: sends an expiry of timer i to its owner thread's queue,
+     * unless one is on its way already (which then counts for this one
+     * too: an owner that is slow to dispatch gets one call, not a
+     * backlog). */
+    void send(vek_u32 i);
+    /* Under lk: an expiry of timer i cannot reach its owner thread (rc
+     * from the post, or -25 for one the queue dropped): traced; when the
+     * thread has ended the timer stops for good. */
+    void undeliverable(vek_u32 i, vek_s32 rc);
 
   private:
     void push(List& l, vek_u32 i) {
@@ -359,6 +380,90 @@ TimerSvc* svc() {
     return s;
 }
 
+/* On the owner thread, from its event-receive queue: runs the callback of
+ * an expiry sent by TimerSvc::send, unless the timer was stopped,
+ * restarted or deleted since. */
+void deliver(void* p) {
+    TimerSvc* s = __atomic_load_n(&g_svc, __ATOMIC_ACQUIRE);
+    if (!s) {
+        return;  // the library is stopping
+    }
+    vek_u32 i = (vek_u32)(uintptr_t)p;
+    std::unique_lock<std::mutex> g(s->lk);
+    TimerRec* r = s->at(i);
+    TimerCold* c = s->cold(i);
+    r->flags &= (vek_u8)~kQueued;
+    if (r->flags & kRunning) {
+        // Its callback runs further up this thread's stack (it dispatched
+        // its queue): run this expiry once that callback has returned.
+        r->flags |= kAgain;
+        return;
+    }
+    if ((r->flags & kDeleted) || c->queuedSeq != r->seq) {
+        if (r->flags & kDeleted) {
+            s->tab.release(i);
+        }
+        return;
+    }
+    r->flags |= kRunning;
+    c->runTid = al_thrd_id();
+    VekTimer id = s->tab.id(i);
+    VekTimerFn fn = c->cb.fn;
+    void* ctx = c->arg.ctx;
+    g.unlock();
+    fn(id, ctx);
+    g.lock();
+    s->afterRun(i);
+}
+
+/* The queue dropped an expiry: its thread ended, or its processor. */
+void dropped(void* p) {
+    TimerSvc* s = __atomic_load_n(&g_svc, __ATOMIC_ACQUIRE);
+    if (!s) {
+        return;
+    }
+    std::lock_guard<std::mutex> g(s->lk);
+    vek_u32 i = (vek_u32)(uintptr_t)p;
+    s->at(i)->flags &= (vek_u8)~kQueued;
+    s->undeliverable(i, VEK_ERR_NOT_FOUND);
+}
+
+void TimerSvc::send(vek_u32 i) {
+    TimerRec* r = at(i);
+    TimerCold* c = cold(i);
+    c->queuedSeq = r->seq;
+    if (r->flags & kQueued) {
+        return;
+    }
+    // The post takes only the queue's own lock and calls nothing back.
+    vek_s32 rc = vek_erp_postf(c->owner, deliver, (void*)(uintptr_t)i, dropped);
+    if (rc < 0) {
+        undeliverable(i, rc);
+    } else {
+        r->flags |= kQueued;
+    }
+}
+
+void TimerSvc::undeliverable(vek_u32 i, vek_s32 rc) {
+    TimerRec* r = at(i);
+    if (r->flags & kDeleted) {
+        if (!(r->flags & (kRunning | kQueued))) {
+            tab.release(i);
+        }
+        return;
+    }
+    vek_printf("timer %llx: expiry dropped, its thread does not dispatch (%d)",
+               (unsigned long long)tab.id(i), (int)rc);
+    if (rc == VEK_ERR_NOT_FOUND) {  // the thread has ended: nobody will run it again
+        unlink(i);
+        r->seq++;
+        r->state = kFiring;  // finished below as a one-shot that ran
+    }
+    if (!(r->flags & kRunning)) {
+        afterRun(i);
+    }
+}
+
 /* Under the lock, with timer i just taken off the due list: re-arms a
  * periodic timer and runs or sends the callback. */
 void TimerSvc::fire(vek_u32 i, std::unique_lock<std::mutex>& g) {
@@ -377,8 +482,7 @@ void TimerSvc::fire(vek_u32 i, std::unique_lock<std::mutex>& g) {
     }
     TimerCold* c = cold(i);
     if (!(r->flags & kSvcThrd)) {
-        // Owner-thread delivery arrives with the event-receive processors.
-        afterRun(i);
+        send(i);
         return;
     }
     r->flags |= kRunning;
@@ -480,7 +584,10 @@ bool new_public(VekTimerFn fn, void* ctx, vek_s32 flags, TimerSvc** s, NewTimer*
     }
     bool svcThrd = (flags & VEK_TIMER_SVC_THRD) != 0;
     n->flags = svcThrd ? kSvcThrd : 0;
-    n->owner = 0;
+    n->owner = svcThrd ? 0 : vek_erp_self();
+    if (n->owner < 0) {
+        return false;  // no queue for the calling thread (no memory)
+    }
     n->cb.fn = fn;
     n->arg.ctx = ctx;
     return true;

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <string>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -43,16 +44,6 @@ bool until(const std::function<bool()>& cond) {
         }
     }
     return cond();
-}
-
-vek_u32 spawn(std::function<void()> f) {
-    return vek_thrd_create__(
-        [](void* p) -> vek_u32 {
-            std::unique_ptr<std::function<void()>> fn((std::function<void()>*)p);
-            (*fn)();
-            return 0;
-        },
-        new std::function<void()>(std::move(f)), 0);
 }
 
 } // namespace
@@ -189,9 +180,10 @@ TEST_F(Timer, AStopWaitsForACallbackRunningElsewhereOrSaysSo) {
     EXPECT_EQ(VEK_ERR_ABORTED, VekTimer_stop(t, -1));
     vek_thrd_abort_clear();
     // Released by another thread while this one waits without limit.
-    vek_u32 tid = spawn([&] {
+    vek_u32 tid = vektest::spawn([&] {
         vek_sleep(30);
         vek_evt_set(release);
+        return 0u;
     });
     EXPECT_EQ(0, VekTimer_delete(t, -1));  // it was periodic, but stopped above
     vek_thrd_join(tid);
@@ -231,7 +223,7 @@ TEST_F(Timer, FourThreadsStartAndStopWhileOthersCancelThem) {
     std::atomic<bool> stop{false};
     std::vector<vek_u32> starters;
     for (int k = 0; k < kStarters; k++) {
-        starters.push_back(spawn([&, k] {
+        starters.push_back(vektest::spawn([&, k] {
             std::minstd_rand rnd(k + 1);
             while (!stop) {
                 if (rnd() % 8 == 0) {
@@ -253,16 +245,18 @@ TEST_F(Timer, FourThreadsStartAndStopWhileOthersCancelThem) {
                 }
             }
             vek_thrd_abort_clear();
+            return 0u;
         }));
     }
     std::vector<vek_u32> cancellers;
     for (int k = 0; k < 2; k++) {
-        cancellers.push_back(spawn([&, k] {
+        cancellers.push_back(vektest::spawn([&, k] {
             std::minstd_rand rnd(k + 100);
             while (!stop) {
                 vek_thrd_cancel(starters[rnd() % kStarters]);
                 std::this_thread::yield();
             }
+            return 0u;
         }));
     }
     vek_sleep(700);
@@ -279,4 +273,70 @@ TEST_F(Timer, FourThreadsStartAndStopWhileOthersCancelThem) {
     EXPECT_EQ(0, late.load()) << "expiries after a stop";
     EXPECT_GT(fires.load(), 50);
     std::printf("timers: %d expiries, %d aborted stop waits\n", fires.load(), aborted.load());
+}
+
+TEST_F(Timer, CallbacksRunOnTheMakingThreadWhenItDispatches) {
+    // The owner runs its callbacks in its dispatch only; a stop before the
+    // dispatch discards an expiry on its way; a slow owner gets one call
+    // for many expiries; a stop from elsewhere waits for a running one.
+    std::atomic<int> calls{0}, wrongThread{0}, step{0};
+    std::atomic<VekTimer> periodic{0};
+    vek_handle hold = vek_evt_create__(1, 0);
+    struct Ctx {
+        std::atomic<int>* calls;
+        std::atomic<int>* wrong;
+        vek_u32 owner;
+        vek_handle hold;
+    };
+    vek_u32 owner = vektest::spawn([&] {
+        Ctx ctx{&calls, &wrongThread, al_thrd_id(), hold};
+        auto cb = [](VekTimer, void* p) {
+            Ctx* c = (Ctx*)p;
+            *c->wrong += al_thrd_id() != c->owner;
+            if (++*c->calls == 3) {
+                vek_evt_wait__(c->hold, -1, 0);  // running while the main thread stops it
+            }
+        };
+        VekTimer t = VekTimer_new(cb, &ctx, 0);
+        VekTimer_start(t, 0, 0);
+        vek_sleep(30);  // not dispatching: the expiry waits in the queue
+        EXPECT_EQ(1, VekTimer_stop(t, 0));
+        vek_erp_disp();  // runs the queued expiry, which finds its timer stopped
+        EXPECT_EQ(0, calls.load());
+        VekTimer_start(t, 1, 0);
+        EXPECT_GT(vek_erp_run(5000, 0), 0);
+        EXPECT_EQ(1, calls.load());
+        VekTimer_start(t, 0, 2);
+        vek_sleep(40);  // some twenty expiries: one call
+        vek_erp_disp();
+        EXPECT_EQ(2, calls.load());
+        periodic = t;
+        while (calls < 3) {
+            vek_erp_run(5000, 0);
+        }
+        step = 1;  // back from the blocked call: the main thread's stop returned
+        while (vek_erp_run(20, 0) > 0) {
+        }
+        EXPECT_EQ(3, calls.load());
+        // A timer left to a thread that ends stops with it.
+        VekTimer_start(t, 0, 1);
+        return 0u;
+    });
+    ASSERT_TRUE(until([&] { return calls == 3; }));
+    vek_u32 t0 = vek_msec();
+    vek_u32 releaser = vektest::spawn([&] {
+        vek_sleep(30);
+        vek_evt_set(hold);
+        return 0u;
+    });
+    EXPECT_EQ(1, VekTimer_stop(periodic, -1));  // waited for the callback on the owner
+    EXPECT_GE(vek_msec() - t0, 20u);
+    vek_thrd_join(releaser);
+    vektest::TraceCapture trc;
+    vek_thrd_join(owner);
+    EXPECT_EQ(0, wrongThread.load());
+    EXPECT_TRUE(until([&] { return VekTimer_due(periodic) == VEK_ERR_NOT_OPEN; }));
+    EXPECT_TRUE(trc.contains("expiry dropped, its thread does not dispatch (-25)"));
+    EXPECT_EQ(0, VekTimer_delete(periodic, 0));
+    vek_evt_close(hold);
 }
