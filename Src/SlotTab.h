@@ -82,6 +82,14 @@ class SlotTab {
         }
     }
 
+    /* Makes the first chunk now (the owner's start, rather than its first
+     * record, pays for it). */
+    void prime() {
+        if (nDir_ == 0) {
+            grow();
+        }
+    }
+
     /* No record lives: keeps the first chunk only. */
     void compact() {
         if (live_ != 0 || nDir_ <= 1) {

@@ -397,6 +397,23 @@ vek_u32 worker_main(void* p) {
     return 0;
 }
 
+/* Called with g locked, returns with it locked: cancels the thread of
+ * worker w, which runs a task. The count of cancels on their way keeps the
+ * worker from taking its next task (and w from going away) before the
+ * cancel has landed; vek_thrd_cancel runs without the lock, since it calls
+ * the thread's additional cancel callback. */
+void cancel_worker(TaskSvr* svr, Worker* w, Guard& g) {
+    w->cancels++;
+    w->cancelled = true;
+    vek_u32 tid = w->tid;
+    g.unlock();
+    vek_thrd_cancel(tid);
+    g.lock();
+    if (--w->cancels == 0) {
+        svr->settle.notify_all();
+    }
+}
+
 /* Removes a task that has not started (it must be scheduled or queued):
  * its timer stops, its clean-up runs with -5 without the lock, and it ends.
  * Called with g locked, returns with it locked. */
@@ -474,15 +491,7 @@ void destroy(TaskMgr* m, TaskSvr* svr, bool report) {
     // only this call takes records off it now (TaskSvr_trim leaves it be).
     for (Worker* w = svr->workers; w; w = w->next) {
         if (w->task) {
-            w->cancels++;
-            w->cancelled = true;
-            vek_u32 tid = w->tid;
-            g.unlock();
-            vek_thrd_cancel(tid);
-            g.lock();
-            if (--w->cancels == 0) {
-                svr->settle.notify_all();
-            }
+            cancel_worker(svr, w, g);
         }
     }
     while (Worker* w = svr->idleTop) {
@@ -579,12 +588,7 @@ void task_svr_start(void) {
         return;
     }
     TaskMgr* m = new (mem) TaskMgr();
-    // The first chunk of records now: posting costs no allocation until a
-    // thousand tasks are posted.
-    vek_u32 first = m->tab.alloc();
-    if (first != m->tab.kNone) {
-        m->tab.release(first);
-    }
+    m->tab.prime();  // posting allocates nothing until a thousand tasks wait
     __atomic_store_n(&g_mgr, m, __ATOMIC_RELEASE);
     m->def = TaskSvr_new("default", 0, kDefMaxThrds);
 }
@@ -725,17 +729,7 @@ VEK_API vek_s32 TaskSvr_cancel(VekTask task, vek_bool running) {
     if (!running) {
         return 3;
     }
-    Worker* w = t->worker;
-    TaskSvr* svr = t->svr;
-    w->cancels++;
-    w->cancelled = true;
-    vek_u32 tid = w->tid;
-    g.unlock();
-    vek_thrd_cancel(tid);
-    g.lock();
-    if (--w->cancels == 0) {
-        svr->settle.notify_all();
-    }
+    cancel_worker(t->svr, t->worker, g);
     return 2;
 }
 

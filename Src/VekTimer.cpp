@@ -117,6 +117,20 @@ struct List {
     vek_u32 tail = kNil;
 };
 
+/* Ticks are the monotonic clock's milliseconds. */
+vek_u64 now_ns() {
+    return (vek_u64)std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+}
+
+vek_u64 now_tick() {
+    return now_ns() / 1000000u;
+}
+
+/* The first tick at or after now + ms: a timer never fires early. */
+vek_u64 due_tick(vek_s32 ms) {
+    return (now_ns() + (vek_u64)ms * 1000000u + 999999u) / 1000000u;
+}
+
 /* Distance from bit start to the first set bit of a 256-bit ring, or -1. */
 int ring_scan(const vek_u64* bits, unsigned start) {
     unsigned w = start >> 6;
@@ -138,7 +152,7 @@ class TimerSvc {
   public:
     using Tab = vek::SlotTab<TimerRec, TimerCold>;
 
-    TimerSvc() : tab(true), base_(Clock::now()) {}
+    TimerSvc() : tab(true) {}
 
     std::mutex lk;
     Tab tab;
@@ -155,13 +169,6 @@ class TimerSvc {
         return i != kNil && !(at(i)->flags & kDeleted) ? i : kNil;
     }
 
-    vek_u64 nowNs() const {
-        return (vek_u64)std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - base_).count();
-    }
-    vek_u64 nowTick() const { return nowNs() / 1000000u; }
-
-    /* The first tick at or after now + ms: a timer never fires early. */
-    vek_u64 dueTick(vek_s32 ms) const { return (nowNs() + (vek_u64)ms * 1000000u + 999999u) / 1000000u; }
 
     /* Under lk: (re)arms timer i for tick expires; true when that comes
      * before the tick the service sleeps until (wake it, after unlocking). */
@@ -171,7 +178,7 @@ class TimerSvc {
         if (wheelCount_ == 0) {
             // Nothing in the wheel: its clock may jump to now, which keeps
             // the ticks of new timers within its span after a long idle time.
-            vek_u64 now = nowTick();
+            vek_u64 now = now_tick();
             if (now > wheelNow_ + 1) {
                 wheelNow_ = now - 1;
             }
@@ -357,7 +364,6 @@ class TimerSvc {
 
     void fire(vek_u32 i, std::unique_lock<std::mutex>& g);
 
-    const Clock::time_point base_;
     std::condition_variable cv_;
     List wheel_[4 * 256];
     vek_u64 occ_[4][4] = {};
@@ -471,7 +477,7 @@ void TimerSvc::fire(vek_u32 i, std::unique_lock<std::mutex>& g) {
     if (r->period) {
         // Keep the phase; skip the expiries a long callback made us miss.
         vek_u64 next = r->expires + r->period;
-        vek_u64 now = nowTick();
+        vek_u64 now = now_tick();
         if (next <= now) {
             next += ((now - next) / r->period + 1) * r->period;
         }
@@ -507,7 +513,7 @@ void TimerSvc::main() {
     started_ = true;
     cv_.notify_all();
     while (!stopping_) {
-        advance(nowTick());
+        advance(now_tick());
         if (due_.head != kNil) {
             vek_u32 i = due_.head;
             unlink(i);
@@ -518,7 +524,7 @@ void TimerSvc::main() {
         vek_u64 until = next < wheelNow_ + kMaxSleep ? next : wheelNow_ + kMaxSleep;
         sleepUntil_ = next;
         sleeping_ = true;
-        cv_.wait_until(g, base_ + std::chrono::milliseconds(until));
+        cv_.wait_until(g, Clock::time_point(std::chrono::milliseconds(until)));
         sleeping_ = false;
     }
 }
@@ -527,6 +533,22 @@ vek_u32 svc_entry(void* p) {
     ((TimerSvc*)p)->main();
     return 0;
 }
+
+/* The service, locked, and the live timer of an id (i kNil when there is
+ * none, or no service: then the lock is not taken). */
+struct TimerRef {
+    TimerSvc* s;
+    std::unique_lock<std::mutex> g;
+    vek_u32 i = kNil;
+
+    explicit TimerRef(VekTimer id) : s(svc()) {
+        if (s) {
+            g = std::unique_lock<std::mutex>(s->lk);
+            i = s->find(id);
+        }
+    }
+    TimerRec* r() const { return s->at(i); }
+};
 
 /* What a new timer calls, and how. */
 struct NewTimer {
@@ -538,7 +560,7 @@ struct NewTimer {
 
 /* Makes a timer, started when dueMs >= 0. Its id, 0 without memory. */
 VekTimer make(TimerSvc* s, const NewTimer& n, vek_s32 dueMs, vek_s32 periodMs) {
-    vek_u64 tick = dueMs >= 0 ? s->dueTick(dueMs) : 0;
+    vek_u64 tick = dueMs >= 0 ? due_tick(dueMs) : 0;
     bool wake = false;
     VekTimer id;
     {
@@ -594,60 +616,47 @@ bool new_public(VekTimerFn fn, void* ctx, vek_s32 flags, TimerSvc** s, NewTimer*
 }
 
 vek_s32 start(VekTimer timer, vek_s32 dueMs, vek_s32 periodMs) {
-    TimerSvc* s = svc();
-    if (!s) {
-        return VEK_ERR_NOT_FOUND;
-    }
     if (dueMs < 0 || periodMs < 0) {
         return VEK_ERR_BAD_ARG;
     }
-    vek_u64 tick = s->dueTick(dueMs);
-    bool wake;
-    {
-        std::lock_guard<std::mutex> g(s->lk);
-        vek_u32 i = s->find(timer);
-        if (i == kNil) {
-            return VEK_ERR_NOT_FOUND;
-        }
-        TimerRec* r = s->at(i);
-        r->seq++;
-        r->period = (vek_u32)periodMs;
-        wake = s->arm(i, tick);
+    vek_u64 tick = due_tick(dueMs);
+    TimerRef t(timer);
+    if (t.i == kNil) {
+        return VEK_ERR_NOT_FOUND;
     }
-    if (wake) {
-        s->wake();
+    t.r()->seq++;
+    t.r()->period = (vek_u32)periodMs;
+    if (t.s->arm(t.i, tick)) {
+        t.g.unlock();
+        t.s->wake();
     }
     return 0;
 }
 
 /* VekTimer_stop and VekTimer_delete. */
 vek_s32 stop(VekTimer timer, vek_s32 tmo, bool del) {
-    TimerSvc* s = svc();
-    if (!s) {
+    TimerRef t(timer);
+    if (t.i == kNil) {
         return VEK_ERR_NOT_FOUND;
     }
-    std::unique_lock<std::mutex> g(s->lk);
-    vek_u32 i = s->find(timer);
-    if (i == kNil) {
-        return VEK_ERR_NOT_FOUND;
-    }
-    TimerRec* r = s->at(i);
+    TimerSvc* s = t.s;
+    TimerRec* r = t.r();
     bool running = (r->flags & kRunning) != 0;
     vek_s32 res = r->state == kPending || (r->state == kFiring && !running) ? 1 : 0;
-    s->unlink(i);
+    s->unlink(t.i);
     r->seq++;
     r->state = kIdle;
     if (del) {
         r->flags |= kDeleted;
     }
-    if (running && s->cold(i)->runTid != al_thrd_id()) {
+    if (running && s->cold(t.i)->runTid != al_thrd_id()) {
         // Its callback runs on another thread: wait for it, or say so. A
         // deleted record lives on until that callback returns.
-        vek_s32 waited = tmo ? vek::wait_on(&s->cold(i)->waiters, g, tmo) : VEK_ERR_FULL;
+        vek_s32 waited = tmo ? vek::wait_on(&s->cold(t.i)->waiters, t.g, tmo) : VEK_ERR_FULL;
         return waited == 0 ? res : waited == VEK_ERR_FULL ? VEK_ERR_TIMER_RUNNING : waited;
     }
     if (del && !running && !(r->flags & kQueued)) {
-        s->tab.release(i);
+        s->tab.release(t.i);
     }
     return res;
 }
@@ -666,12 +675,7 @@ void timer_svc_start(void) {
         return;
     }
     TimerSvc* s = new (mem) TimerSvc();
-    // The first chunk of records now, so that making a timer costs no
-    // allocation until a thousand are made.
-    vek_u32 first = s->tab.alloc();
-    if (first != kNil) {
-        s->tab.release(first);
-    }
+    s->tab.prime();  // making a timer allocates nothing until a thousand are made
     s->joinTid = vek_thrd_create__(svc_entry, s, 0);
     if (!s->joinTid) {
         s->~TimerSvc();
@@ -744,23 +748,18 @@ VEK_API vek_s32 VekTimer_delete(VekTimer timer, vek_s32 tmo) {
 }
 
 VEK_API vek_s32 VekTimer_due(VekTimer timer) {
-    TimerSvc* s = svc();
-    if (!s) {
+    TimerRef t(timer);
+    if (t.i == kNil) {
         return VEK_ERR_NOT_FOUND;
     }
-    std::lock_guard<std::mutex> g(s->lk);
-    vek_u32 i = s->find(timer);
-    if (i == kNil) {
-        return VEK_ERR_NOT_FOUND;
-    }
-    TimerRec* r = s->at(i);
+    TimerRec* r = t.r();
     if (r->state == kFiring && !(r->flags & kRunning)) {
         return 0;  // expired, on its way to the owner thread
     }
     if (r->state != kPending) {
         return VEK_ERR_NOT_OPEN;
     }
-    vek_u64 now = s->nowNs();
+    vek_u64 now = now_ns();
     vek_u64 due = r->expires * 1000000u;
     return due <= now ? 0 : (vek_s32)((due - now) / 1000000u);
 }

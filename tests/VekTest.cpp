@@ -139,6 +139,15 @@ vek_u32 spawn(std::function<vek_u32()> f) {
         new Fn(std::move(f)), 0);
 }
 
+bool until(const std::function<bool()>& cond) {
+    for (vek_u32 end = vek_msec() + 10000; vek_msec() < end; vek_sleep(1)) {
+        if (cond()) {
+            return true;
+        }
+    }
+    return cond();
+}
+
 } // namespace vektest
 
 // The default pool's workers come and go with demand (VekAsync runs

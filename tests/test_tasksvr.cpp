@@ -15,6 +15,8 @@ using vektest::TraceCapture;
 
 namespace {
 
+using vektest::until;
+
 /* A task whose body and clean-up are std::functions; it records both. */
 struct Job {
     std::function<vek_s32()> body;
@@ -43,15 +45,6 @@ struct Gate {
     }};
     ~Gate() { vek_evt_close(evt); }
 };
-
-bool until(const std::function<bool()>& cond) {
-    for (vek_u32 end = vek_msec() + 10000; vek_msec() < end; vek_sleep(1)) {
-        if (cond()) {
-            return true;
-        }
-    }
-    return cond();
-}
 
 } // namespace
 

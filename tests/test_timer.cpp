@@ -18,6 +18,8 @@
 
 namespace {
 
+using vektest::until;
+
 using Fn = std::function<void(VekTimer)>;
 
 long long now_ms() {
@@ -34,16 +36,6 @@ struct Cb {
 
 VekTimer svc_timer(Cb* cb) {
     return VekTimer_new(Cb::call, cb, VEK_TIMER_SVC_THRD);
-}
-
-/* Polls until cond holds or 10 s pass (generous: a loaded 2-core CI). */
-bool until(const std::function<bool()>& cond) {
-    for (long long end = now_ms() + 10000; now_ms() < end; vek_sleep(1)) {
-        if (cond()) {
-            return true;
-        }
-    }
-    return cond();
 }
 
 } // namespace
