@@ -41,4 +41,10 @@
 #include "VekTimer.h"
 #include "TaskSvr.h"
 
+/* issue 29: configuration, XML, language resources, UTF-8 OS calls */
+#include "OsUtf8.h"
+#include "XmlDec.h"
+#include "CfgIni.h"
+#include "LangCat.h"
+
 #endif /* VEK_BASELIB_H */

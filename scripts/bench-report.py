@@ -32,6 +32,8 @@ ROWS = [
     ("IniUtil_getFileStr, 4 KiB file", "BM_IniUtil_getFileStr", "BM_inih_getFileStr", "inih", 1.0),
     ("IniFile load, 1 MiB", "BM_IniFile_load", "BM_GKeyFile_load", "GKeyFile", 1.0),
     ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
+    # issue 29: the XML decoder
+    ("XML decoding of a 10 MB document (events only)", "BM_XmlDec_events", "BM_expat_events", "expat", 1.0),
 ]
 
 # Event-receive processors.
