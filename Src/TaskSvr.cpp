@@ -23,7 +23,9 @@
  * thread (the next start of a worker, TaskSvr_trim, or the pool's
  * deletion), so no thread of a pool outlives it unseen.
  */
+#include <atomic>
 #include <chrono>
+#include <thread>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -124,6 +126,10 @@ struct TaskSvr {
     Worker* idleTop;
     vek::EvtWaiter* drainers;
     std::condition_variable settle;  // a worker started, or its cancels reached 0
+    // Wake-ups signalled after the lock was let go and not yet returned:
+    // the woken worker may meanwhile run its task and leave, so no worker
+    // record is freed before they have (see kick, join_left).
+    std::atomic<vek_s32> notifying;
     bool stopping;
 };
 
@@ -240,7 +246,10 @@ void unlink_worker(TaskSvr* svr, Worker* w) {
 }
 
 /* Without the lock: joins the threads of a take_left list and frees it. */
-void join_left(Worker* w) {
+void join_left(TaskSvr* svr, Worker* w) {
+    while (w && svr->notifying.load(std::memory_order_acquire)) {
+        std::this_thread::yield();  // a kick is inside notify_one: a few instructions
+    }
     while (w) {
         Worker* next = w->next;
         vek_thrd_join(w->tid);
@@ -258,7 +267,7 @@ vek_u32 worker_main(void* p);
 bool start_worker(TaskSvr* svr, Worker* w, Guard& g) {
     Worker* left = take_left(svr, false);
     g.unlock();
-    join_left(left);
+    join_left(svr, left);
     vek_u32 tid = vek_thrd_create__(worker_main, w, 0);
     g.lock();
     if (tid) {
@@ -294,9 +303,11 @@ bool kick(TaskSvr* svr, Guard& g, bool* unlocked) {
         svr->waking++;
         w->waking = true;
         w->wake = true;
+        svr->notifying.fetch_add(1, std::memory_order_relaxed);
         g.unlock();
         *unlocked = true;
         w->cv.notify_one();
+        svr->notifying.fetch_sub(1, std::memory_order_release);
         return true;
     }
     if (svr->thrds < svr->maxThrds && svr->queued > svr->starting) {
@@ -511,7 +522,10 @@ void destroy(TaskMgr* m, TaskSvr* svr, bool report) {
         }
     }
     g.unlock();
-    join_left(left);
+    join_left(svr, left);
+    while (svr->notifying.load(std::memory_order_acquire)) {
+        std::this_thread::yield();  // nor the pool, which the kick still counts on
+    }
     vek_free__(svr->name);
     svr->hdr = 0;
     svr->~TaskSvr();
@@ -809,7 +823,7 @@ VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr) {
         left = w;
     }
     g.unlock();
-    join_left(left);
+    join_left(svr, left);
     return n;
 }
 

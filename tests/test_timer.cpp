@@ -274,6 +274,7 @@ TEST_F(Timer, CallbacksRunOnTheMakingThreadWhenItDispatches) {
     std::atomic<int> calls{0}, wrongThread{0}, step{0};
     std::atomic<VekTimer> periodic{0};
     vek_handle hold = vek_evt_create__(1, 0);
+    vektest::TraceCapture trc;  // set before the owner runs: its end traces too
     struct Ctx {
         std::atomic<int>* calls;
         std::atomic<int>* wrong;
@@ -324,7 +325,6 @@ TEST_F(Timer, CallbacksRunOnTheMakingThreadWhenItDispatches) {
     EXPECT_EQ(1, VekTimer_stop(periodic, -1));  // waited for the callback on the owner
     EXPECT_GE(vek_msec() - t0, 20u);
     vek_thrd_join(releaser);
-    vektest::TraceCapture trc;
     vek_thrd_join(owner);
     EXPECT_EQ(0, wrongThread.load());
     EXPECT_TRUE(until([&] { return VekTimer_due(periodic) == VEK_ERR_NOT_OPEN; }));
