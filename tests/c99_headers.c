@@ -3,6 +3,31 @@
 #include <stdio.h>
 #include <string.h>
 
+/* Timers and tasks: a task posted for later starts a timer from its worker. */
+static void on_timer(VekTimer timer, void* ctx) {
+    (void)timer;
+    *(int*)ctx += 1;
+}
+
+static vek_s32 start_timer(void* ctx) {
+    return vek_timer_start(1, 0, on_timer, ctx, VEK_TIMER_SVC_THRD) ? 0 : -1;
+}
+
+static int timers_and_tasks(void) {
+    int fired = 0;
+    VekTask task;
+    BaseLib_init();
+    task = TaskSvr_postAt(TaskSvr_def(), 1, start_timer, NULL, &fired);
+    if (!task || TaskSvr_wait(task, -1) != 0) {
+        return 1;
+    }
+    while (!fired) {
+        vek_sleep(1);
+    }
+    BaseLib_exit();
+    return 0;
+}
+
 int main(void) {
     TinyStr ts;
     char buf[32];
@@ -91,6 +116,9 @@ int main(void) {
     }
     /* Before BaseLib_init no thread has an event-receive queue. */
     if (vek_erp_disp() != 0) {
+        return 1;
+    }
+    if (timers_and_tasks() != 0) {
         return 1;
     }
     /* a tree from the XML decoder, a setting, a message */
