@@ -3,10 +3,12 @@
 #include <stdio.h>
 #include <string.h>
 
-/* Timers and tasks: a task posted for later starts a timer from its worker. */
+/* Timers and tasks: a task posted for later starts a timer from its worker.
+   The timer's thread reports through an event, the one hand-over that both
+   threads synchronise on. */
 static void on_timer(VekTimer timer, void* ctx) {
     (void)timer;
-    *(int*)ctx += 1;
+    vek_evt_set(*(vek_handle*)ctx);
 }
 
 static vek_s32 start_timer(void* ctx) {
@@ -14,18 +16,17 @@ static vek_s32 start_timer(void* ctx) {
 }
 
 static int timers_and_tasks(void) {
-    int fired = 0;
+    vek_handle fired;
     VekTask task;
+    int rc;
     BaseLib_init();
+    fired = vek_evt_create__(1, 0);
     task = TaskSvr_postAt(TaskSvr_def(), 1, start_timer, NULL, &fired);
-    if (!task || TaskSvr_wait(task, -1) != 0) {
-        return 1;
-    }
-    while (!fired) {
-        vek_sleep(1);
-    }
+    rc = !task || TaskSvr_wait(task, -1) != 0 ||
+         vek_evt_swait__(fired, 10000, VEK_WAIT_FORBID_ABORT) != 0;
+    vek_evt_close(fired);
     BaseLib_exit();
-    return 0;
+    return rc;
 }
 
 int main(void) {
