@@ -41,6 +41,9 @@
 /* waits on the system's descriptors and handles, per-thread event dispatch */
 #include "VekErp.h"
 #include "VekIoWait.h"
+/* timers and the task server */
+#include "VekTimer.h"
+#include "TaskSvr.h"
 /* configuration, XML, language resources, UTF-8 OS calls */
 #include "OsUtf8.h"
 #include "XmlDec.h"
