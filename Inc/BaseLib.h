@@ -37,4 +37,8 @@
 #include "VekErp.h"
 #include "VekIoWait.h"
 
+/* Transports and devices. */
+#include "VekSock.h"
+#include "BufStrm.h"
+
 #endif /* VEK_BASELIB_H */
