@@ -149,11 +149,6 @@ static inline vek_s32 ISock_close(ISock* s) { return (s->vtbl->close)(s); }
 static inline vek_s64 ISock_native(ISock* s) { return (s->vtbl->native)(s); }
 static inline const char* ISock_className(ISock* s) { return (s->vtbl->className)(s); }
 
-/* The classes are built on POSIX systems; their Windows side (Winsock,
- * named pipes, COMM ports) is not part of this release, so a Windows
- * build declares none of the creation functions below. */
-#ifndef _WIN32
-
 /* Creation: each _x...__ function returns the socket with one reference,
  * or null with the reason in *err (err may be null; 0 on success; -201
  * when memory ran out). */
@@ -187,8 +182,12 @@ VEK_API vek_s32 TcpSock_setNoDelay(ISock* sock, vek_s32 on);
  * POSIX: a Unix domain socket at the path name (an existing file of that
  * name is -705; the listener removes its file when closed). Windows: the
  * named pipe \\.\pipe\name (name without the prefix), byte mode, one
- * instance per client. Read: -851 once the peer closed. className
- * "LocSock". */
+ * instance per client, remote clients refused, a name another server
+ * holds -705 (first-instance flag); the next instance exists before
+ * accept hands one out, so a client never finds every instance busy.
+ * accept serves one client after another from one thread; every
+ * accepted socket is independent of the listener. Read: -851 once the
+ * peer closed. className "LocSock". */
 VEK_API ISock* LocSock_xconnect__(const char* name, vek_s32 tmo, vek_s32* err, const char* path, vek_s32 line);
 VEK_API ISock* LocSock_xlisten__(const char* name, vek_s32* err, const char* path, vek_s32 line);
 /* Who is at the other end of a connected LocSock. */
@@ -206,6 +205,11 @@ VEK_API vek_s32 LocSock_peer(ISock* sock, VekSockPeer* peer);
  * Read: -851 at the end of the stream (the writer closed). Serial calls
  * -94; drain, purge 0. className "HndSock". */
 VEK_API ISock* HndSock_xcreate__(vek_s64 hnd, vek_s32 own, const char* path, vek_s32 line);
+
+/* Serial ports are built on POSIX systems; their Windows side (COMM
+ * ports) is not part of this release, so a Windows build declares no
+ * SerSock. */
+#ifndef _WIN32
 
 /* ---- SerSock: serial ports ----
  * POSIX: the device path ("/dev/ttyUSB0"), opened without becoming the

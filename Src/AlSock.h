@@ -25,7 +25,9 @@ constexpr vek_s64 kNoSock = -1;
 struct SockSys {
     vek_s64 h = kNoSock;
     bool dev = false;
-    bool local = false;
+    bool local = false;   // a local stream socket (Unix socket, named pipe)
+    bool server = false;  // the server's end of a local connection
+    bool wsa = false;     // a Winsock SOCKET holding a WSAStartup reference
     void* ext = nullptr;
 };
 
@@ -48,6 +50,7 @@ vek_s32 sock_write(SockSys* s, const void* data, vek_s32 len, vek_s32 tmo);
  * name (when not null) is removed. */
 void sock_close(SockSys* s, bool own, const char* name);
 
+#ifndef _WIN32
 /* Serial ports: opened exclusive and raw, without settings: 0, -25 (no
  * such port), -701, -850. */
 vek_s32 ser_open(const char* path, SockSys* out);
@@ -60,6 +63,7 @@ vek_s32 ser_purge(SockSys* s, vek_s32 what);
 vek_s32 ser_set_lines(SockSys* s, vek_s32 mask, vek_s32 values);
 vek_s32 ser_get_lines(SockSys* s);
 vek_s32 ser_break(SockSys* s, vek_s32 ms);
+#endif
 
 } // namespace plat
 
