@@ -40,5 +40,6 @@
 /* Transports and devices. */
 #include "VekSock.h"
 #include "BufStrm.h"
+#include "VekDev.h"
 
 #endif /* VEK_BASELIB_H */
