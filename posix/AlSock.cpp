@@ -291,21 +291,51 @@ vek_s32 hnd_adopt(vek_s64 h, SockSys* out) {
     return 0;
 }
 
+/* The device codes of a serial port's errors. */
+bool dev_gone(const SockSys* s, vek_s32 r) {
+    return s->dev && (r == VEK_ERR_PEER_CLOSED || (r == VEK_ERR_IO && (errno == EIO || errno == ENXIO || errno == ENODEV)));
+}
+
+/* Reads and writes try the descriptor (non-blocking) once before they
+ * wait: data already there, or room already free, is the common case of
+ * a busy link, and it then costs one system call instead of a wait. When
+ * it is not, the abortable wait decides (and a cancel is seen there). */
 vek_s32 sock_read(SockSys* s, void* buf, vek_s32 len, vek_s32 tmo) {
-    vek_s32 r = vek_fd_sread((int)s->h, buf, len, tmo, 0);
-    if (s->dev && r == VEK_ERR_IO && (errno == EIO || errno == ENXIO || errno == ENODEV)) {
-        return VEK_ERR_DEV_GONE;
+    ssize_t n = read((int)s->h, buf, (size_t)len);
+    vek_s32 r;
+    if (n > 0) {
+        return (vek_s32)n;
+    } else if (n == 0 && !s->dev) {
+        r = VEK_ERR_EOF;
+    } else {
+        r = vek_fd_sread((int)s->h, buf, len, tmo, 0);
     }
-    return r;
+    return dev_gone(s, r) ? VEK_ERR_DEV_GONE : r;
 }
 
 vek_s32 sock_write(SockSys* s, const void* data, vek_s32 len, vek_s32 tmo) {
-    vek_s32 r = vek_fd_swrite((int)s->h, data, len, tmo, 0);
-    if (s->dev && (r == VEK_ERR_PEER_CLOSED || (r == VEK_ERR_IO && (errno == EIO || errno == ENXIO ||
-                                                                     errno == ENODEV)))) {
-        return VEK_ERR_DEV_GONE;
+    int fd = (int)s->h;
+    ssize_t n = s->dev ? write(fd, data, (size_t)len) : send(fd, data, (size_t)len, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n == len) {
+        return len;
     }
-    return r;
+    if (n < 0 && errno == ENOTSOCK) {
+        n = 0;  // an adopted descriptor that is no socket: the general writer knows its kind
+    }
+    vek_s32 done = n > 0 ? (vek_s32)n : 0;
+    vek_s32 r;
+    if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
+        r = errno == EPIPE || errno == ECONNRESET ? VEK_ERR_PEER_CLOSED : VEK_ERR_IO;
+    } else {
+        r = vek_fd_swrite(fd, (const char*)data + done, len - done, tmo, 0);
+    }
+    if (r >= 0) {
+        return done + r;
+    }
+    if (dev_gone(s, r)) {
+        r = VEK_ERR_DEV_GONE;
+    }
+    return done > 0 ? done : r;
 }
 
 void sock_close(SockSys* s, bool own, const char* name) {
