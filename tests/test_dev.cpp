@@ -92,3 +92,18 @@ TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsWithTheirUsbDevice) {
     vektest::remove_tree(r);
 }
 #endif
+
+#include "ToolRun.h"
+
+// The machine's own list through vektool: its form, whatever it holds.
+TEST_F(Dev, VektoolModemListPrintsTheDevicesAsLinesOrJson) {
+    ToolRun t;
+    int rc = t.run("modem list --json");
+    ASSERT_TRUE(rc == 0 || rc == 1) << rc;
+    std::string json = t.out();
+    EXPECT_EQ('[', json[0]);
+    EXPECT_EQ(rc == 0, json.find("\"path\":") != std::string::npos);
+    EXPECT_EQ(rc, t.run("modem list"));
+    EXPECT_EQ(rc == 1, t.out().empty());
+    EXPECT_EQ(2, t.run("modem list --bogus"));
+}
