@@ -102,34 +102,25 @@ bool bad_buf(const void* buf, vek_s32 len) {
     return false;
 }
 
-vek_s32 s_read(ISock* s, void* buf, vek_s32 len, vek_s32 tmo) {
-    SockRec* r = self_of(s, __LINE__);
+/* What a read or a write gives before it reaches the system, or 0. */
+vek_s32 io_gate(SockRec* r, const void* buf, vek_s32 len) {
     if (bad_buf(buf, len)) {
         return VEK_ERR_BAD_ARG;
     }
     vek_s32 g = gate(r);
-    if (g != 0) {
-        return g;
-    }
-    if (r->listener) {
-        return VEK_ERR_UNSUPPORTED;
-    }
-    return note(r, plat::sock_read(&r->sys, buf, len, tmo));
+    return g != 0 ? g : r->listener ? VEK_ERR_UNSUPPORTED : 0;
+}
+
+vek_s32 s_read(ISock* s, void* buf, vek_s32 len, vek_s32 tmo) {
+    SockRec* r = self_of(s, __LINE__);
+    vek_s32 g = io_gate(r, buf, len);
+    return g != 0 ? g : note(r, plat::sock_read(&r->sys, buf, len, tmo));
 }
 
 vek_s32 s_write(ISock* s, const void* data, vek_s32 len, vek_s32 tmo) {
     SockRec* r = self_of(s, __LINE__);
-    if (bad_buf(data, len)) {
-        return VEK_ERR_BAD_ARG;
-    }
-    vek_s32 g = gate(r);
-    if (g != 0) {
-        return g;
-    }
-    if (r->listener) {
-        return VEK_ERR_UNSUPPORTED;
-    }
-    return note(r, plat::sock_write(&r->sys, data, len, tmo));
+    vek_s32 g = io_gate(r, data, len);
+    return g != 0 ? g : note(r, plat::sock_write(&r->sys, data, len, tmo));
 }
 
 ISock* make(vek_u32 cls, const plat::SockSys& sys, bool listener, vek_s32* err, bool own = true,

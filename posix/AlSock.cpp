@@ -96,6 +96,30 @@ bool set_local_name(struct sockaddr_un* a, const char* name) {
 
 namespace plat {
 
+/* Opens a socket for each address in turn and hands it to use, until one
+ * is used (0, the descriptor in *out) or a time-out or cancel ends the
+ * search; otherwise the last address's error. Frees res. */
+template <class Use>
+vek_s32 each_addr(struct addrinfo* res, Use use, SockSys* out) {
+    vek_s32 err = VEK_ERR_NO_HOST;
+    for (struct addrinfo* ai = res; ai; ai = ai->ai_next) {
+        int fd = socket(ai->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        err = fd < 0 ? sys_error(errno) : use(fd, ai);
+        if (err == 0) {
+            out->h = fd;
+            break;
+        }
+        if (fd >= 0) {
+            close(fd);
+        }
+        if (err == VEK_ERR_TIMEOUT || err == VEK_ERR_ABORTED) {
+            break;
+        }
+    }
+    freeaddrinfo(res);
+    return err;
+}
+
 vek_s32 tcp_connect(const char* host, vek_s32 port, vek_s32 flags, vek_s32 tmo, SockSys* out) {
     vek_u32 start = vek_msec();
     struct addrinfo* res = nullptr;
@@ -103,32 +127,16 @@ vek_s32 tcp_connect(const char* host, vek_s32 port, vek_s32 flags, vek_s32 tmo, 
     if (err < 0) {
         return err;
     }
-    err = VEK_ERR_NO_HOST;
-    for (struct addrinfo* ai = res; ai; ai = ai->ai_next) {
-        int fd = socket(ai->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-        if (fd < 0) {
-            err = sys_error(errno);
-            continue;
+    return each_addr(res, [&](int fd, struct addrinfo* ai) {
+        vek_s32 e = 0;
+        if (connect(fd, ai->ai_addr, ai->ai_addrlen) != 0) {
+            e = errno == EINPROGRESS ? connect_end(fd, vek::ms_left(start, tmo)) : sys_error(errno);
         }
-        if (connect(fd, ai->ai_addr, ai->ai_addrlen) == 0) {
-            err = 0;
-        } else {
-            err = errno == EINPROGRESS ? connect_end(fd, vek::ms_left(start, tmo)) : sys_error(errno);
+        if (e == 0 && (flags & VEK_TCP_NODELAY)) {
+            set_nodelay(fd, true);
         }
-        if (err == 0) {
-            if (flags & VEK_TCP_NODELAY) {
-                set_nodelay(fd, true);
-            }
-            out->h = fd;
-            break;
-        }
-        close(fd);
-        if (err == VEK_ERR_TIMEOUT || err == VEK_ERR_ABORTED) {
-            break;
-        }
-    }
-    freeaddrinfo(res);
-    return err;
+        return e;
+    }, out);
 }
 
 vek_s32 tcp_listen(const char* host, vek_s32 port, vek_s32 flags, SockSys* out) {
@@ -145,31 +153,20 @@ vek_s32 tcp_listen(const char* host, vek_s32 port, vek_s32 flags, SockSys* out) 
     if (err < 0) {
         return err;
     }
-    err = VEK_ERR_NO_HOST;
-    for (struct addrinfo* ai = res; ai; ai = ai->ai_next) {
-        int fd = socket(ai->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-        if (fd < 0) {
-            err = sys_error(errno);
-            continue;
-        }
+    return each_addr(res, [&](int fd, struct addrinfo* ai) {
         int one = 1, zero = 0;
         setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
         if (ai->ai_family == AF_INET6 && anyHost) {
             setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &zero, sizeof zero);
         }
-        if (bind(fd, ai->ai_addr, ai->ai_addrlen) == 0 && listen(fd, SOMAXCONN) == 0) {
-            if (flags & VEK_TCP_NODELAY) {
-                set_nodelay(fd, true);  // accepted sockets inherit it
-            }
-            out->h = fd;
-            err = 0;
-            break;
+        if (bind(fd, ai->ai_addr, ai->ai_addrlen) != 0 || listen(fd, SOMAXCONN) != 0) {
+            return sys_error(errno);
         }
-        err = sys_error(errno);
-        close(fd);
-    }
-    freeaddrinfo(res);
-    return err;
+        if (flags & VEK_TCP_NODELAY) {
+            set_nodelay(fd, true);  // accepted sockets inherit it
+        }
+        return 0;
+    }, out);
 }
 
 vek_s32 tcp_port(const SockSys* s) {

@@ -7,7 +7,10 @@
  */
 #include <string>
 #include <vector>
-#include "VekTest.h"
+#include "ToolRun.h"
+
+class Dev : public VekTest {};
+
 #ifndef _WIN32
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,8 +36,6 @@ void link(const std::string& target, const std::string& at) {
 }
 
 } // namespace
-
-class Dev : public VekTest {};
 
 TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsWithTheirUsbDevice) {
     std::string r = vektest::temp_dir("dev_sysfs");
@@ -92,8 +93,6 @@ TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsWithTheirUsbDevice) {
     vektest::remove_tree(r);
 }
 #endif
-
-#include "ToolRun.h"
 
 // The machine's own list through vektool: its form, whatever it holds.
 TEST_F(Dev, VektoolModemListPrintsTheDevicesAsLinesOrJson) {

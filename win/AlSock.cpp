@@ -154,6 +154,32 @@ void process_sid(DWORD pid, char* out, size_t cap) {
 
 namespace plat {
 
+/* Opens a socket for each address in turn and hands it to use, until one
+ * is used (0, the socket in *out) or a time-out or cancel ends the
+ * search; otherwise the last address's error, and the WSAStartup
+ * reference is given back. Frees res. */
+template <class Use>
+vek_s32 each_addr(ADDRINFOA* res, Use use, SockSys* out) {
+    vek_s32 err = VEK_ERR_NO_HOST;
+    for (ADDRINFOA* ai = res; ai; ai = ai->ai_next) {
+        SOCKET s = new_socket(ai->ai_family);
+        err = s == INVALID_SOCKET ? wsa_error(WSAGetLastError()) : use(s, ai);
+        if (err == 0) {
+            out->h = (vek_s64)s;
+            out->wsa = true;
+            break;
+        }
+        if (s != INVALID_SOCKET) {
+            closesocket(s);
+        }
+        if (err == VEK_ERR_TIMEOUT || err == VEK_ERR_ABORTED) {
+            break;
+        }
+    }
+    freeaddrinfo(res);
+    return err;
+}
+
 vek_s32 tcp_connect(const char* host, vek_s32 port, vek_s32 flags, vek_s32 tmo, SockSys* out) {
     if (!wsa_up()) {
         return VEK_ERR_IO;
@@ -162,36 +188,20 @@ vek_s32 tcp_connect(const char* host, vek_s32 port, vek_s32 flags, vek_s32 tmo, 
     ADDRINFOA* res = nullptr;
     vek_s32 err = lookup(host, port, flags, false, &res);
     if (err == 0) {
-        err = VEK_ERR_NO_HOST;
-        for (ADDRINFOA* ai = res; ai; ai = ai->ai_next) {
-            SOCKET s = new_socket(ai->ai_family);
-            if (s == INVALID_SOCKET) {
-                err = wsa_error(WSAGetLastError());
-                continue;
-            }
+        err = each_addr(res, [&](SOCKET s, ADDRINFOA* ai) {
             u_long nb = 1;
             ioctlsocket(s, FIONBIO, &nb);
-            if (connect(s, ai->ai_addr, (int)ai->ai_addrlen) == 0) {
-                err = 0;
-            } else {
-                int e = WSAGetLastError();
-                err = e == WSAEWOULDBLOCK ? net_wait(s, FD_CONNECT, FD_CONNECT_BIT, vek::ms_left(start, tmo))
-                                          : wsa_error(e);
+            vek_s32 e = 0;
+            if (connect(s, ai->ai_addr, (int)ai->ai_addrlen) != 0) {
+                int we = WSAGetLastError();
+                e = we == WSAEWOULDBLOCK ? net_wait(s, FD_CONNECT, FD_CONNECT_BIT, vek::ms_left(start, tmo))
+                                         : wsa_error(we);
             }
-            if (err == 0) {
-                if (flags & VEK_TCP_NODELAY) {
-                    set_nodelay(s, true);
-                }
-                out->h = (vek_s64)s;
-                out->wsa = true;
-                break;
+            if (e == 0 && (flags & VEK_TCP_NODELAY)) {
+                set_nodelay(s, true);
             }
-            closesocket(s);
-            if (err == VEK_ERR_TIMEOUT || err == VEK_ERR_ABORTED) {
-                break;
-            }
-        }
-        freeaddrinfo(res);
+            return e;
+        }, out);
     }
     if (err != 0) {
         WSACleanup();
@@ -214,13 +224,7 @@ vek_s32 tcp_listen(const char* host, vek_s32 port, vek_s32 flags, SockSys* out) 
         err = lookup("0.0.0.0", port, flags | VEK_TCP_IPV4 | VEK_TCP_NUMERIC, true, &res);
     }
     if (err == 0) {
-        err = VEK_ERR_NO_HOST;
-        for (ADDRINFOA* ai = res; ai; ai = ai->ai_next) {
-            SOCKET s = new_socket(ai->ai_family);
-            if (s == INVALID_SOCKET) {
-                err = wsa_error(WSAGetLastError());
-                continue;
-            }
+        err = each_addr(res, [&](SOCKET s, ADDRINFOA* ai) {
             // Exclusive: on Windows SO_REUSEADDR would let another program
             // take the port from under a live listener.
             BOOL one = TRUE, zero = FALSE;
@@ -228,19 +232,14 @@ vek_s32 tcp_listen(const char* host, vek_s32 port, vek_s32 flags, SockSys* out) 
             if (ai->ai_family == AF_INET6 && anyHost) {
                 setsockopt(s, IPPROTO_IPV6, IPV6_V6ONLY, (const char*)&zero, sizeof zero);
             }
-            if (bind(s, ai->ai_addr, (int)ai->ai_addrlen) == 0 && listen(s, SOMAXCONN) == 0) {
-                if (flags & VEK_TCP_NODELAY) {
-                    set_nodelay(s, true);
-                }
-                out->h = (vek_s64)s;
-                out->wsa = true;
-                err = 0;
-                break;
+            if (bind(s, ai->ai_addr, (int)ai->ai_addrlen) != 0 || listen(s, SOMAXCONN) != 0) {
+                return wsa_error(WSAGetLastError());
             }
-            err = wsa_error(WSAGetLastError());
-            closesocket(s);
-        }
-        freeaddrinfo(res);
+            if (flags & VEK_TCP_NODELAY) {
+                set_nodelay(s, true);
+            }
+            return (vek_s32)0;
+        }, out);
     }
     if (err != 0) {
         WSACleanup();
