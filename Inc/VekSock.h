@@ -206,11 +206,6 @@ VEK_API vek_s32 LocSock_peer(ISock* sock, VekSockPeer* peer);
  * -94; drain, purge 0. className "HndSock". */
 VEK_API ISock* HndSock_xcreate__(vek_s64 hnd, vek_s32 own, const char* path, vek_s32 line);
 
-/* Serial ports are built on POSIX systems; their Windows side (COMM
- * ports) is not part of this release, so a Windows build declares no
- * SerSock. */
-#ifndef _WIN32
-
 /* ---- SerSock: serial ports ----
  * POSIX: the device path ("/dev/ttyUSB0"), opened without becoming the
  * controlling terminal, exclusive (TIOCEXCL and an advisory lock, so a
@@ -230,8 +225,6 @@ VEK_API ISock* HndSock_xcreate__(vek_s64 hnd, vek_s32 own, const char* path, vek
  * -850. */
 VEK_API ISock* SerSock_xopen__(const char* port, const VekSerCfg* cfg, vek_s32* err, const char* path,
                                vek_s32 line);
-
-#endif /* !_WIN32 */
 
 VEK_END_DECLS
 

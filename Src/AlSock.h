@@ -50,7 +50,6 @@ vek_s32 sock_write(SockSys* s, const void* data, vek_s32 len, vek_s32 tmo);
  * name (when not null) is removed. */
 void sock_close(SockSys* s, bool own, const char* name);
 
-#ifndef _WIN32
 /* Serial ports: opened exclusive and raw, without settings: 0, -25 (no
  * such port), -701, -850. */
 vek_s32 ser_open(const char* path, SockSys* out);
@@ -63,7 +62,6 @@ vek_s32 ser_purge(SockSys* s, vek_s32 what);
 vek_s32 ser_set_lines(SockSys* s, vek_s32 mask, vek_s32 values);
 vek_s32 ser_get_lines(SockSys* s);
 vek_s32 ser_break(SockSys* s, vek_s32 ms);
-#endif
 
 } // namespace plat
 

@@ -189,7 +189,6 @@ vek_s32 s_no_break(ISock* s, vek_s32) {
     return VEK_ERR_UNSUPPORTED;
 }
 
-#ifndef _WIN32  // serial ports have no Windows side yet
 /* ---- serial ports ---- */
 
 /* The check that keeps a bad setting from reaching the port. */
@@ -251,7 +250,6 @@ vek_s32 s_break(ISock* s, vek_s32 ms) {
     return g != 0 ? g : note(r, plat::ser_break(&r->sys, ms));
 }
 
-#endif
 
 const char* tcp_name(ISock*) {
     return "TcpSock";
@@ -262,11 +260,9 @@ const char* loc_name(ISock*) {
 const char* hnd_name(ISock*) {
     return "HndSock";
 }
-#ifndef _WIN32
 const char* ser_name(ISock*) {
     return "SerSock";
 }
-#endif
 
 #define VEK_SOCK_CONN_VTBL(nameFn)                                                                          \
     {s_query,      s_add_ref,    s_release,      s_read,         s_write,    s_accept, s_drain_none, \
@@ -276,12 +272,10 @@ const char* ser_name(ISock*) {
 const ISockVtbl kTcpVtbl = VEK_SOCK_CONN_VTBL(tcp_name);
 const ISockVtbl kLocVtbl = VEK_SOCK_CONN_VTBL(loc_name);
 const ISockVtbl kHndVtbl = VEK_SOCK_CONN_VTBL(hnd_name);
-#ifndef _WIN32
 const ISockVtbl kSerVtbl = {s_query,     s_add_ref,   s_release,   s_read,        s_write,
                             s_accept,    s_drain,     s_purge,     s_set_cfg,     s_get_cfg,
                             s_set_lines, s_get_lines, s_break,     s_close,       s_native,
                             ser_name};
-#endif
 
 const ISockVtbl* vtbl_of(vek_u32 cls) {
     switch (cls) {
@@ -289,10 +283,8 @@ const ISockVtbl* vtbl_of(vek_u32 cls) {
         return &kTcpVtbl;
     case VEK_CLS_LOCSOCK:
         return &kLocVtbl;
-#ifndef _WIN32
     case VEK_CLS_SERSOCK:
         return &kSerVtbl;
-#endif
     default:
         return &kHndVtbl;
     }
@@ -429,7 +421,6 @@ VEK_API ISock* HndSock_xcreate__(vek_s64 hnd, vek_s32 own, const char*, vek_s32)
     return make(VEK_CLS_HNDSOCK, sys, false, &err, own != 0);
 }
 
-#ifndef _WIN32
 VEK_API ISock* SerSock_xopen__(const char* port, const VekSerCfg* cfg, vek_s32* err, const char*, vek_s32) {
     err = err_out(err);
     if (!name_ok(port)) {
@@ -456,6 +447,5 @@ VEK_API ISock* SerSock_xopen__(const char* port, const VekSerCfg* cfg, vek_s32* 
     }
     return make(VEK_CLS_SERSOCK, sys, false, err);
 }
-#endif
 
 } // extern "C"

@@ -15,6 +15,7 @@
 #include "VekTest.h"
 #ifdef _WIN32
 #include <windows.h>
+#include <cstdlib>
 #else
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -363,4 +364,37 @@ TEST_F(Serial, ReadsTakeChunksAsTheyComeAndAHangUpIsFinal) {
     EXPECT_EQ(-1, ISock_native(s));
 }
 
+#else
+
+// A COM port that tests/wine_pty.py maps to a pseudo-terminal and whose
+// device side it plays ("AT" -> "OK" in two pieces, "HUP" hangs up).
+TEST_F(Sock, WineComPortOverAPseudoTerminal) {
+    const char* com = std::getenv("VEK_TEST_COM");
+    if (!com) {
+        GTEST_SKIP() << "no COM port mapped (run through tests/wine_pty.py)";
+    }
+    vek_s32 err;
+    SockPtr s(SerSock_xopen__(com, nullptr, &err, __FILE__, __LINE__));
+    ASSERT_TRUE(s.s) << err;
+    VekSerCfg cfg = {9600, 8, VEK_PAR_NONE, 1, VEK_FLOW_NONE}, got = {};
+    EXPECT_EQ(0, ISock_setCfg(s, &cfg));
+    EXPECT_EQ(0, ISock_getCfg(s, &got));
+    EXPECT_EQ(9600, got.baud);
+    EXPECT_EQ(4, ISock_write(s, "AT\r\n", 4, 1000));
+    std::string reply;
+    char b[64];
+    while (reply.find("OK\r\n") == std::string::npos) {
+        vek_s32 r = ISock_read(s, b, sizeof b, 3000);
+        ASSERT_GT(r, 0);
+        reply.append(b, (size_t)r);
+    }
+    EXPECT_EQ("\r\nOK\r\n", reply);
+    vek_u32 took;
+    EXPECT_EQ(VEK_ERR_ABORTED, cancelled_after(50, [&] { return ISock_read(s, b, sizeof b, 20000); }, &took));
+    EXPECT_LT(took, 2000u);
+    EXPECT_EQ(5, ISock_write(s, "HUP\r\n", 5, 1000));
+    vek_s32 r = ISock_read(s, b, sizeof b, 3000);
+    EXPECT_EQ(VEK_ERR_DEV_GONE, r);
+    EXPECT_EQ(VEK_ERR_DEV_GONE, ISock_write(s, "AT", 2, 1000));
+}
 #endif

@@ -405,8 +405,21 @@ vek_s32 hnd_adopt(vek_s64 h, SockSys* out) {
     return 0;
 }
 
+/* A COMM port's errors that mean the device went away (an unplugged USB
+ * adapter fails its I/O with one of these). */
+vek_s32 dev_result(const SockSys* s, vek_s32 r) {
+    if (!s->dev) {
+        return r;
+    }
+    DWORD e = GetLastError();
+    bool gone = r == VEK_ERR_PEER_CLOSED ||
+                (r == VEK_ERR_IO && (e == ERROR_BAD_COMMAND || e == ERROR_DEVICE_REMOVED || e == ERROR_DEV_NOT_EXIST ||
+                                     e == ERROR_GEN_FAILURE || e == ERROR_ACCESS_DENIED));
+    return gone ? VEK_ERR_DEV_GONE : r;
+}
+
 vek_s32 sock_read(SockSys* s, void* buf, vek_s32 len, vek_s32 tmo) {
-    return vek_hnd_sread((vek_handle)(intptr_t)s->h, buf, len, tmo, 0);
+    return dev_result(s, vek_hnd_sread((vek_handle)(intptr_t)s->h, buf, len, tmo, 0));
 }
 
 vek_s32 sock_write(SockSys* s, const void* data, vek_s32 len, vek_s32 tmo) {
@@ -431,7 +444,7 @@ vek_s32 sock_write(SockSys* s, const void* data, vek_s32 len, vek_s32 tmo) {
         }
         return done;
     }
-    return vek_hnd_swrite((vek_handle)(intptr_t)s->h, data, len, tmo, 0);
+    return dev_result(s, vek_hnd_swrite((vek_handle)(intptr_t)s->h, data, len, tmo, 0));
 }
 
 void sock_close(SockSys* s, bool own, const char*) {
