@@ -36,6 +36,11 @@
 #include "VekEvt.h"
 #include "VekErp.h"
 #include "VekIoWait.h"
+/* issue 29: configuration, XML, language resources, UTF-8 OS calls */
+#include "OsUtf8.h"
+#include "XmlDec.h"
+#include "CfgIni.h"
+#include "LangCat.h"
 
 /* Transports and devices. */
 #include "VekSock.h"

@@ -103,6 +103,22 @@ typedef void* vek_handle;
 #define VEK_ERR_IO              (-850) /* a system read, write or wait failed (errno / GetLastError) */
 #define VEK_ERR_PEER_CLOSED     (-851) /* a write found the other end closed */
 
+/* XML decoder (XmlDec.h): -830..-843 */
+#define VEK_ERR_XML_SYNTAX      (-830) /* not well-formed: markup breaks the grammar */
+#define VEK_ERR_XML_CHAR        (-831) /* a character XML does not allow, or bytes not valid in the encoding */
+#define VEK_ERR_XML_TAG         (-832) /* an end tag that does not match the open element */
+#define VEK_ERR_XML_DUP_ATTR    (-833) /* an attribute given twice in one tag */
+#define VEK_ERR_XML_ENTITY      (-834) /* a reference to an entity other than the five predefined ones */
+#define VEK_ERR_XML_CHAR_REF    (-835) /* a character reference to a character XML does not allow */
+#define VEK_ERR_XML_ENCODING    (-836) /* an encoding not supported, or one the input contradicts */
+#define VEK_ERR_XML_DEPTH       (-837) /* elements nested deeper than the limit */
+#define VEK_ERR_XML_SIZE        (-838) /* the document, a token or the attributes beyond the limit */
+#define VEK_ERR_XML_UNCLOSED    (-839) /* the input ended inside a token or an element */
+#define VEK_ERR_XML_NO_ROOT     (-840) /* the input ended before the root element */
+#define VEK_ERR_XML_JUNK        (-841) /* text or markup after the root element */
+#define VEK_ERR_XML_DECL        (-842) /* a malformed or misplaced XML declaration */
+#define VEK_ERR_XML_DOCTYPE     (-843) /* a DOCTYPE refused, malformed or misplaced */
+
 /* Transports and devices (VekSock.h). */
 #define VEK_ERR_DEV_GONE        (-700) /* the device was removed or hung up */
 #define VEK_ERR_BUSY            (-701) /* the port is held by another program */
@@ -111,5 +127,17 @@ typedef void* vek_handle;
 #define VEK_ERR_NO_HOST         (-704) /* the host name does not resolve */
 #define VEK_ERR_ADDR_IN_USE     (-705) /* the address or name is in use */
 #define VEK_ERR_LINE_LONG       (-706) /* a line is longer than the room given for it */
+
+VEK_BEGIN_DECLS
+
+/* A short English text for a result code, for a program's messages (for
+ * example "timed out" for -12): "success" for 0 and any positive count,
+ * "unknown error" for a code the library does not define. -51 has two
+ * meanings and its text names both by family (containers and waits). The
+ * text is static: never freed, valid for the life of the process; any
+ * thread may call this. */
+VEK_API const char* vek_err_text(vek_s32 code);
+
+VEK_END_DECLS
 
 #endif /* VEK_TYPE_H */

@@ -17,8 +17,22 @@ import time
 ROWS = [
     ("tracked pair, 32 B, 100,000 live", "BM_vek_malloc_free/32", "BM_malloc_free/32", "malloc+free", 1.5),
     ("tracked pair, 1 KiB, 100,000 live", "BM_vek_malloc_free/1024", "BM_malloc_free/1024", "malloc+free", 1.5),
-    ("tracked pair, two threads", "BM_vek_malloc_free_2thr/real_time/threads:2",
-     "BM_malloc_free_2thr/real_time/threads:2", "malloc+free", 2.0),
+    ("tracked pair, 32 B, 2 threads", "BM_vek_malloc_free/32/real_time/threads:2",
+     "BM_malloc_free/32/real_time/threads:2", "malloc+free", 2.0),
+    ("tracked pair, 1 KiB, 2 threads", "BM_vek_malloc_free/1024/real_time/threads:2",
+     "BM_malloc_free/1024/real_time/threads:2", "malloc+free", 2.0),
+    ("tracked pair, 32 B, 8 threads", "BM_vek_malloc_free/32/real_time/threads:8",
+     "BM_malloc_free/32/real_time/threads:8", "malloc+free", 3.0),
+    ("tracked pair, 1 KiB, 8 threads", "BM_vek_malloc_free/1024/real_time/threads:8",
+     "BM_malloc_free/1024/real_time/threads:8", "malloc+free", 3.0),
+    ("tracked pair, 32 B, 8 threads", "BM_vek_malloc_free/32/real_time/threads:8",
+     "BM_vek_malloc_free/32/real_time/threads:2", "BaseLib on 2 threads", 2.0),
+    ("tracked pair, 1 KiB, 8 threads", "BM_vek_malloc_free/1024/real_time/threads:8",
+     "BM_vek_malloc_free/1024/real_time/threads:2", "BaseLib on 2 threads", 2.0),
+    ("tracked 32 B freed by another thread", "BM_vek_handoff/32/real_time/threads:2",
+     "BM_malloc_handoff/32/real_time/threads:2", "malloc+free", 3.0),
+    ("tracked 1 KiB freed by another thread", "BM_vek_handoff/1024/real_time/threads:2",
+     "BM_malloc_handoff/1024/real_time/threads:2", "malloc+free", 3.0),
     ("VekStr to 1 MiB, 1-byte appends", "BM_vekstr_append/1/1048576", "BM_stdstring_append/1/1048576",
      "std::string", 1.0),
     ("VekStr to 1 MiB, 16-byte appends", "BM_vekstr_append/16/1048576", "BM_stdstring_append/16/1048576",
@@ -32,6 +46,8 @@ ROWS = [
     ("IniUtil_getFileStr, 4 KiB file", "BM_IniUtil_getFileStr", "BM_inih_getFileStr", "inih", 1.0),
     ("IniFile load, 1 MiB", "BM_IniFile_load", "BM_GKeyFile_load", "GKeyFile", 1.0),
     ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
+    # issue 29: the XML decoder
+    ("XML decoding of a 10 MB document (events only)", "BM_XmlDec_events", "BM_expat_events", "expat", 1.0),
 ]
 
 # Event-receive processors.

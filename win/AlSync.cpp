@@ -5,6 +5,7 @@
  * threads opened by id.
  */
 #include "WinHelp.h"
+#include "AlPlat.h"
 #include "AlSync.h"
 
 namespace {
@@ -56,6 +57,10 @@ vek_s32 event_reset(vek_handle evt) {
 }
 
 vek_handle mutex_create(const vek_wchar* name, vek_s32 initialOwner) {
+    if (name && name[0] && os_fails(VEK_OS_SHM)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
     OpenSecurity sec;
     return CreateMutexW(&sec.sa, initialOwner ? TRUE : FALSE, name && name[0] ? (LPCWSTR)name : nullptr);
 }
@@ -120,9 +125,45 @@ vek_s32 tls_set(vek_u32 slot, void* value) {
     return TlsSetValue(slot, value) ? 1 : 0;
 }
 
+namespace {
+DWORD g_endSlot = FLS_OUT_OF_INDEXES;
+void (*g_endFn)(void*);
+
+VOID WINAPI end_callback(PVOID value) {
+    if (value && g_endFn) {
+        g_endFn(value);
+    }
+}
+} // namespace
+
+vek_s32 thread_end_hook(void (*fn)(void* value)) {
+    if (g_endSlot != FLS_OUT_OF_INDEXES) {
+        FlsFree(g_endSlot);  // runs the callback for the values still stored
+        g_endSlot = FLS_OUT_OF_INDEXES;
+    }
+    g_endFn = fn;
+    if (fn) {
+        g_endSlot = FlsAlloc(end_callback);
+    }
+    return g_endSlot != FLS_OUT_OF_INDEXES || !fn;
+}
+
+vek_s32 thread_end_set(void* value) {
+    return g_endSlot != FLS_OUT_OF_INDEXES && FlsSetValue(g_endSlot, value) ? 1 : 0;
+}
+
+void* thread_end_get(void) {
+    return g_endSlot != FLS_OUT_OF_INDEXES ? FlsGetValue(g_endSlot) : nullptr;
+}
+
 void* thrd_create(void* startRec, vek_u32 stackSize, vek_u32* tid) {
     DWORD id = 0;
-    HANDLE h = CreateThread(nullptr, stackSize, win_start, startRec, 0, &id);
+    HANDLE h = nullptr;
+    if (os_fails(VEK_OS_THREAD)) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    } else {
+        h = CreateThread(nullptr, stackSize, win_start, startRec, 0, &id);
+    }
     *tid = h ? id : 0;
     return h;
 }
