@@ -36,6 +36,10 @@
 #include "VekEvt.h"
 #include "VekErp.h"
 #include "VekIoWait.h"
+/* binary and network helpers, identifier tables, interface collections */
+#include "MiscUtil.h"
+#include "StrId.h"
+#include "ItfUtil.h"
 /* issue 29: configuration, XML, language resources, UTF-8 OS calls */
 #include "OsUtf8.h"
 #include "XmlDec.h"

@@ -97,6 +97,8 @@ typedef void* vek_handle;
 #define VEK_ERR_EOF             (-202) /* end of the stream */
 #define VEK_ERR_INI_LINE_LONG   (-251) /* an INI line is longer than 1024 bytes */
 #define VEK_ERR_NEG_TIME_DIFF   (-602) /* negative time difference */
+/* Data families: addresses, URLs, encoded numbers. */
+#define VEK_ERR_MALFORMED       (-820) /* input not in the expected form (an address, a URL, a number) */
 
 /* Waits on descriptors and handles, event-receive processors. */
 #define VEK_ERR_UNSUPPORTED     (-94)  /* not supported by this system or device */

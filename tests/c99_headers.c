@@ -71,6 +71,28 @@ int main(void) {
     if (vek_erp_disp() != 0) {
         return 1;
     }
+    /* Addresses, URLs, identifier tables, collections, chains, windows. */
+    {
+        VekIpAddr ip;
+        VekUrl url;
+        StrId ids;
+        ItfVol vol;
+        VekData* chain = NULL;
+        IStrm* mem = TestStrm_xcreatex__(NULL, "0123", -1, __FILE__, __LINE__);
+        IStrm* win = EncpStrm_xcreatex__(NULL, mem, 2, 1, __FILE__, __LINE__);
+        StrId_new(&ids, STRID_NO_CASE);
+        ItfVol_new(&vol);
+        if (ip_str_to_addr("::1", -1, &ip) != 0 || vek_url_split("http://[::1]:80/", -1, &url) != 0 ||
+            StrId_add(&ids, "Host", -1) != StrId_find(&ids, "HOST", 4) || ItfVol_add(&vol, win) != 0 ||
+            VekDatas_fromStrm(&chain, win, -1, 0) != 0 || VekDatas_len(chain) != 1) {
+            return 1;
+        }
+        VekDatas_delete(chain);
+        StrId_delete(&ids);
+        ItfVol_delete(&vol);
+        IStrm_release(win);
+        IStrm_release(mem);
+    }
     /* issue 29: a tree from the XML decoder, a setting, a message */
     {
         XmlErr xe;

@@ -606,6 +606,78 @@ TEST_F(IoFaults, ReadsThatFailPartWayAreErrors) {
     std::printf("[ faults   ] %-28s %d read offsets\n", "IStrm_fromFile, FileStrm", offsets);
 }
 
+// Identifier tables, interface collections, block chains, window and test
+// streams: a failed step leaves what was there before.
+TEST_F(Faults, TablesCollectionsChainsAndWindows) {
+    sweep("StrId/WcsId", [] {
+        StrId t;
+        WcsId w;
+        StrId_new(&t, STRID_NO_CASE);
+        WcsId_new(&w, 0);
+        for (int i = 0; i < 60; i++) {
+            std::string name = "Name" + std::to_string(i);
+            const vek_wchar wide[] = {(vek_wchar)('a' + i % 26), (vek_wchar)i, 0};
+            if (StrId_add(&t, name.c_str(), -1) == VEK_ERR_FULL) {
+                EXPECT_EQ(VEK_ERR_NOT_FOUND, StrId_find(&t, name.c_str(), -1));
+            }
+            WcsId_add(&w, wide, -1);
+        }
+        for (vek_s32 id = StrId_next(&t, 0); id; id = StrId_next(&t, id)) {
+            EXPECT_EQ(id, StrId_find(&t, StrId_str(&t, id), -1));
+        }
+        StrId_delete(&t);
+        WcsId_delete(&w);
+    });
+    sweep("ItfVol, EncpStrm, TestStrm", [] {
+        ItfVol vol;
+        ItfVol_new(&vol);
+        IStrm* t = TestStrm_xcreatex__(nullptr, kIni, -1, __FILE__, __LINE__);
+        IStrm* w = t ? EncpStrm_xcreatex__(nullptr, t, 7, 5, __FILE__, __LINE__) : nullptr;
+        IVekEnum* e = nullptr;
+        for (int i = 0; w && i < 12; i++) {
+            vek_s32 before = ItfVol_count(&vol);
+            if (i == 6) {
+                e = ItfEnum_xcreate__(nullptr, &vol, __FILE__, __LINE__);  // later changes copy
+            }
+            if ((i % 4 == 3 ? ItfVol_delAt(&vol, 0) : ItfVol_add(&vol, w)) == VEK_ERR_FULL) {
+                EXPECT_EQ(before, ItfVol_count(&vol));
+            }
+        }
+        if (IStrm* c = w ? IStrm_clone(w) : nullptr) {
+            EXPECT_EQ("[Net]", strm_text(c));
+            IStrm_release(c);
+        }
+        if (e) {
+            IVekEnum_release(e);
+        }
+        ItfVol_delete(&vol);
+        release(w);
+        release(t);
+    });
+    sweep("VekDatas", [] {
+        std::string text(300, 'x');
+        VekData *c = nullptr, *cp = nullptr, *back = nullptr;
+        if (VekDatas_fromBuf(&c, text.data(), 300, 64) < 0) {
+            EXPECT_EQ(nullptr, c);
+            return;
+        }
+        if (VekDatas_appd(&c, text.data(), 100, 64) < 0) {
+            EXPECT_EQ(300, VekDatas_len(c));  // as it was
+        }
+        IStrm* m = mem_strm();
+        if (VekDatas_copy(&cp, c, 50) == 0 && m && VekDatas_toStrm(cp, m) == 0) {
+            IStrm_seek(m, 0, 0);
+            if (VekDatas_fromStrm(&back, m, -1, 32) == 0) {
+                EXPECT_EQ(0, VekDatas_cmp(c, back));
+            }
+        }
+        release(m);
+        for (VekData* x : {c, cp, back}) {
+            VekDatas_delete(x);
+        }
+    });
+}
+
 // ---- issue 29: settings, XML, catalogues, UTF-8 system calls ----
 
 TEST_F(Faults, SettingsXmlAndLanguages) {
