@@ -26,15 +26,8 @@ std::string json_text(const char* s) {
     return out + "\"";
 }
 
-int modem_list(int argc, char** argv) {
-    bool json = false;
-    for (int i = 0; i < argc; i++) {
-        if (std::strcmp(argv[i], "--json") == 0) {
-            json = true;
-        } else {
-            return vektool::kUsage;
-        }
-    }
+int modem_list(const vektool::Args& a) {
+    bool json = a.flag("--json");
     std::vector<VekDevInfo> devs(16);
     vek_s32 n;
     while ((n = vek_dev_list_serial(nullptr, devs.data(), (vek_s32)devs.size())) > (vek_s32)devs.size()) {
@@ -68,13 +61,19 @@ int modem_list(int argc, char** argv) {
     return n > 0 ? vektool::kDone : vektool::kNotFound;
 }
 
+const vektool::Option kListOptions[] = {
+    {"--json", nullptr, nullptr, "an array of objects: path, vid, pid, interface, serial, driver, description"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+
 const vektool::SubCommand kSubs[] = {
     {"list", "modem list [--json]",
-     "the serial devices: path, USB vid:pid and description (exit 1 when there are none)", modem_list},
+     "the serial devices: path, USB vid:pid and description (exit 1 when there are none)", modem_list, 0, 0,
+     kListOptions, nullptr},
 };
 
 } // namespace
 
-static const vektool::Command kModem = {"modem", "modem <list> ...", "serial devices of modems and phones", nullptr,
-                                        kSubs, sizeof kSubs / sizeof *kSubs};
+static const vektool::Command kModem = {"modem", "modem list ...", "serial devices of modems and phones", kSubs,
+                                        sizeof kSubs / sizeof *kSubs};
 VEKTOOL_COMMAND(kModem);
