@@ -53,7 +53,7 @@ ROWS = [
      "std::unordered_map<std::string,int>", 1.0),
     ("StrId lookup among 100,000 names, absent", "BM_StrId_find/0", "BM_unordered_map_find/0",
      "std::unordered_map<std::string,int>", 1.0),
-    # issue 29: the XML decoder
+    # the XML decoder
     ("XML decoding of a 10 MB document (events only)", "BM_XmlDec_events", "BM_expat_events", "expat", 1.0),
 ]
 

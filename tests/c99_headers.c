@@ -67,10 +67,6 @@ int main(void) {
     if (b64_enc_buf_from_buf(b64, sizeof b64, (const vek_u8*)"foo", 3) != 4 || strcmp(b64, "Zm9v") != 0) {
         return 1;
     }
-    /* Before BaseLib_init no thread has an event-receive queue. */
-    if (vek_erp_disp() != 0) {
-        return 1;
-    }
     /* Addresses, URLs, identifier tables, collections, chains, windows. */
     {
         VekIpAddr ip;
@@ -93,7 +89,11 @@ int main(void) {
         IStrm_release(win);
         IStrm_release(mem);
     }
-    /* issue 29: a tree from the XML decoder, a setting, a message */
+    /* Before BaseLib_init no thread has an event-receive queue. */
+    if (vek_erp_disp() != 0) {
+        return 1;
+    }
+    /* a tree from the XML decoder, a setting, a message */
     {
         XmlErr xe;
         XmlDoc* xd = XmlDoc_parse("<a k='v'><b>t</b></a>", -1, NULL, &xe);

@@ -678,7 +678,7 @@ TEST_F(Faults, TablesCollectionsChainsAndWindows) {
     });
 }
 
-// ---- issue 29: settings, XML, catalogues, UTF-8 system calls ----
+// ---- settings, XML, catalogues, UTF-8 system calls ----
 
 TEST_F(Faults, SettingsXmlAndLanguages) {
     static const CfgIniDef defs[] = {{"Net", "Port", CFGINI_INT, "8080", 1, 65535},
