@@ -123,6 +123,12 @@ TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsAndTheWatchNamesThemOnRemoval) {
         EXPECT_STREQ("cdc_acm", ev.dev.driver);
         // A UART the kernel reserved without hardware is no arrival.
         EXPECT_FALSE(take("add", "ttyS1", &ev));
+        // After lost events the table is the list again.
+        ASSERT_TRUE(take("remove", "ttyUSB2", &ev));
+        ev.action = VEK_DEV_RESYNC;
+        ASSERT_TRUE(vek::dev_watch_take(w, &ev));
+        ASSERT_TRUE(take("remove", "ttyUSB2", &ev));
+        EXPECT_EQ(10, ev.dev.iface);
         vek_dev_watch_close(w);
     }
     vektest::remove_tree(r);
