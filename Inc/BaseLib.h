@@ -50,4 +50,9 @@
 #include "CfgIni.h"
 #include "LangCat.h"
 
+/* Transports and devices. */
+#include "VekSock.h"
+#include "BufStrm.h"
+#include "VekDev.h"
+
 #endif /* VEK_BASELIB_H */

@@ -124,6 +124,16 @@ typedef void* vek_handle;
 #define VEK_ERR_XML_DECL        (-842) /* a malformed or misplaced XML declaration */
 #define VEK_ERR_XML_DOCTYPE     (-843) /* a DOCTYPE refused, malformed or misplaced */
 
+/* Transports and devices (VekSock.h). */
+#define VEK_ERR_DEV_GONE        (-700) /* the device was removed or hung up */
+#define VEK_ERR_BUSY            (-701) /* the port is held by another program */
+#define VEK_ERR_BAD_SETTING     (-702) /* the device refused a setting (read back differs) */
+#define VEK_ERR_REFUSED         (-703) /* nothing listens at the address (connection refused) */
+#define VEK_ERR_NO_HOST         (-704) /* the host name does not resolve */
+#define VEK_ERR_ADDR_IN_USE     (-705) /* the address or name is in use */
+#define VEK_ERR_LINE_LONG       (-706) /* a line is longer than the room given for it */
+#define VEK_ERR_NO_WATCH        (-707) /* the system gives no device notifications here */
+
 VEK_BEGIN_DECLS
 
 /* A short English text for a result code, for a program's messages (for

@@ -32,6 +32,15 @@
  *   MIDL_user_allocate MIDL_user_free  named in the generic event's type
  *                                      description (win/RpcEvt), which the
  *                                      RPC runtime calls
+ *   vek_fd_swait vek_fd_sread vek_fd_swrite vek_hnd_sread vek_hnd_swrite
+ *   vek_ovl_swait win_hnd_swait__ vek_msec  the abortable waits and the
+ *                                      clock, through which the socket
+ *                                      classes' system side (AlSock, AlSer)
+ *                                      waits; they reach the platform's own
+ *                                      waits, never the socket functions
+ *   vek_dev_uevent_parse vek::dev_kind_of  the kernel uevent reader and the
+ *                                      serial device names (VekDev), which
+ *                                      the device list and watch share
  */
 #ifndef VEK_ALPLAT_H
 #define VEK_ALPLAT_H

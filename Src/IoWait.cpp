@@ -20,16 +20,6 @@ vek_handle io_abort_evt(vek_s32 flags) {
     return (flags & VEK_WAIT_FORBID_ABORT) ? nullptr : vek_call_abort_evt();
 }
 
-/* Milliseconds left of tmo since start (vek_msec); tmo itself when it is
- * negative (no limit). */
-vek_s32 ms_left(vek_u32 start, vek_s32 tmo) {
-    if (tmo <= 0) {
-        return tmo;
-    }
-    vek_u32 spent = vek_msec() - start;
-    return spent >= (vek_u32)tmo ? 0 : tmo - (vek_s32)spent;
-}
-
 /* A failed system wait is the caller's to know about: the assertion names
  * the call and the system's error. */
 vek_s32 wait_failed(const char* name) {
@@ -105,7 +95,7 @@ VEK_API vek_s32 vek_fd_sread(vek_s32 fd, void* buf, vek_s32 size, vek_s32 tmo, v
     vek_u32 start = vek_msec();
     for (;;) {
         plat::PollFd p = {fd, VEK_FD_IN, 0};
-        vek_s32 w = fd_wait(&p, 1, ms_left(start, tmo), flags, "vek_fd_sread()");
+        vek_s32 w = fd_wait(&p, 1, vek::ms_left(start, tmo), flags, "vek_fd_sread()");
         if (w < 0) {
             return w;
         }
@@ -130,7 +120,7 @@ VEK_API vek_s32 vek_fd_swrite(vek_s32 fd, const void* buf, vek_s32 size, vek_s32
     vek_u32 start = vek_msec();
     while (done < size) {
         plat::PollFd pf = {fd, VEK_FD_OUT, 0};
-        vek_s32 r = fd_wait(&pf, 1, ms_left(start, tmo), flags, "vek_fd_swrite()");
+        vek_s32 r = fd_wait(&pf, 1, vek::ms_left(start, tmo), flags, "vek_fd_swrite()");
         if (r > 0) {
             r = plat::fd_write_now(&wr, fd, p + done, size - done);
         }
@@ -167,7 +157,7 @@ VEK_API vek_s32 vek_hnd_swrite(vek_handle hnd, const void* buf, vek_s32 size, ve
     vek_s32 done = 0;
     vek_u32 start = vek_msec();
     while (done < size) {
-        vek_s32 r = plat::ovl_io(hnd, false, (void*)(p + done), size - done, ms_left(start, tmo), io_abort_evt(flags),
+        vek_s32 r = plat::ovl_io(hnd, false, (void*)(p + done), size - done, vek::ms_left(start, tmo), io_abort_evt(flags),
                                  (flags & VEK_WAIT_ALERTABLE) != 0);
         if (r < 0) {
             return done > 0 ? done : ovl_result(r, "vek_hnd_swrite()");

@@ -14,6 +14,21 @@
 #define VEK_IOWAIT_INTERNAL_H
 
 #include "AlSync.h"
+#include "VekCore.h"
+
+namespace vek {
+
+/* Milliseconds left of tmo since start (vek_msec); tmo itself when it is
+ * negative (no limit). The socket classes keep their time-outs with it too. */
+inline vek_s32 ms_left(vek_u32 start, vek_s32 tmo) {
+    if (tmo <= 0) {
+        return tmo;
+    }
+    vek_u32 spent = vek_msec() - start;
+    return spent >= (vek_u32)tmo ? 0 : tmo - (vek_s32)spent;
+}
+
+} // namespace vek
 
 namespace plat {
 

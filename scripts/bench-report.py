@@ -63,6 +63,17 @@ ROWS += [
      "BM_erp_roundtrip_eventfd/real_time", "eventfd + mutex queue", 1.5),
 ]
 
+# Transports and the buffered stream (throughput >= 0.9x is time <= 1.11x).
+ROWS += [
+    ("TCP loopback, 64 KiB writes, 32 MiB", "BM_tcp_stream_vek/real_time", "BM_tcp_stream_raw/real_time",
+     "send/recv", 1.11),
+    ("TCP loopback, 64-byte request/response", "BM_tcp_rtt_vek/real_time", "BM_tcp_rtt_raw/real_time",
+     "send/recv", 1.2),
+    ("pseudo-terminal, 32-byte command/reply", "BM_pty_rtt_vek/real_time", "BM_pty_rtt_raw/real_time",
+     "write/poll/read", 1.2),
+    ("100 MB text by lines, BufStrm over FileStrm", "BM_lines_bufstrm", "BM_lines_fgets", "fgets", 1.0),
+]
+
 # Figures with a goal of their own and no peer: (what, benchmark, counter,
 # goal, unit); the medians of the repetitions, as above.
 ABS_ROWS = [

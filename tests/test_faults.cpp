@@ -529,6 +529,69 @@ TEST_F(Faults, EventReceiveProcessors) {
     }, {"ret", "evt", "thrdHnd"});
 }
 
+// Sockets and the streams over them: a failed allocation of a record
+// leaves no descriptor or listener file behind, and a stream built is
+// whole (what went in comes out through the buffer).
+TEST_F(Faults, SocketsAndBufferedStreams) {
+    sweep("TcpSock, SockStrm, BufStrm", [] {
+        vek_s32 err;
+        ISock* lis = TcpSock_xlisten__("127.0.0.1", 0, VEK_TCP_NUMERIC, &err, __FILE__, __LINE__);
+        if (!lis) {
+            EXPECT_EQ(VEK_ERR_FULL, err);
+            return;
+        }
+        ISock* cli = TcpSock_xconnect__("127.0.0.1", TcpSock_port(lis), VEK_TCP_NUMERIC, 5000, &err, __FILE__,
+                                        __LINE__);
+        ISock* srv = nullptr;
+        if (cli && ISock_accept(lis, &srv, 5000) == 0) {
+            IStrm* ks = SockStrm_xcreate__(nullptr, cli, 5000, 5000, __FILE__, __LINE__);
+            IStrm* b = ks ? BufStrm_xcreate__(nullptr, ks, 16, __FILE__, __LINE__) : nullptr;
+            if (b) {
+                EXPECT_GT(IStrm_printf(b, "line one\nline two\n"), 0);
+                EXPECT_EQ(0, IStrm_flush(b));
+                char got[18];
+                vek_s32 n = 0;
+                while (n < 18) {
+                    vek_s32 r = ISock_read(srv, got + n, 18 - n, 5000);
+                    ASSERT_GT(r, 0);
+                    n += r;
+                }
+                EXPECT_EQ(0, std::memcmp(got, "line one\nline two\n", 18));
+            }
+            release(b);
+            release(ks);
+        }
+        for (ISock* s : {srv, cli, lis}) {
+            if (s) {
+                ISock_release(s);
+            }
+        }
+    });
+}
+
+// The device watch: a failed allocation leaves no socket or registration
+// behind and says so, and a watch that opened waits like any other.
+TEST_F(Faults, DeviceWatch) {
+    VekDevWatch* probe = nullptr;
+    if (vek_dev_watch_open(nullptr, &probe) != 0) {
+        GTEST_SKIP() << "no device notifications on this system";
+    }
+    vek_dev_watch_close(probe);
+    sweep("VekDevWatch", [] {
+        VekDevWatch* w = nullptr;
+        vek_s32 rc = vek_dev_watch_open(nullptr, &w);
+        if (rc != 0) {
+            EXPECT_EQ(VEK_ERR_FULL, rc);
+            EXPECT_EQ(nullptr, w);
+            return;
+        }
+        VekDevEvent ev;
+        rc = vek_dev_watch_next(w, &ev, 0, 0);
+        EXPECT_TRUE(rc == VEK_ERR_TIMEOUT || rc == 0) << rc;
+        vek_dev_watch_close(w);
+    });
+}
+
 // Disc full and failing reads: every byte offset of a write or read fails
 // once. A writer must keep the previous file and say so; a reader must
 // report the failure rather than hand back part of the file as the whole.
