@@ -94,6 +94,8 @@ struct LocalTime {
     vek_s32 year, month, day, hour, minute, second, msec;
 };
 void local_time(LocalTime* out);
+/* Wall-clock time: milliseconds since 1970-01-01 UTC. */
+vek_s64 wall_msec(void);
 
 /* The current time zone (AlTime / WinTime): bias and daylight bias in
  * minutes with UTC = local + bias; returns 1 when summer time is in force

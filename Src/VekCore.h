@@ -101,14 +101,22 @@ vek_s32 trc_active(void);           /* a sink or a listener receives records */
 vek_s32 trc_hold_supported(void);
 void trc_hold_start(void);
 void trc_hold_stop(void);
+/* The asynchronous sink as "AsyncQue" / "AsyncFull" configure it
+ * (BaseLib_init), and its end: the ring drained, the writer thread gone
+ * (BaseLib_exit). */
+void trc_async_start(void);
+void trc_async_stop(void);
+/* The fault path: writes what the ring holds and flushes the trace file,
+ * giving up on locks that stay held (a crashed thread may hold them). */
+void trc_fault_flush(void);
 /* Writes one record when tracing (or a listener) is on and the debug
  * manager lets (module, field, level) through. */
 void trc_record(const char* path, vek_s32 line, vek_s32 module, vek_s32 field, vek_s32 level,
                 const char* text, vek_s32 len);
-vek_s32 trc_printf(vek_s32 module, vek_s32 field, vek_s32 level, const char* fmt, ...)
-    VEK_PRINTF(4, 5);
+/* The file DbgMng_cfgByFile read last (null before), for its watcher. */
+const char* dbg_cfg_path(void);
 /* Lifecycle record: module 10, field 1, level 1. */
-#define VEK_LIFE_TRACE(...) ::vek::trc_printf(::vek::kModBase, ::vek::kFldLife, 1, __VA_ARGS__)
+#define VEK_LIFE_TRACE(...) VEK_TRACE(::vek::kModBase, ::vek::kFldLife, 1, __VA_ARGS__)
 
 /* ---- heap ---- */
 IHeapMon* heap_mon(void);

@@ -260,6 +260,7 @@ VEK_API vek_s32 BaseLib_init(void) {
         } else {
             vek_printf("TrcHold disabled, %s\n", vek::trc_hold_supported() ? "by cfg" : "for trc not supp hold");
         }
+        vek::trc_async_start();
     }
     VEK_LIFE_TRACE("BaseLib_init() end");
     return 0;
@@ -273,6 +274,7 @@ VEK_API void BaseLib_exit(void) {
         vek_assert__("al_thrd_id() == vek_prim_thrd", __FILE__, __LINE__);
     }
     VEK_LIFE_TRACE("%s%s", "BaseLib_exit()", " beg");
+    vek::trc_async_stop();
     if (g_core.trcHold) {
         g_core.trcHold = 0;
         vek::trc_hold_stop();
@@ -343,6 +345,9 @@ VEK_API vek_s32 al_fault_proc(const char* fmt, ...) {
     if (t_assertDepth == 0) {  // vek_assert__ has traced its own, fuller record
         vek::trc_record(__FILE__, __LINE__, vek::kModBase, vek::kFldAssert, 1, t, -1);
     }
+    // What the trace holds must be on disc before the dialog, whose answer
+    // may end the process at once.
+    vek::trc_fault_flush();
     vek_s32 answer = fault_answer(c, t, 0x12012);
     al_free(text);
     al_free(caption);
@@ -393,6 +398,7 @@ VEK_API void win_assert__(const char* expr, const char* path, vek_s32 line) {
     vek_snprintf(text, sizeof text,
                  "Assert fail (win_assert)\r\nProc: %s\r\nSrc: %s[%d]\r\nExp: %s\r\nPress OK to exit the program",
                  name, str_path_name(path ? path : ""), (int)line, expr ? expr : "");
+    vek::trc_fault_flush();
     fault_answer(caption, text, 0x1010);
     vek_exit();
 }
@@ -402,6 +408,7 @@ VEK_API void vek_exit(void) {
     // violation at the caller. The address is read through a volatile so the
     // compiler cannot turn the read into a trap of its own.
     static volatile std::uintptr_t zeroAddr = 0;
+    vek::trc_fault_flush();
     for (;;) {
         volatile int* p = (volatile int*)zeroAddr;
         if (*p == 0) {
