@@ -34,5 +34,7 @@
 #include "MimeHdr.h"
 #include "GsmUtil.h"
 #include "VekEvt.h"
+/* trace, monitors, loadable libraries, downloads */
+#include "VekCm.h"
 
 #endif /* VEK_BASELIB_H */

@@ -109,6 +109,14 @@ VEK_API vek_s32 tout_enabled(void);
 typedef void (*vek_trc_sink)(void* ctx, const char* text, vek_s32 len);
 VEK_API vek_trc_sink tout_set_sink(vek_trc_sink sink, void* ctx);
 
+/* Sends the trace to the file path (UTF-8; records are appended) from now
+ * on, as "TrcType=FileTrc" with that "FileName" would, and holds the file
+ * open (buffered, see above) until the next call, BaseLib_exit or the
+ * unload; null sends records nowhere (the listener still receives them).
+ * Returns 0, or VEK_ERR_FILE_OPEN when the file cannot be opened (the
+ * trace then stays as it was). */
+VEK_API vek_s32 tout_set_file(const char* path);
+
 /* What a full asynchronous ring does (tout_set_async, "AsyncFull"). */
 #define VEK_TRC_BLOCK    0  /* the caller waits for room */
 #define VEK_TRC_DROP_NEW 1  /* the new record is dropped */

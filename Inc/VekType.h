@@ -98,4 +98,15 @@ typedef void* vek_handle;
 #define VEK_ERR_INI_LINE_LONG   (-251) /* an INI line is longer than 1024 bytes */
 #define VEK_ERR_NEG_TIME_DIFF   (-602) /* negative time difference */
 
+/* ---- trace, monitors, loadable libraries, downloads (-790..-819) ---- */
+#define VEK_ERR_NO_LIBRARY      (-94)  /* a library (or the service it brings) is not present */
+#define VEK_ERR_LIB_SYMBOL      (-790) /* a loaded library lacks an entry point it needs */
+#define VEK_ERR_HTTP_STATUS     (-791) /* the server answered with an error status (400 and above) */
+#define VEK_ERR_HOST_UNKNOWN    (-792) /* the host name could not be resolved */
+#define VEK_ERR_CONNECT         (-793) /* no connection could be made to the server */
+#define VEK_ERR_TRANSFER        (-794) /* the transfer broke off (connection lost, bad response) */
+#define VEK_ERR_WRITE           (-795) /* received data could not be stored (disc full, write error) */
+#define VEK_ERR_TLS             (-796) /* the secure connection failed (certificate, handshake) */
+#define VEK_ERR_WATCH_LIMIT     (-797) /* the system's limit of file watches is reached */
+
 #endif /* VEK_TYPE_H */

@@ -114,6 +114,11 @@ vek_s32 is_ui_thread(void);
 vek_s32 dll_path(void* module, char* buf, vek_s32 cap);
 void* dll_load(const char* path);
 vek_s32 dll_unload(void* module);
+/* The address of an exported symbol of a loaded module, or null. */
+void* dll_sym(void* module, const char* name);
+/* The system's reason (UTF-8) for the calling thread's last failed
+ * dll_load; its length. */
+vek_s32 dll_error(char* buf, vek_s32 cap);
 
 /* Display names of user languages (portable table, LangName.cpp): by
  * Windows language identifier or POSIX locale tag; null when unknown. */

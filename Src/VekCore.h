@@ -128,6 +128,10 @@ void* heap_realloc(void* block, size_t size);
 /* Flushes a file's buffers and its data to the disk; 0 or a negative error. */
 vek_s32 file_sync(AlFile* f);
 
+/* ---- loadable-library manager (VekCm.cpp) ----
+ * BaseLib_exit's stop: traces the libraries still loaded. */
+void cm_stop(void);
+
 /* ---- symbol support (CallStack.cpp) ---- */
 vek_s32 sym_start(void);
 void sym_stop(void);

@@ -573,14 +573,25 @@ void emit(vek_s32 level, const char* text, vek_s32 len) {
     t_inTrace--;
 }
 
-/* Formats into a TinyStr (never the tracked heap, which reports through
- * here) and hands the text to out; returns its length. */
+/* Formats the text and hands it to out; returns its length. A text that
+ * fits 1 KB is formatted on the stack, a longer one in a TinyStr (never
+ * the tracked heap, which reports through here). */
 template <class Out>
 vek_s32 with_text(const char* fmt, va_list va, Out out) {
+    char buf[1024];
+    vek_s32 cut = 0;
+    va_list vc;
+    va_copy(vc, va);
+    vek_s32 n = vek_vsxprintf(buf, sizeof buf, &cut, fmt, vc);
+    va_end(vc);
+    if (!cut) {
+        out(buf, n);
+        return n;
+    }
     TinyStr t;
     TinyStr_new(&t);
     TinyStr_appdvf(&t, fmt, va);
-    vek_s32 n = TinyStr_len(&t);
+    n = TinyStr_len(&t);
     out(TinyStr_buf(&t), n);
     TinyStr_delete(&t);
     return n;
@@ -1123,6 +1134,40 @@ VEK_API vek_trc_sink tout_set_sink(vek_trc_sink sink, void* ctx) {
     g_trc.sinkLock.unlock();
     gen_bump();
     return old;
+}
+
+VEK_API vek_s32 tout_set_file(const char* path) {
+    AlFile* f = nullptr;
+    if (path) {
+        if (!*path || std::strlen(path) >= sizeof g_trc.fileName || !(f = AlFile_open(path, "ab"))) {
+            return VEK_ERR_FILE_OPEN;
+        }
+    }
+    g_trc.lock.lock();
+    t_inTrace++;
+    if (Writer* w = g_ring.load(std::memory_order_acquire)) {
+        ring_drain(w, -1);  // queued records belong to the old sink
+    }
+    if (g_trc.file) {
+        fbuf_flush();
+        AlFile_close(g_trc.file);
+        g_trc.file = nullptr;
+    }
+    if (f) {
+        vek_snprintf(g_trc.fileName, sizeof g_trc.fileName, "%s", path);
+        g_trc.file = f;
+        if (!g_trc.fbuf && g_trc.flushMs > 0 && writer_start()) {
+            g_trc.fbuf = (char*)al_malloc(kFileBufSize);
+        }
+    } else {
+        g_trc.fileName[0] = 0;
+    }
+    g_trc.holding = f != nullptr;
+    __atomic_store_n(&g_trc.type, (vek_s32)(f ? kTrcFile : kTrcNone), __ATOMIC_RELEASE);
+    t_inTrace--;
+    g_trc.lock.unlock();
+    gen_bump();
+    return 0;
 }
 
 VEK_API vek_s32 tout_set_async(vek_s32 capacity, vek_s32 policy) {

@@ -123,10 +123,10 @@ void load_exit(void) {
     }
     close_heap(g_core.heapMon);
     close_heap(g_core.uiHeapMon);
-    if (g_core.trcEnabled) {
-        vek::trc_stop();
-        g_core.trcEnabled = 0;
-    }
+    // Also when the configuration left tracing off: tout_set_file may
+    // have started it since.
+    vek::trc_stop();
+    g_core.trcEnabled = 0;
     AlAtom_set(&g_core.mainTid, 0);
     AlOs_exit();
 }
@@ -275,11 +275,10 @@ VEK_API void BaseLib_exit(void) {
     }
     VEK_LIFE_TRACE("%s%s", "BaseLib_exit()", " beg");
     vek::trc_async_stop();
-    if (g_core.trcHold) {
-        g_core.trcHold = 0;
-        vek::trc_hold_stop();
-    }
+    g_core.trcHold = 0;
+    vek::trc_hold_stop();  // also a file that tout_set_file holds
     vek_thrd_end();
+    vek::cm_stop();
     EvtMng_exit();
     vek::thrdcm_destroy();
     if (g_core.heapMon) {

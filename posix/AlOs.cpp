@@ -88,8 +88,23 @@ VEK_API vek_s32 AlMutex_trylock(AlMutex* mem) {
     return pthread_mutex_trylock(pm(mem)) == 0 ? 1 : 0;
 }
 
+// The id is asked of the kernel once per thread: trace records and waits
+// ask for it all the time. A child made by fork is a new thread with the
+// same memory, so the cache is cleared in it.
+namespace {
+thread_local vek_u32 t_tid;
+void forget_tid() {
+    t_tid = 0;
+}
+} // namespace
+
 VEK_API vek_u32 al_thrd_id(void) {
-    return (vek_u32)syscall(SYS_gettid);
+    if (t_tid == 0) {
+        static const int registered = pthread_atfork(nullptr, nullptr, forget_tid);
+        (void)registered;
+        t_tid = (vek_u32)syscall(SYS_gettid);
+    }
+    return t_tid;
 }
 
 VEK_API vek_u32 al_clock(void) {

@@ -268,4 +268,14 @@ vek_s32 dll_unload(void* module) {
     return module && dlclose(module) == 0 ? 1 : 0;
 }
 
+void* dll_sym(void* module, const char* name) {
+    return module && name ? dlsym(module, name) : nullptr;
+}
+
+// dlerror's text is the calling thread's own.
+vek_s32 dll_error(char* buf, vek_s32 cap) {
+    const char* e = dlerror();
+    return copy_out(buf, cap, e ? e : "");
+}
+
 } // namespace plat

@@ -32,6 +32,10 @@ ROWS = [
     ("IniUtil_getFileStr, 4 KiB file", "BM_IniUtil_getFileStr", "BM_inih_getFileStr", "inih", 1.0),
     ("IniFile load, 1 MiB", "BM_IniFile_load", "BM_GKeyFile_load", "GKeyFile", 1.0),
     ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
+    # trace and monitors
+    ("a disabled trace call", "BM_vek_trace_off", "BM_spdlog_debug_off", "spdlog SPDLOG_DEBUG, level off", 1.0),
+    ("an enabled record to a file, synchronously", "BM_vek_trace_file", "BM_spdlog_file",
+     "spdlog basic file sink", 1.2),
 ]
 
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}

@@ -15,7 +15,8 @@ pkgs=(cmake make g++ pkg-config)
 case "$want" in
   main) ;;
   test) pkgs+=(libgtest-dev clang g++-multilib mingw-w64 wine64 tzdata python3) ;;
-  bench) pkgs+=(libbenchmark-dev libinih-dev libglib2.0-dev zlib1g-dev libssl-dev python3) ;;
+  bench) pkgs+=(libbenchmark-dev libinih-dev libglib2.0-dev zlib1g-dev libssl-dev python3)
+         pkgs+=(libspdlog-dev) ;;
   docs) pkgs+=(doxygen python3) ;;
   fuzz) pkgs+=(clang libclang-rt-dev libgtest-dev) ;;
   coverage) pkgs+=(libgtest-dev gcovr tzdata) ;;

@@ -67,6 +67,15 @@ int main(void) {
     if (b64_enc_buf_from_buf(b64, sizeof b64, (const vek_u8*)"foo", 3) != 4 || strcmp(b64, "Zm9v") != 0) {
         return 1;
     }
+    /* trace call sites and the library manager from C */
+    {
+        CmLib* lib = NULL;
+        int i = 0;
+        VEK_TRACE(10, 9, 9, "never %d", ++i);
+        if (i != 0 || cm_load("no-such-library-at-all", &lib) != VEK_ERR_NO_LIBRARY || lib != NULL) {
+            return 1;
+        }
+    }
     printf("c99 ok %s\n", vek_version());
     return 0;
 }

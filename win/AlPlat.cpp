@@ -356,4 +356,25 @@ vek_s32 dll_unload(void* module) {
     return module && FreeLibrary((HMODULE)module) ? 1 : 0;
 }
 
+void* dll_sym(void* module, const char* name) {
+    return module && name ? (void*)GetProcAddress((HMODULE)module, name) : nullptr;
+}
+
+vek_s32 dll_error(char* buf, vek_s32 cap) {
+    DWORD err = GetLastError();
+    wchar_t w[512];
+    DWORD n = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, err, 0,
+                             w, 512, nullptr);
+    while (n > 0 && (w[n - 1] == L'\r' || w[n - 1] == L'\n' || w[n - 1] == L' ' || w[n - 1] == L'.')) {
+        n--;
+    }
+    if (n == 0) {
+        char text[48];
+        vek_snprintf(text, sizeof text, "system error %lu", (unsigned long)err);
+        return copy_out(buf, cap, text);
+    }
+    w[n] = 0;
+    return win::to_utf8(w, buf, cap);
+}
+
 } // namespace plat
