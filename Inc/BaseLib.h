@@ -36,5 +36,6 @@
 #include "VekEvt.h"
 /* trace, monitors, loadable libraries, downloads */
 #include "VekCm.h"
+#include "VekHttp.h"
 
 #endif /* VEK_BASELIB_H */

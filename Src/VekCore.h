@@ -30,6 +30,8 @@ constexpr vek_s32 kModBase = 10;   /* the library itself */
 constexpr vek_s32 kFldLife = 1;    /* lifecycle records */
 constexpr vek_s32 kFldAssert = 2;  /* assertion records */
 constexpr vek_s32 kFldHeap = 3;    /* heap monitor records */
+constexpr vek_s32 kFldNet = 4;     /* downloads */
+constexpr vek_s32 kFldMon = 5;     /* file and disc monitors */
 
 /* One configuration source: a file path and/or an in-memory text. */
 struct RtcSrc {
@@ -127,6 +129,10 @@ void* heap_realloc(void* block, size_t size);
 /* ---- files ---- */
 /* Flushes a file's buffers and its data to the disk; 0 or a negative error. */
 vek_s32 file_sync(AlFile* f);
+
+/* ---- downloads (VekHttp.cpp) ----
+ * BaseLib_exit's stop: unloads a libcurl no transfer uses any more. */
+void net_stop(void);
 
 /* ---- loadable-library manager (VekCm.cpp) ----
  * BaseLib_exit's stop: traces the libraries still loaded. */

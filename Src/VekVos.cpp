@@ -278,6 +278,7 @@ VEK_API void BaseLib_exit(void) {
     g_core.trcHold = 0;
     vek::trc_hold_stop();  // also a file that tout_set_file holds
     vek_thrd_end();
+    vek::net_stop();
     vek::cm_stop();
     EvtMng_exit();
     vek::thrdcm_destroy();
