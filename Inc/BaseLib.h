@@ -34,6 +34,8 @@
 #include "MimeHdr.h"
 #include "GsmUtil.h"
 #include "VekEvt.h"
+#include "VekErp.h"
+#include "VekIoWait.h"
 /* trace, monitors, loadable libraries, downloads */
 #include "VekCm.h"
 #include "VekHttp.h"

@@ -98,6 +98,11 @@ typedef void* vek_handle;
 #define VEK_ERR_INI_LINE_LONG   (-251) /* an INI line is longer than 1024 bytes */
 #define VEK_ERR_NEG_TIME_DIFF   (-602) /* negative time difference */
 
+/* Waits on descriptors and handles, event-receive processors. */
+#define VEK_ERR_UNSUPPORTED     (-94)  /* not supported by this system or device */
+#define VEK_ERR_IO              (-850) /* a system read, write or wait failed (errno / GetLastError) */
+#define VEK_ERR_PEER_CLOSED     (-851) /* a write found the other end closed */
+
 /* ---- trace, monitors, loadable libraries, downloads (-790..-819) ---- */
 #define VEK_ERR_NO_LIBRARY      (-94)  /* a library (or the service it brings) is not present */
 #define VEK_ERR_LIB_SYMBOL      (-790) /* a loaded library lacks an entry point it needs */

@@ -21,10 +21,13 @@
  * Handles (vek_handle) are the system's event and mutex handles on Windows
  * and objects owned by the library on POSIX; close each one once.
  *
- * POSIX: the message-pumping waits (the "m" waits: win_hnd_mwait__,
- * vek_evt_mwait__, vek_lock_mlock__, VekSem_mwait) behave exactly as the
- * abortable waits, since there are no window messages; dispProc is not
- * called. Named mutexes are process-shared robust mutexes in shared memory
+ * The message-pumping waits (the "m" waits: win_hnd_mwait__,
+ * vek_evt_mwait__, vek_lock_mlock__, VekSem_mwait) also wake for the
+ * calling thread's window messages (Windows) and for work posted to its
+ * event-receive processors (VekErp.h, both systems: POSIX has no window
+ * messages, so there they wake for that work alone); they then call
+ * dispProc, run what it left of the processors' work, and look at their
+ * own object and the abort event again. Named mutexes are process-shared robust mutexes in shared memory
  * (shm_open) named from the normalised name (win_kobj_fmtw), so names that
  * differ only in case name the same mutex there.
  *
@@ -109,11 +112,12 @@ VEK_API vek_s32 win_hnd_wait__(vek_handle hnd, vek_s32 tmo, vek_s32 flags);
 /* Abortable: waits for hnd or the caller's call abort event; -5 when the
  * abort wins (hnd wins when both are signalled). */
 VEK_API vek_s32 win_hnd_swait__(vek_handle hnd, vek_s32 tmo, vek_s32 flags);
-/* Dispatches the calling thread's window messages (Windows; a no-op on
- * POSIX). The default dispatcher of the message-pumping waits. */
+/* Dispatches what woke a message-pumping wait; the default is
+ * vek_disp_msg (VekErp.h): the window messages (Windows), then the work
+ * posted to the thread's event-receive processors. */
 typedef void (*vek_disp_proc)(void);
 /* Abortable and pumping: as win_hnd_swait__, and calls dispProc (null:
- * the library's dispatcher) whenever window messages arrive. */
+ * vek_disp_msg) whenever window messages or event-receive work arrive. */
 VEK_API vek_s32 win_hnd_mwait__(vek_handle hnd, vek_disp_proc dispProc, vek_s32 tmo, vek_s32 flags);
 /* Sleeps ms milliseconds (negative: without limit) unless the caller's
  * call abort event fires: 0 after the full time, -5 when aborted, -51. */

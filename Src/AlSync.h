@@ -25,6 +25,8 @@ constexpr vek_u32 kWaitAbandoned0 = 0x80;
 constexpr vek_u32 kWaitIoCompletion = 0xC0;
 constexpr vek_u32 kWaitTimeout = 0x102;
 constexpr vek_u32 kWaitFailed = 0xFFFFFFFFu;
+/* wait_fds on a system without descriptors to wait on (Windows). */
+constexpr vek_u32 kWaitUnsupported = 0xFFFFFFFEu;
 
 /* The most handles one wait takes. */
 constexpr vek_s32 kMaxWait = 8;
@@ -61,6 +63,24 @@ vek_u32 wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32 alertab
 vek_u32 msg_wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32 alertable);
 /* Dispatches the window messages queued for the calling thread. */
 void disp_msg(void);
+
+/* One descriptor with the readiness asked for and found: the layout of
+ * struct pollfd, so a public VekPollFd array is passed on as it stands. */
+struct PollFd {
+    vek_s32 fd;
+    vek_s16 events;
+    vek_s16 revents;
+};
+constexpr vek_s32 kMaxFds = 64;
+/* Waits until one of nfd descriptors (1 <= nfd <= kMaxFds) is ready
+ * (result kWaitObject0 + nh, revents filled in, *nReady of them), or one
+ * of nh events (0 <= nh <= 2, events only) is signalled (kWaitObject0 +
+ * its index; an auto-reset event's signal is taken), or tmo ms pass
+ * (kWaitTimeout; negative: no limit). The descriptors come first: when
+ * both are ready the descriptors are reported and the events keep their
+ * signals. Nothing is read from a descriptor. kWaitFailed (errno) on
+ * failure. kWaitUnsupported on Windows. */
+vek_u32 wait_fds(PollFd* fds, vek_s32 nfd, const vek_handle* hnds, vek_s32 nh, vek_s32 tmo, vek_s32* nReady);
 
 /* The system error code of the calling thread's last failed call. */
 vek_u32 last_error(void);

@@ -151,6 +151,18 @@ void thrdcm_destroy(void);
 void win_thrd_beg(void);
 void win_thrd_end(void);
 
+/* ---- event-receive processors (ErpMng.cpp) ----
+ * The manager starts after the event manager and stops before it
+ * (BaseLib_init / BaseLib_exit). erp_thrd_end (vek_thrd_end) reports the
+ * calling thread's processors and ends its queue. erp_wait_hnd: the handle
+ * a message-pumping wait adds for the caller's queue (POSIX; null on
+ * Windows, where the queue's wake-up is a window message, and for a thread
+ * without a queue). */
+void erpmng_create(void);
+void erpmng_destroy(void);
+void erp_thrd_end(void);
+vek_handle erp_wait_hnd(void);
+
 } // namespace vek
 
 #endif /* VEK_CORE_H */

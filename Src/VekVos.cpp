@@ -251,6 +251,7 @@ VEK_API vek_s32 BaseLib_init(void) {
     DbgMng_cfgByFile(vek_trc_rtc_file());
     vek::thrdcm_create();
     EvtMng_init();
+    vek::erpmng_create();
     vek_thrd_beg();
 
     if (g_core.trcEnabled) {
@@ -280,6 +281,7 @@ VEK_API void BaseLib_exit(void) {
     vek_thrd_end();
     vek::net_stop();
     vek::cm_stop();
+    vek::erpmng_destroy();
     EvtMng_exit();
     vek::thrdcm_destroy();
     if (g_core.heapMon) {

@@ -13,6 +13,7 @@
 #include "AlSync.h"
 #include "VekCall.h"
 #include "VekCore.h"
+#include "VekErp.h"
 #include "VekStr.h"
 #include "VekUni.h"
 
@@ -28,7 +29,10 @@ enum WaitKind { kPlainWait, kAbortWait, kPumpWait };
 
 /* Waits on hnd (and, unless forbidden, the caller's call abort event) and
  * maps the system's result: 0, -5, -12 or -51. name prefixes the traces
- * and assertion texts of the family. */
+ * and assertion texts of the family. A pumping wait also wakes for the
+ * caller's window messages (Windows) and event-receive queue, runs
+ * dispProc (null: vek_disp_msg) and whatever it left in the queue, and
+ * then looks at hnd and the abort event again. */
 vek_s32 hnd_wait(WaitKind kind, const char* name, vek_handle hnd, vek_disp_proc dispProc,
                  vek_s32 tmo, vek_s32 flags) {
     if (!hnd) {
@@ -37,7 +41,7 @@ vek_s32 hnd_wait(WaitKind kind, const char* name, vek_handle hnd, vek_disp_proc 
     }
     bool forbidAbort = kind == kPlainWait || (flags & VEK_WAIT_FORBID_ABORT) != 0;
     vek_s32 alertable = (flags & VEK_WAIT_ALERTABLE) != 0;
-    vek_handle hnds[2] = {hnd, nullptr};
+    vek_handle hnds[3] = {hnd, nullptr, nullptr};
     vek_s32 n = 1;
     if (!forbidAbort) {
         hnds[1] = vek_call_abort_evt();
@@ -46,6 +50,11 @@ vek_s32 hnd_wait(WaitKind kind, const char* name, vek_handle hnd, vek_disp_proc 
             vek_assert__("forbidAbort || hnd != hnds[1]", __FILE__, __LINE__);
         }
     }
+    // The queue's wake-up waits last: the own object and the abort win.
+    vek_s32 nWait = n;
+    if (kind == kPumpWait && (hnds[nWait] = vek::erp_wait_hnd()) != nullptr) {
+        nWait++;
+    }
     vek_u32 start = vek_msec();
     for (;;) {
         vek_s32 left = tmo;
@@ -53,11 +62,16 @@ vek_s32 hnd_wait(WaitKind kind, const char* name, vek_handle hnd, vek_disp_proc 
             vek_u32 spent = vek_msec() - start;
             left = spent >= (vek_u32)tmo ? 0 : tmo - (vek_s32)spent;
         }
-        vek_u32 r = kind == kPumpWait ? plat::msg_wait_any(hnds, n, left, alertable)
+        vek_u32 r = kind == kPumpWait ? plat::msg_wait_any(hnds, nWait, left, alertable)
                                       : plat::wait_any(hnds, n, left, alertable);
-        if (kind == kPumpWait && r == plat::kWaitObject0 + (vek_u32)n) {
+        if (kind == kPumpWait && r >= plat::kWaitObject0 + (vek_u32)n && r <= plat::kWaitObject0 + (vek_u32)nWait) {
+            if (dispProc) {
+                dispProc();
+                vek_erp_disp();
+            } else {
+                vek_disp_msg();
+            }
             // The dispatch may have satisfied either handle.
-            (dispProc ? dispProc : plat::disp_msg)();
             r = plat::wait_any(hnds, 1, 0, 0);
             if (r == plat::kWaitTimeout && n == 2) {
                 r = plat::wait_any(hnds + 1, 1, 0, 0) == plat::kWaitObject0 ? 1 : r;
@@ -228,6 +242,7 @@ VEK_API void vek_thrd_beg(void) {
 
 VEK_API void vek_thrd_end(void) {
     VEK_LIFE_TRACE("thrd detaching...");
+    vek::erp_thrd_end();  // reports the processors left (vek_erp_leak(0)), then ends them
     vek::win_thrd_end();
     VEK_LIFE_TRACE("thrd detached");
 }

@@ -3,12 +3,14 @@
  *  - cancel latency: from vek_thrd_cancel to the blocked vek_evt_swait__
  *    returning -5 (median and p99 over 10,000 trials), against signalling
  *    a condition variable a thread is blocked on;
+ *  - the same for a thread blocked in vek_fd_sread on an empty pipe;
  *  - ping-pong: two threads handing a turn back and forth through two
  *    auto-reset events (vek_evt_set / vek_evt_swait__), against a mutex, a
  *    condition variable and a turn flag. One iteration is one round trip.
  */
 #include <benchmark/benchmark.h>
 #include <pthread.h>
+#include <unistd.h>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -88,6 +90,45 @@ void BM_cancel_latency_vek(benchmark::State& state) {
         tr.run([&] { vek_thrd_cancel(tid); });
         vek_thrd_join(tid);
         vek_evt_close(never);
+        tr.report(state);
+    }
+}
+
+/* The same for a thread blocked reading an empty pipe (vek_fd_sread):
+ * the cancel reaches it through its wake descriptor. */
+void BM_cancel_read_vek(benchmark::State& state) {
+    for (auto _ : state) {
+        Trials tr;
+        struct Ctx {
+            Trials* tr;
+            int fd[2];
+        } ctx{&tr, {-1, -1}};
+        if (pipe(ctx.fd) != 0) {
+            state.SkipWithError("pipe");
+            return;
+        }
+        vek_u32 tid = vek_thrd_create__(
+            [](void* p) -> vek_u32 {
+                Ctx* c = (Ctx*)p;
+                char b[64];
+                for (int i = 0; i < kTrials; i++) {
+                    c->tr->phase.store(1, std::memory_order_release);
+                    vek_s32 r = vek_fd_sread(c->fd[0], b, sizeof b, -1, 0);
+                    c->tr->t1 = now_ns();
+                    if (r != VEK_ERR_ABORTED) {
+                        return 1;
+                    }
+                    vek_thrd_abort_clear();
+                    c->tr->phase.store(2, std::memory_order_release);
+                    wait_phase(c->tr->phase, 0);
+                }
+                return 0;
+            },
+            &ctx, 0);
+        tr.run([&] { vek_thrd_cancel(tid); });
+        vek_thrd_join(tid);
+        close(ctx.fd[0]);
+        close(ctx.fd[1]);
         tr.report(state);
     }
 }
@@ -184,6 +225,7 @@ void BM_pingpong_condvar(benchmark::State& state) {
 } // namespace
 
 BENCHMARK(BM_cancel_latency_vek)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_cancel_read_vek)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_cancel_latency_condvar)->Iterations(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_pingpong_vek)->UseRealTime();
 BENCHMARK(BM_pingpong_condvar)->UseRealTime();

@@ -88,23 +88,26 @@ VEK_API vek_s32 AlMutex_trylock(AlMutex* mem) {
     return pthread_mutex_trylock(pm(mem)) == 0 ? 1 : 0;
 }
 
-// The id is asked of the kernel once per thread: trace records and waits
-// ask for it all the time. A child made by fork is a new thread with the
-// same memory, so the cache is cleared in it.
 namespace {
+// The id is asked for on every wait and cancel: kept per thread after the
+// first system call. The child of a fork is a thread of its own.
 thread_local vek_u32 t_tid;
+pthread_once_t g_tidOnce = PTHREAD_ONCE_INIT;
 void forget_tid() {
     t_tid = 0;
+}
+void watch_forks() {
+    pthread_atfork(nullptr, nullptr, forget_tid);
 }
 } // namespace
 
 VEK_API vek_u32 al_thrd_id(void) {
-    if (t_tid == 0) {
-        static const int registered = pthread_atfork(nullptr, nullptr, forget_tid);
-        (void)registered;
-        t_tid = (vek_u32)syscall(SYS_gettid);
+    vek_u32 tid = t_tid;
+    if (!tid) {
+        pthread_once(&g_tidOnce, watch_forks);
+        t_tid = tid = (vek_u32)syscall(SYS_gettid);
     }
-    return t_tid;
+    return tid;
 }
 
 VEK_API vek_u32 al_clock(void) {

@@ -13,14 +13,24 @@
  *                                 Waiter       Waiter    (on the waiting thread's stack)
  *
  * A waiting thread hangs one WaitBlock on each object it waits for and
- * sleeps on its own condition variable. Whoever signals an event or releases
- * a mutex hands the object to the first waiter that can take it (consuming
- * an auto-reset signal, making the waiter the mutex's owner), records which
- * of the waiter's objects fired and wakes only that thread. A wait for any
- * therefore never polls and cannot miss a signal given between its check
- * and its sleep, and "the first handle wins" holds at the moment of the
- * check. The in-process mutexes a thread owns are listed per thread; when
- * the thread ends, a thread-specific-data destructor abandons them.
+ * sleeps on a futex word of its own (Waiter::state). Whoever signals an
+ * event or releases a mutex hands the object to the first waiter that can
+ * take it (consuming an auto-reset signal, making the waiter the mutex's
+ * owner), records which of the waiter's objects fired, takes all of the
+ * waiter's blocks off their queues, and only then marks it fired and wakes
+ * it. A wait for any therefore never polls and cannot miss a signal given
+ * between its check and its sleep, "the first handle wins" holds at the
+ * moment of the check, and a woken waiter returns without taking g_lk
+ * again (a condition variable would send it straight into the lock its
+ * waker still holds: two context switches instead of one). The in-process
+ * mutexes a thread owns are listed per thread; when the thread ends, a
+ * thread-specific-data destructor abandons them.
+ *
+ * A wait that includes the system's descriptors (wait_fds) sleeps in
+ * poll() instead: its waiter carries the thread's wake descriptor (an
+ * eventfd made on the thread's first such wait and closed when the thread
+ * ends), which the waker writes to, and poll() watches it beside the
+ * descriptors.
  *
  * Named mutexes are system-wide: a process-shared, robust, recursive
  * pthread mutex in a shared-memory object named from the normalised name.
@@ -39,15 +49,20 @@
  * join and the exit test need no polling; any other thread of the process
  * is tested with tgkill(pid, tid, 0) and joined by polling that every ms.
  */
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <pthread.h>
 #include <signal.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -80,12 +95,28 @@ struct OwnerRec {
     Obj* head;
 };
 
+/* Waiter::state. Fired: an object was handed over and the waiter's blocks
+ * are off every queue; it is stored last, after everything the waiter
+ * reads on its way out. Poked: a named mutex was released in this process,
+ * try again. */
+constexpr vek_u32 kAsleep = 0;
+constexpr vek_u32 kFired = 1;
+constexpr vek_u32 kPoked = 2;
+
 struct Waiter {
-    pthread_cond_t cv;
+    std::atomic<vek_u32> state;  // the futex word
+    int wakeFd;                  // the thread's eventfd while in wait_fds, else -1
     vek_u32 tid;
     OwnerRec* owner;
-    vek_s32 fired;   // index of the object handed over, -1 while none
-    bool abandoned;  // that object was an abandoned mutex
+    vek_s32 fired;               // index of the object handed over, -1 while none
+    bool abandoned;              // that object was an abandoned mutex
+    vek_s32 n;                   // its objects and its blocks on their queues
+    Obj** objs;
+    WaitBlock* blocks;
+
+    Waiter(Obj** o, WaitBlock* b, int fd)
+        : state(kAsleep), wakeFd(fd), tid(al_thrd_id()), owner(nullptr), fired(-1), abandoned(false), n(0),
+          objs(o), blocks(b) {}
 };
 
 /* One mapping of a named mutex per process, shared by its handles. */
@@ -99,7 +130,7 @@ struct Mapping {
 
 struct Obj {
     vek_u32 tag;
-    vek_s32 refs;        // the handle plus every wait in progress
+    std::atomic<vek_s32> refs;  // the handle plus every wait in progress
     WaitBlock* head;     // waiters, oldest first
     WaitBlock* tail;
     bool manual;         // event
@@ -119,13 +150,84 @@ Mapping* g_maps;
 pthread_once_t g_once = PTHREAD_ONCE_INIT;
 pthread_condattr_t g_cvAttr;  // monotonic clock for every timed wait
 pthread_key_t g_ownKey;
+pthread_key_t g_wakeKey;      // the thread's wake eventfd + 1 (0: none yet)
 
 void abandon_owned(void* p);
+
+void close_wake_fd(void* p) {
+    close((int)(intptr_t)p - 1);
+}
 
 void init_once() {
     pthread_condattr_init(&g_cvAttr);
     pthread_condattr_setclock(&g_cvAttr, CLOCK_MONOTONIC);
     pthread_key_create(&g_ownKey, abandon_owned);
+    pthread_key_create(&g_wakeKey, close_wake_fd);
+}
+
+/* The calling thread's wake descriptor, made on first need; -1 (errno)
+ * when none can be made. */
+int wake_fd() {
+    if (void* p = pthread_getspecific(g_wakeKey)) {
+        return (int)(intptr_t)p - 1;
+    }
+    int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (fd >= 0 && pthread_setspecific(g_wakeKey, (void*)(intptr_t)(fd + 1)) != 0) {
+        close(fd);
+        errno = ENOMEM;
+        fd = -1;
+    }
+    return fd;
+}
+
+void futex_wake(std::atomic<vek_u32>* word) {
+    syscall(SYS_futex, (vek_u32*)word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+/* Sleeps while *word is still value, until woken or the absolute monotonic
+ * time at (null: no limit); returns early on any signal, so callers look
+ * again. */
+void futex_wait(std::atomic<vek_u32>* word, vek_u32 value, const struct timespec* at) {
+    syscall(SYS_futex, (vek_u32*)word, FUTEX_WAIT_BITSET_PRIVATE, value, at, nullptr, FUTEX_BITSET_MATCH_ANY);
+}
+
+/* Futex wake-ups gathered under g_lk and given once it is released: a
+ * woken thread that gets the processor at once then does not run into the
+ * lock its waker still holds. */
+struct Wakes {
+    std::atomic<vek_u32>* words[8];
+    int n = 0;
+};
+
+/* Under g_lk: sets a waiter's state and wakes it wherever it sleeps. A
+ * waiter in poll() is written to first: it cannot leave before g_lk is
+ * free, so its descriptor is still open. A waiter on its futex may leave
+ * as soon as it sees the state, so nothing of it is read afterwards; the
+ * wake-up of a word that has gone is harmless (every futex user looks
+ * again after waking). */
+void wake(Waiter* w, vek_u32 state, Wakes* wk) {
+    std::atomic<vek_u32>* word = &w->state;
+    if (w->wakeFd >= 0) {
+        uint64_t one = 1;
+        ssize_t r = write(w->wakeFd, &one, sizeof one);
+        (void)r;  // only an overflow of the count can fail: the fd is readable then
+        word->store(state, std::memory_order_release);
+    } else {
+        word->store(state, std::memory_order_release);
+        if (wk->n < (int)(sizeof wk->words / sizeof wk->words[0])) {
+            wk->words[wk->n++] = word;
+        } else {
+            futex_wake(word);
+        }
+    }
+}
+
+/* Releases g_lk, then wakes what was gathered under it. */
+void unlock_wake(Wakes& wk) {
+    pthread_mutex_unlock(&g_lk);
+    for (int i = 0; i < wk.n; i++) {
+        futex_wake(wk.words[i]);
+    }
 }
 
 void ensure_init() {
@@ -199,15 +301,23 @@ void drop_mutex(Obj* o) {
     o->ownPrev = o->ownNext = nullptr;
 }
 
+void unlink_block(Obj* o, WaitBlock* b);
+
+/* Under g_lk: takes all of a waiter's blocks off their queues. */
+void unlink_all(Waiter* w) {
+    for (vek_s32 i = 0; i < w->n; i++) {
+        unlink_block(w->objs[i], &w->blocks[i]);
+    }
+}
+
 /* Under g_lk: hands o to the waiters that can take it now. */
-void hand_over(Obj* o) {
-    for (WaitBlock* b = o->head; b; b = b->next) {
+void hand_over(Obj* o, Wakes* wk) {
+    WaitBlock* next;
+    for (WaitBlock* b = o->head; b; b = next) {
+        next = b->next;  // a fired waiter's blocks leave every queue, this one too
         Waiter* w = b->waiter;
-        if (w->fired >= 0) {
-            continue;
-        }
         if (o->tag == kTagNamed) {  // released here: let them try again
-            pthread_cond_signal(&w->cv);
+            wake(w, kPoked, wk);
             continue;
         }
         if (o->tag == kTagEvent) {
@@ -226,20 +336,22 @@ void hand_over(Obj* o) {
             o->abandoned = false;
         }
         w->fired = b->index;
-        pthread_cond_signal(&w->cv);
+        unlink_all(w);
+        wake(w, kFired, wk);
     }
 }
 
 /* A thread ends: the mutexes it still owns are abandoned. */
 void abandon_owned(void* p) {
     OwnerRec* r = (OwnerRec*)p;
+    Wakes wk;
     pthread_mutex_lock(&g_lk);
     while (Obj* o = r->head) {
         drop_mutex(o);
         o->abandoned = true;
-        hand_over(o);
+        hand_over(o, &wk);
     }
-    pthread_mutex_unlock(&g_lk);
+    unlock_wake(wk);
     al_free(r);
 }
 
@@ -307,9 +419,9 @@ void release_obj(Obj* o) {
 }
 
 Obj* new_obj(vek_u32 tag) {
-    Obj* o = (Obj*)vek_malloc__(sizeof(Obj));
+    void* mem = vek_malloc__(sizeof(Obj));
+    Obj* o = mem ? new (mem) Obj() : nullptr;
     if (o) {
-        std::memset(o, 0, sizeof *o);
         o->tag = tag;
         o->refs = 1;
     }
@@ -553,10 +665,11 @@ static vek_s32 event_change(vek_handle evt, bool signal) {
         return 0;
     }
     o->signalled = signal;
+    Wakes wk;
     if (signal) {
-        hand_over(o);
+        hand_over(o, &wk);
     }
-    pthread_mutex_unlock(&g_lk);
+    unlock_wake(wk);
     return 1;
 }
 
@@ -598,6 +711,7 @@ vek_handle mutex_create(const vek_wchar* name, vek_s32 initialOwner) {
 
 vek_s32 mutex_release(vek_handle mutex) {
     Obj* o = (Obj*)mutex;
+    Wakes wk;
     pthread_mutex_lock(&g_lk);
     int err = 0;
     if (!o || (o->tag != kTagMutex && o->tag != kTagNamed)) {
@@ -605,15 +719,15 @@ vek_s32 mutex_release(vek_handle mutex) {
     } else if (o->tag == kTagNamed) {
         err = pthread_mutex_unlock(o->map->mtx);
         if (!err) {
-            hand_over(o);
+            hand_over(o, &wk);
         }
     } else if (o->owner != al_thrd_id() || o->count == 0) {
         err = EPERM;
     } else if (--o->count == 0) {
         drop_mutex(o);
-        hand_over(o);
+        hand_over(o, &wk);
     }
-    pthread_mutex_unlock(&g_lk);
+    unlock_wake(wk);
     errno = err;
     return err == 0;
 }
@@ -664,11 +778,8 @@ vek_u32 wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32) {
         return fail(EINVAL);
     }
     Obj* objs[kMaxWait];
-    Waiter w;
-    w.tid = al_thrd_id();
-    w.owner = nullptr;
-    w.fired = -1;
-    w.abandoned = false;
+    WaitBlock blocks[kMaxWait];
+    Waiter w(objs, blocks, -1);
     bool named = false;
     pthread_mutex_lock(&g_lk);
     for (vek_s32 i = 0; i < n; i++) {
@@ -697,20 +808,19 @@ vek_u32 wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32) {
         return kWaitTimeout;
     }
 
-    WaitBlock blocks[kMaxWait];
+    w.n = n;
     for (vek_s32 i = 0; i < n; i++) {
         blocks[i].waiter = &w;
         blocks[i].index = i;
         objs[i]->refs++;
         link_block(objs[i], &blocks[i]);
     }
-    pthread_cond_init(&w.cv, &g_cvAttr);
     struct timespec deadline = add_ms(mono_now(), tmo > 0 ? tmo : 0);
     vek_s64 slice = 1;
     vek_u32 res = kWaitTimeout;
+    bool locked = true;
     for (;;) {
-        if (w.fired >= 0) {
-            res = (w.abandoned ? kWaitAbandoned0 : kWaitObject0) + (vek_u32)w.fired;
+        if (w.state.load(std::memory_order_relaxed) == kFired) {  // under g_lk: ordered by it
             break;
         }
         int r = 0;
@@ -720,43 +830,215 @@ vek_u32 wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32) {
         }
         if (r) {
             res = (r == 2 ? kWaitAbandoned0 : kWaitObject0) + (vek_u32)(i - 1);
+            unlink_all(&w);
             break;
         }
         struct timespec now = mono_now();
         if (tmo > 0 && !before(now, deadline)) {
+            unlink_all(&w);
             break;
         }
-        if (named) {
-            struct timespec wake = add_ms(now, slice);
+        struct timespec wake = deadline;
+        if (named) {  // a release in another process wakes nobody here: look again
+            wake = add_ms(now, slice);
             slice = slice < 16 ? slice * 2 : 16;
             if (tmo > 0 && before(deadline, wake)) {
                 wake = deadline;
             }
-            pthread_cond_timedwait(&w.cv, &g_lk, &wake);
-        } else if (tmo > 0) {
-            pthread_cond_timedwait(&w.cv, &g_lk, &deadline);
-        } else {
-            pthread_cond_wait(&w.cv, &g_lk);
         }
+        w.state.store(kAsleep, std::memory_order_relaxed);  // a poke is taken
+        pthread_mutex_unlock(&g_lk);
+        futex_wait(&w.state, kAsleep, named || tmo > 0 ? &wake : nullptr);
+        if (w.state.load(std::memory_order_acquire) == kFired) {
+            locked = false;  // its waker did the rest under g_lk
+            break;
+        }
+        pthread_mutex_lock(&g_lk);
     }
-    Obj* dead[kMaxWait];
-    vek_s32 nDead = 0;
+    if (locked) {
+        pthread_mutex_unlock(&g_lk);
+    }
+    if (w.fired >= 0) {
+        res = (w.abandoned ? kWaitAbandoned0 : kWaitObject0) + (vek_u32)w.fired;
+    }
     for (vek_s32 i = 0; i < n; i++) {
-        unlink_block(objs[i], &blocks[i]);
         if (--objs[i]->refs == 0) {  // closed while we waited
-            dead[nDead++] = objs[i];
+            release_obj(objs[i]);
         }
-    }
-    pthread_mutex_unlock(&g_lk);
-    pthread_cond_destroy(&w.cv);
-    for (vek_s32 i = 0; i < nDead; i++) {
-        release_obj(dead[i]);
     }
     return res;
 }
 
 vek_u32 msg_wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32 alertable) {
     return wait_any(hnds, n, tmo, alertable);
+}
+
+static_assert(sizeof(PollFd) == sizeof(struct pollfd) && offsetof(PollFd, events) == offsetof(struct pollfd, events) &&
+                  offsetof(PollFd, revents) == offsetof(struct pollfd, revents),
+              "PollFd is struct pollfd");
+
+} // namespace plat
+
+namespace {
+
+/* Under g_lk: an auto-reset signal taken by a wait that then reported its
+ * descriptors goes back to the event (and to whoever waits for it). */
+void give_back(Obj* o, Wakes* wk) {
+    if (o->tag == kTagEvent && !o->manual) {
+        o->signalled = true;
+        hand_over(o, wk);
+    }
+}
+
+/* The descriptors that poll() found ready among the first n. */
+vek_s32 count_ready(const struct pollfd* pfd, vek_s32 n) {
+    vek_s32 k = 0;
+    for (vek_s32 i = 0; i < n; i++) {
+        k += pfd[i].revents != 0;
+    }
+    return k;
+}
+
+/* Milliseconds from now to the deadline, rounded up so that poll() never
+ * wakes before it; 0 once it has passed. */
+int ms_until(const struct timespec& deadline) {
+    struct timespec now = mono_now();
+    if (!before(now, deadline)) {
+        return 0;
+    }
+    vek_s64 ns = (vek_s64)(deadline.tv_sec - now.tv_sec) * 1000000000LL + (deadline.tv_nsec - now.tv_nsec);
+    vek_s64 ms = (ns + 999999) / 1000000;
+    return ms > INT_MAX ? INT_MAX : (int)ms;
+}
+
+void drain(int fd) {
+    uint64_t n;
+    ssize_t r = read(fd, &n, sizeof n);
+    (void)r;  // EAGAIN: nothing to drain
+}
+
+} // namespace
+
+namespace plat {
+
+vek_u32 wait_fds(PollFd* fds, vek_s32 nfd, const vek_handle* hnds, vek_s32 nh, vek_s32 tmo, vek_s32* nReady) {
+    ensure_init();
+    *nReady = 0;
+    if (!fds || nfd < 1 || nfd > kMaxFds || nh < 0 || nh > 2 || (nh > 0 && !hnds)) {
+        return fail(EINVAL);
+    }
+    struct pollfd pfd[kMaxFds + 1];
+    std::memcpy(pfd, fds, sizeof(PollFd) * (size_t)nfd);
+    for (vek_s32 i = 0; i < nfd; i++) {
+        pfd[i].revents = 0;
+    }
+    Obj* objs[2];
+    WaitBlock blocks[2];
+    Waiter w(objs, blocks, -1);
+    Wakes wk;
+    pthread_mutex_lock(&g_lk);
+    for (vek_s32 i = 0; i < nh; i++) {
+        objs[i] = (Obj*)hnds[i];
+        if (!valid(objs[i]) || objs[i]->tag != kTagEvent || (i == 1 && objs[0] == objs[1])) {
+            for (vek_s32 k = 0; k < i; k++) {
+                objs[k]->refs--;  // the handle itself still holds one
+            }
+            pthread_mutex_unlock(&g_lk);
+            return fail(EINVAL);
+        }
+        objs[i]->refs++;
+    }
+    // An event signalled already: the descriptors may still come first.
+    vek_s32 pre = -1;
+    for (vek_s32 i = 0; i < nh && pre < 0; i++) {
+        pre = acquire_now(objs[i], &w) ? i : -1;
+    }
+    vek_u32 res = kWaitTimeout;
+    int err = 0;
+    bool locked = true;
+    if (pre >= 0 || tmo == 0) {
+        pthread_mutex_unlock(&g_lk);
+        int r = poll(pfd, (nfds_t)nfd, 0);
+        err = r < 0 ? errno : 0;
+        res = r > 0 ? kWaitObject0 + (vek_u32)nh : r < 0 ? kWaitFailed : pre >= 0 ? kWaitObject0 + (vek_u32)pre : kWaitTimeout;
+        pthread_mutex_lock(&g_lk);
+        if (r != 0 && pre >= 0) {
+            give_back(objs[pre], &wk);
+        }
+    } else if ((w.wakeFd = wake_fd()) < 0) {
+        err = errno;
+        res = kWaitFailed;
+    } else {
+        w.n = nh;
+        for (vek_s32 i = 0; i < nh; i++) {
+            blocks[i].waiter = &w;
+            blocks[i].index = i;
+            link_block(objs[i], &blocks[i]);
+        }
+        pthread_mutex_unlock(&g_lk);
+        locked = false;
+        pfd[nfd].fd = w.wakeFd;
+        pfd[nfd].events = POLLIN;
+        struct timespec deadline = add_ms(mono_now(), tmo > 0 ? tmo : 0);
+        for (;;) {
+            pfd[nfd].revents = 0;
+            int r = poll(pfd, (nfds_t)nfd + 1, tmo < 0 ? -1 : ms_until(deadline));
+            if (r < 0 && errno != EINTR) {
+                err = errno;
+                res = kWaitFailed;
+                break;
+            }
+            if (r > 0 && count_ready(pfd, nfd) > 0) {
+                res = kWaitObject0 + (vek_u32)nh;
+                break;
+            }
+            if (r > 0) {  // woken: a handle fired, or a count left from an earlier wait
+                drain(w.wakeFd);
+                // The waker writes first and marks the waiter fired after it,
+                // both under g_lk: under g_lk the mark is there if the write
+                // was this wait's.
+                pthread_mutex_lock(&g_lk);
+                bool fired = w.state.load(std::memory_order_relaxed) == kFired;
+                pthread_mutex_unlock(&g_lk);
+                if (fired) {
+                    break;
+                }
+            }
+            if (r == 0 && tmo > 0 && ms_until(deadline) == 0) {
+                break;
+            }
+        }
+        pthread_mutex_lock(&g_lk);
+        locked = true;
+        if (w.state.load(std::memory_order_relaxed) != kFired) {
+            unlink_all(&w);
+        } else if (res == kWaitTimeout) {
+            res = kWaitObject0 + (vek_u32)w.fired;
+        } else {
+            give_back(objs[w.fired], &wk);  // handed over too late: the descriptors won (or poll failed)
+        }
+        if (w.fired >= 0) {
+            drain(w.wakeFd);  // written before it fired: the next wait starts clean
+        }
+    }
+    if (locked) {
+        unlock_wake(wk);
+    }
+    for (vek_s32 i = 0; i < nh; i++) {
+        if (--objs[i]->refs == 0) {  // closed while we waited
+            release_obj(objs[i]);
+        }
+    }
+    if (res == kWaitObject0 + (vek_u32)nh) {
+        for (vek_s32 i = 0; i < nfd; i++) {
+            fds[i].revents = pfd[i].revents;
+        }
+        *nReady = count_ready(pfd, nfd);
+    }
+    if (res == kWaitFailed) {
+        errno = err;
+    }
+    return res;
 }
 
 void disp_msg(void) {

@@ -36,9 +36,34 @@ ROWS = [
     ("a disabled trace call", "BM_vek_trace_off", "BM_spdlog_debug_off", "spdlog SPDLOG_DEBUG, level off", 1.0),
     ("an enabled record to a file, synchronously", "BM_vek_trace_file", "BM_spdlog_file",
      "spdlog basic file sink", 1.2),
+    ("erp post from another thread -> handler runs, round trip", "BM_erp_roundtrip_vek/real_time",
+     "BM_erp_roundtrip_eventfd/real_time", "eventfd + mutex queue", 1.5),
+]
+
+# Figures with a goal of their own and no peer: (what, benchmark, counter,
+# goal, unit); the medians of the repetitions, as above.
+ABS_ROWS = [
+    ("cancel -> blocked descriptor read returns -5, median", "BM_cancel_read_vek/iterations:1/real_time",
+     "median_us", 50.0, "µs"),
+    ("cancel -> blocked descriptor read returns -5, p99", "BM_cancel_read_vek/iterations:1/real_time",
+     "p99_us", 1000.0, "µs"),
 ]
 
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+
+def load_counters(json_dir):
+    """Counters of every benchmark found (the median's when repeated), by its name."""
+    out = {}
+    for path in sorted(glob.glob(os.path.join(json_dir, "*.json"))):
+        with open(path) as f:
+            data = json.load(f)
+        for b in data.get("benchmarks", []):
+            name = b.get("run_name", b["name"])
+            if b.get("aggregate_name") not in (None, "median") or (b.get("aggregate_name") is None and name in out):
+                continue
+            out[name] = b
+    return out
 
 
 def load_medians(json_dir):
@@ -124,6 +149,13 @@ def main():
             "%.2f×" % ratio if ratio is not None else "–", goal,
             "–" if ratio is None else ("yes" if ratio <= goal else "no")))
         chart.append(("%s vs %s" % (what, peer_name), ratio, goal))
+    counters = load_counters(json_dir)
+    lines += ["", "| figure | value | goal | met |", "|---|---|---|---|"]
+    for what, bench, counter, goal, unit in ABS_ROWS:
+        v = counters.get(bench, {}).get(counter)
+        lines.append("| %s | %s | ≤ %g %s | %s |" % (
+            what, "%.3g %s" % (v, unit) if v is not None else "–", goal, unit,
+            "–" if v is None else ("yes" if v <= goal else "no")))
     lines += ["", "![ratios](%s)" % os.path.basename(out_svg), ""]
     with open(out_md, "w") as f:
         f.write("\n".join(lines))

@@ -67,6 +67,10 @@ int main(void) {
     if (b64_enc_buf_from_buf(b64, sizeof b64, (const vek_u8*)"foo", 3) != 4 || strcmp(b64, "Zm9v") != 0) {
         return 1;
     }
+    /* Before BaseLib_init no thread has an event-receive queue. */
+    if (vek_erp_disp() != 0) {
+        return 1;
+    }
     /* trace call sites and the library manager from C */
     {
         CmLib* lib = NULL;

@@ -417,6 +417,54 @@ TEST_F(Faults, TimeCodecsAndEvents) {
     });
 }
 
+// Event-receive processors: whichever allocation fails, every event and
+// callback accepted is run or dropped exactly once (held by a pause and
+// then deleted, or left queued when the thread ends), and the thread's
+// queue goes with the thread.
+TEST_F(Faults, EventReceiveProcessors) {
+    sweep("event-receive processors", [] {
+        struct Tally {
+            int accepted = 0, ran = 0, dropped = 0;
+        } t;
+        vek_u32 tid = vek_thrd_create__([](void* p) -> vek_u32 {
+            Tally* t = (Tally*)p;
+            vek_erp_fn run = [](void* q) { ((Tally*)q)->ran++; };
+            vek_erp_fn drop = [](void* q) { ((Tally*)q)->dropped++; };
+            vek_s32 id = vek_erp_create([](void* q, void*) -> vek_s32 {
+                ((Tally*)q)->ran++;
+                return 0;
+            }, t);
+            vek_s32 self = vek_erp_self();
+            if (id > 0) {
+                GenEvt* e = GenEvt_new(1);
+                if (e && vek_erp_post(id, e) == 0) {
+                    t->accepted++;
+                } else if (e) {
+                    Evt_delete(e);
+                }
+                vek_erp_disp();
+                vek_erp_pause(id);
+                t->accepted += vek_erp_postf(id, run, t, drop) == 0;
+                vek_erp_disp();  // held
+                EXPECT_EQ(0, vek_erp_delete(id));
+            }
+            t->accepted += vek_thrd_acall__(al_thrd_id(), [](void* q) -> vek_s32 {
+                ((Tally*)q)->ran++;
+                return 0;
+            }, t, drop) > 0;
+            vek_erp_disp();
+            if (self > 0) {
+                t->accepted += vek_erp_postf(self, run, t, drop) == 0;  // left for the thread's end
+            }
+            return 0;
+        }, &t, 0);
+        if (tid) {
+            vek_thrd_join(tid);
+            EXPECT_EQ(t.accepted, t.ran + t.dropped);
+        }
+    }, {"ret", "evt", "thrdHnd"});
+}
+
 // Disc full and failing reads: every byte offset of a write or read fails
 // once. A writer must keep the previous file and say so; a reader must
 // report the failure rather than hand back part of the file as the whole.

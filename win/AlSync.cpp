@@ -86,6 +86,11 @@ vek_u32 msg_wait_any(const vek_handle* hnds, vek_s32 n, vek_s32 tmo, vek_s32 ale
                                        alertable ? MWMO_ALERTABLE : 0);
 }
 
+vek_u32 wait_fds(PollFd*, vek_s32, const vek_handle*, vek_s32, vek_s32, vek_s32* nReady) {
+    *nReady = 0;
+    return kWaitUnsupported;  // Windows waits on handles and overlapped I/O
+}
+
 void disp_msg(void) {
     MSG msg;
     while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
