@@ -39,5 +39,6 @@
 /* trace, monitors, loadable libraries, downloads */
 #include "VekCm.h"
 #include "VekHttp.h"
+#include "VekMon.h"
 
 #endif /* VEK_BASELIB_H */
