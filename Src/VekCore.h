@@ -115,8 +115,16 @@ void trc_fault_flush(void);
  * manager lets (module, field, level) through. */
 void trc_record(const char* path, vek_s32 line, vek_s32 module, vek_s32 field, vek_s32 level,
                 const char* text, vek_s32 len);
-/* The file DbgMng_cfgByFile read last (null before), for its watcher. */
-const char* dbg_cfg_path(void);
+/* The file DbgMng_cfgByFile read last into buf; its length, 0 before. */
+vek_s32 dbg_cfg_path(char* buf, vek_s32 cap);
+/* DbgMng_cfgByFile; remember false leaves the watched file as it is (the
+ * watcher loading it again). */
+vek_s32 dbg_cfg_load(const char* path, bool remember);
+/* The watcher of that file (DbgWatch.cpp): started by BaseLib_init,
+ * stopped by BaseLib_exit, moved to the new file by DbgMng_cfgByFile. */
+void dbg_watch_start(void);
+void dbg_watch_stop(void);
+void dbg_watch_restart(void);
 /* Lifecycle record: module 10, field 1, level 1. */
 #define VEK_LIFE_TRACE(...) VEK_TRACE(::vek::kModBase, ::vek::kFldLife, 1, __VA_ARGS__)
 

@@ -804,6 +804,7 @@ vek_s32 table_limit(vek_s32 module, vek_s32 field) {
 
 /* The file the limits came from (al_malloc), watched while the library
  * runs. */
+std::mutex g_cfgLock;
 char* g_cfgPath;
 
 } // namespace
@@ -871,6 +872,7 @@ void trc_stop(void) {
     __atomic_store_n(&g_trc.type, (vek_s32)kTrcNone, __ATOMIC_RELEASE);
     g_trc.lock.unlock();
     gen_bump();
+    std::lock_guard<std::mutex> lk(g_cfgLock);
     al_free(g_cfgPath);
     g_cfgPath = nullptr;
 }
@@ -942,9 +944,93 @@ void trc_record(const char*, vek_s32, vek_s32 module, vek_s32 field, vek_s32 lev
     }
 }
 
-const char* dbg_cfg_path(void) {
-    return g_cfgPath;
+vek_s32 dbg_cfg_path(char* buf, vek_s32 cap) {
+    std::lock_guard<std::mutex> lk(g_cfgLock);
+    return g_cfgPath ? vek_snprintf(buf, cap, "%s", g_cfgPath) : 0;
 }
+
+vek_s32 dbg_cfg_load(const char* path, bool remember) {
+    if (!path || !*path) {
+        return VEK_ERR_FILE_OPEN;
+    }
+    IniFile doc;
+    IniFile_new(&doc);
+    vek_s32 r = IniFile_loadFile(&doc, path);
+    if (r != 0) {
+        IniFile_delete(&doc);
+        return r;
+    }
+    // Read the whole file first, then replace the table in one step.
+    LimitSet* sets = (LimitSet*)al_malloc(sizeof(LimitSet) * kMaxLimits);
+    vek_s32 n = 0;
+    vek_s32 def = kDefaultLimit;
+    for (VekListNode* node = doc.sects.hdr; node && sets; node = node->next) {
+        IniSect* s = (IniSect*)node;
+        const char* name = VekStr_buf(&s->name);
+        if (!vek_stricmp(name, "DbgMng")) {
+            if (IniFile_findField(&doc, name, "Level")) {
+                def = IniFile_getInt(&doc, name, "Level", 0);
+            }
+            continue;
+        }
+        if (vek_strincmp(name, "Mod", 3) != 0 || !name[3] || !vek_isdigits(name + 3)) {
+            continue;
+        }
+        vek_s32 module = std::atoi(name + 3);
+        for (VekListNode* m = s->fields.hdr; m; m = m->next) {
+            IniField* f = (IniField*)m;
+            if (!IniField_valid(f)) {
+                continue;
+            }
+            const char* key = VekStr_buf(&f->name);
+            vek_s32 level = std::atoi(VekStr_buf(&f->value));
+            vek_s32 field = -2;
+            if (!vek_stricmp(key, "Level")) {
+                field = -1;
+            } else if (!vek_strincmp(key, "Fld", 3) && key[3] && vek_isdigits(key + 3)) {
+                field = std::atoi(key + 3);
+            }
+            if (field >= -1 && n < kMaxLimits) {
+                sets[n++] = LimitSet{module, field, level};
+            }
+        }
+    }
+    IniFile_delete(&doc);
+    if (!sets) {
+        return VEK_ERR_FULL;
+    }
+    {
+        std::lock_guard<std::mutex> lk(g_limitLock);
+        table_begin();
+        g_limits.count.store(0, std::memory_order_relaxed);
+        for (vek_s32 i = 0; i < n; i++) {
+            table_set(sets[i].module, sets[i].field, sets[i].level);
+        }
+        g_limits.def.store(def, std::memory_order_relaxed);
+        table_end();
+    }
+    al_free(sets);
+    if (remember) {
+        bool changed = false;
+        {
+            std::lock_guard<std::mutex> lk(g_cfgLock);
+            if (!g_cfgPath || std::strcmp(g_cfgPath, path) != 0) {
+                size_t l = std::strlen(path);
+                if (char* p = (char*)al_malloc(l + 1)) {
+                    std::memcpy(p, path, l + 1);
+                    al_free(g_cfgPath);
+                    g_cfgPath = p;
+                    changed = true;
+                }
+            }
+        }
+        if (changed) {
+            dbg_watch_restart();
+        }
+    }
+    return 0;
+}
+
 
 } // namespace vek
 
@@ -1250,75 +1336,7 @@ VEK_API vek_s32 DbgMng_exit(void) {
 }
 
 VEK_API vek_s32 DbgMng_cfgByFile(const char* path) {
-    if (!path || !*path) {
-        return VEK_ERR_FILE_OPEN;
-    }
-    IniFile doc;
-    IniFile_new(&doc);
-    vek_s32 r = IniFile_loadFile(&doc, path);
-    if (r != 0) {
-        IniFile_delete(&doc);
-        return r;
-    }
-    // Read the whole file first, then replace the table in one step.
-    LimitSet* sets = (LimitSet*)al_malloc(sizeof(LimitSet) * kMaxLimits);
-    vek_s32 n = 0;
-    vek_s32 def = kDefaultLimit;
-    for (VekListNode* node = doc.sects.hdr; node && sets; node = node->next) {
-        IniSect* s = (IniSect*)node;
-        const char* name = VekStr_buf(&s->name);
-        if (!vek_stricmp(name, "DbgMng")) {
-            if (IniFile_findField(&doc, name, "Level")) {
-                def = IniFile_getInt(&doc, name, "Level", 0);
-            }
-            continue;
-        }
-        if (vek_strincmp(name, "Mod", 3) != 0 || !name[3] || !vek_isdigits(name + 3)) {
-            continue;
-        }
-        vek_s32 module = std::atoi(name + 3);
-        for (VekListNode* m = s->fields.hdr; m; m = m->next) {
-            IniField* f = (IniField*)m;
-            if (!IniField_valid(f)) {
-                continue;
-            }
-            const char* key = VekStr_buf(&f->name);
-            vek_s32 level = std::atoi(VekStr_buf(&f->value));
-            vek_s32 field = -2;
-            if (!vek_stricmp(key, "Level")) {
-                field = -1;
-            } else if (!vek_strincmp(key, "Fld", 3) && key[3] && vek_isdigits(key + 3)) {
-                field = std::atoi(key + 3);
-            }
-            if (field >= -1 && n < kMaxLimits) {
-                sets[n++] = LimitSet{module, field, level};
-            }
-        }
-    }
-    IniFile_delete(&doc);
-    if (!sets) {
-        return VEK_ERR_FULL;
-    }
-    {
-        std::lock_guard<std::mutex> lk(g_limitLock);
-        table_begin();
-        g_limits.count.store(0, std::memory_order_relaxed);
-        for (vek_s32 i = 0; i < n; i++) {
-            table_set(sets[i].module, sets[i].field, sets[i].level);
-        }
-        g_limits.def.store(def, std::memory_order_relaxed);
-        table_end();
-    }
-    al_free(sets);
-    if (!g_cfgPath || std::strcmp(g_cfgPath, path) != 0) {
-        size_t l = std::strlen(path);
-        if (char* p = (char*)al_malloc(l + 1)) {
-            std::memcpy(p, path, l + 1);
-            al_free(g_cfgPath);
-            g_cfgPath = p;
-        }
-    }
-    return 0;
+    return vek::dbg_cfg_load(path, true);
 }
 
 VEK_API void DbgMng_setLevel(vek_s32 module, vek_s32 field, vek_s32 level) {

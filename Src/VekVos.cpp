@@ -253,6 +253,7 @@ VEK_API vek_s32 BaseLib_init(void) {
     EvtMng_init();
     vek::erpmng_create();
     vek_thrd_beg();
+    vek::dbg_watch_start();
 
     if (g_core.trcEnabled) {
         if (vek::trc_hold_supported() && vek_dbg_rtc_bval("VekTrc", "HoldConn", 1)) {
@@ -275,6 +276,7 @@ VEK_API void BaseLib_exit(void) {
         vek_assert__("al_thrd_id() == vek_prim_thrd", __FILE__, __LINE__);
     }
     VEK_LIFE_TRACE("%s%s", "BaseLib_exit()", " beg");
+    vek::dbg_watch_stop();
     vek::trc_async_stop();
     g_core.trcHold = 0;
     vek::trc_hold_stop();  // also a file that tout_set_file holds

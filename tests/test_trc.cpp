@@ -25,15 +25,35 @@ vek_s32 site_call(int v) {
     return g_evaluated - before;
 }
 
+vek_s64 live_blocks() {
+    VekHeapStat st;
+    return vek_heap_stat(&st) == 0 ? st.liveBlocks : -1;
+}
+
 class Trace : public VekTest {
   protected:
     void TearDown() override {
         DbgMng_setLevel(-1, -1, 3);
         DbgMng_setLevel(700, -1, 3);
         DbgMng_setLevel(700, 1, 3);
+        // The watcher of a limit file whose folder a test removed ends on
+        // its own thread, a moment later.
+        for (int i = 0; i < 500 && live_blocks() != liveAtStart_; i++) {
+            vek_sleep(10);
+        }
         VekTest::TearDown();
     }
 };
+
+bool wait_for_limit(vek_s32 module, vek_s32 field, vek_s32 level, vek_s32 passes) {
+    for (int i = 0; i < 500; i++) {
+        if (DbgMng_enabled__(nullptr, module, field, level) == passes) {
+            return true;
+        }
+        vek_sleep(10);
+    }
+    return false;
+}
 
 } // namespace
 
@@ -101,6 +121,21 @@ TEST_F(Trace, FileLimitsReplaceTheEarlierOnes) {
     EXPECT_EQ(0, DbgMng_enabled__(nullptr, 999, 0, 4)) << "no [DbgMng] Level: the default is 3";
     EXPECT_EQ(VEK_ERR_FILE_OPEN, DbgMng_cfgByFile((dir + "/none.ini").c_str()));
     EXPECT_EQ(0, DbgMng_enabled__(nullptr, 700, 2, 3)) << "a missing file changes nothing";
+    vektest::remove_tree(dir);
+}
+
+TEST_F(Trace, ALimitFileIsReadAgainWhenItChanges) {
+    std::string dir = vektest::temp_dir("trcreload");
+    std::string path = dir + "/VekTrc.ini";
+    vektest::write_file(path, "[Mod703]\r\nFld1=1\r\n");
+    ASSERT_EQ(0, DbgMng_cfgByFile(path.c_str()));
+    EXPECT_EQ(0, DbgMng_enabled__(nullptr, 703, 1, 2));
+    // Saved the way editors save: a new file renamed over the old one.
+    vektest::write_file(path + ".new", "[Mod703]\r\nFld1=3\r\n");
+    std::rename((path + ".new").c_str(), path.c_str());
+    EXPECT_TRUE(wait_for_limit(703, 1, 2, 1));
+    vektest::write_file(path, "[Mod703]\r\nFld1=1\r\n");  // written in place
+    EXPECT_TRUE(wait_for_limit(703, 1, 2, 0));
     vektest::remove_tree(dir);
 }
 
