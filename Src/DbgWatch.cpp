@@ -23,9 +23,9 @@ bool g_on;         // between BaseLib_init and BaseLib_exit
 vek_u32 g_tid;     // the watching thread, 0 when none
 
 struct WatchArg {
-    char* path;  // the file (al_malloc)
-    char* dir;   // its folder (al_malloc)
-    char* name;  // its name, in path
+    FileMon* mon; // of the folder, made before DbgMng_cfgByFile returned
+    char* path;   // the file (al_malloc)
+    char* name;   // its name, in path
 };
 
 bool concerns(const VekMonEvt& e, const char* name) {
@@ -35,10 +35,13 @@ bool concerns(const VekMonEvt& e, const char* name) {
 
 vek_u32 watch_main(void* p) {
     WatchArg* a = (WatchArg*)p;
-    FileMon* m = nullptr;
-    vek_s32 r = FileMon_new(a->dir, 0, nullptr, nullptr, &m);
+    FileMon* m = a->mon;
+    // A change between the load and the watch would be lost: load once
+    // more now that the watch is there.
+    vek::dbg_cfg_load(a->path, false);
     VekMonEvt e;
-    while (r == 0 && (r = FileMon_read(m, &e, -1, 0)) == 0) {
+    vek_s32 r;
+    while ((r = FileMon_read(m, &e, -1, 0)) == 0) {
         if (!concerns(e, a->name)) {
             continue;
         }
@@ -54,7 +57,6 @@ vek_u32 watch_main(void* p) {
     }
     FileMon_delete(m);
     al_free(a->path);
-    al_free(a->dir);
     al_free(a);
     return 0;
 }
@@ -103,11 +105,14 @@ void dbg_watch_restart(void) {
     std::memcpy(copy, path, len + 1);
     std::memcpy(dir, path, (size_t)dirLen);
     dir[dirLen] = 0;
-    *a = WatchArg{copy, dir, copy + cut + 1};
-    g_tid = vek_thrd_create__(watch_main, a, 0);
+    FileMon* mon = nullptr;
+    FileMon_new(dir, 0, nullptr, nullptr, &mon);
+    al_free(dir);
+    *a = WatchArg{mon, copy, copy + cut + 1};
+    g_tid = mon ? vek_thrd_create__(watch_main, a, 0) : 0;
     if (!g_tid) {
+        FileMon_delete(mon);
         al_free(copy);
-        al_free(dir);
         al_free(a);
     }
 }

@@ -25,22 +25,12 @@ vek_s32 site_call(int v) {
     return g_evaluated - before;
 }
 
-vek_s64 live_blocks() {
-    VekHeapStat st;
-    return vek_heap_stat(&st) == 0 ? st.liveBlocks : -1;
-}
-
 class Trace : public VekTest {
   protected:
     void TearDown() override {
         DbgMng_setLevel(-1, -1, 3);
         DbgMng_setLevel(700, -1, 3);
         DbgMng_setLevel(700, 1, 3);
-        // The watcher of a limit file whose folder a test removed ends on
-        // its own thread, a moment later.
-        for (int i = 0; i < 500 && live_blocks() != liveAtStart_; i++) {
-            vek_sleep(10);
-        }
         VekTest::TearDown();
     }
 };
