@@ -38,6 +38,8 @@ ROWS = [
     ("a disabled trace call", "BM_vek_trace_off", "BM_spdlog_debug_off", "spdlog SPDLOG_DEBUG, level off", 1.0),
     ("an enabled record to a file, synchronously", "BM_vek_trace_file", "BM_spdlog_file",
      "spdlog basic file sink", 1.2),
+    ("file created -> event delivered", "BM_filemon_created/real_time", "BM_inotify_created/real_time",
+     "inotify read directly", 1.5),
 ]
 
 # Figures with a goal of their own and no peer: (what, benchmark, counter,

@@ -21,6 +21,7 @@
 #include <vector>
 #ifdef _WIN32
 #include <winsock2.h>
+#include <ws2tcpip.h>
 using sock_t = SOCKET;
 #else
 #include <arpa/inet.h>
