@@ -147,14 +147,19 @@ TEST_F(Mon, RecursiveWatchesSeeDeepTreesMadeAtOnce) {
     fs::rename(at("a/b/c/d/e/deep.txt"), at("a/b/c/d/e/deeper.txt"));
     evs = collect(m);
     EXPECT_TRUE(has(evs, VEK_MON_RENAMED, "a/b/c/d/e/deeper.txt", "a/b/c/d/e/deep.txt")) << dump(evs);
-    // Removing the watched folder itself ends the monitor.
+    // Removing the watched folder itself ends the monitor (where the system
+    // does not say so, a waiting read notices within a second).
     vektest::remove_tree(dir_);
-    evs = collect(m);
-    ASSERT_FALSE(evs.empty());
-    EXPECT_EQ(VEK_MON_REMOVED, evs.back().type);
-    EXPECT_EQ("", evs.back().path);
-    VekMonEvt e;
-    EXPECT_EQ(VEK_ERR_EOF, FileMon_read(m, &e, 10, 0));
+    evs = collect(m, 2500);
+    if (fs::exists(dir_) && vektest::under_wine()) {
+        std::printf("[ skipped  ] wine keeps a watched folder: its removal is not tested\n");
+    } else {
+        ASSERT_FALSE(evs.empty());
+        EXPECT_EQ(VEK_MON_REMOVED, evs.back().type);
+        EXPECT_EQ("", evs.back().path);
+        VekMonEvt e;
+        EXPECT_EQ(VEK_ERR_EOF, FileMon_read(m, &e, 10, 0));
+    }
     FileMon_delete(m);
 }
 

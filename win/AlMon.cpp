@@ -11,6 +11,8 @@
  * without a window, so the disc watch looks at the drives twice a second.
  */
 #include <cstring>
+#include <string_view>
+#include <unordered_set>
 #include "MonPlat.h"
 #include "VekCore.h"
 #include "VekIoWait.h"
@@ -25,6 +27,9 @@ namespace {
 constexpr DWORD kNotify = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME | FILE_NOTIFY_CHANGE_ATTRIBUTES |
                           FILE_NOTIFY_CHANGE_SIZE | FILE_NOTIFY_CHANGE_LAST_WRITE | FILE_NOTIFY_CHANGE_CREATION;
 constexpr DWORD kBufSize = 64 * 1024;  // the most a watch of a network share takes
+/* How often a waiting read looks whether the watched folder still exists:
+ * not every system ends the watch of a folder that was removed. */
+constexpr vek_s32 kLookMs = 1000;
 
 VString utf8(const wchar_t* w, size_t n) {
     VString s;
@@ -64,6 +69,11 @@ void push(MonQue& q, vek_s32 type, vek_s32 flags, VString path, VString old = VS
 
 namespace plat {
 
+struct PathHash {
+    size_t operator()(const VString& s) const { return std::hash<std::string_view>()(std::string_view(s.data(), s.size())); }
+};
+using PathSet = std::unordered_set<VString, PathHash, std::equal_to<VString>, vek::HeapAllocator<VString>>;
+
 struct FileWatch {
     HANDLE dir = INVALID_HANDLE_VALUE;
     OVERLAPPED ov = {};
@@ -71,7 +81,47 @@ struct FileWatch {
     bool armed = false;
     bool gone = false;
     WString root;
+    // Paths the listing of new folders reported, in this read and the one
+    // before: an event for one of them is a duplicate.
+    PathSet listed, listedBefore;
     alignas(DWORD) char buf[kBufSize];
+
+    /* A folder that appears in a recursive watch may bring a tree with it
+     * (moved in whole): the system reports only the folder, so it is
+     * listed. */
+    void list_tree(const VString& rel, MonQue& q) {
+        WString pattern = root + L"\\" + wide(rel.c_str()) + L"\\*";
+        WIN32_FIND_DATAW fd;
+        HANDLE h = FindFirstFileW(pattern.c_str(), &fd);
+        if (h == INVALID_HANDLE_VALUE) {
+            return;
+        }
+        do {
+            if (!wcscmp(fd.cFileName, L".") || !wcscmp(fd.cFileName, L"..")) {
+                continue;
+            }
+            VString path = rel + "\\" + utf8(fd.cFileName, wcslen(fd.cFileName));
+            bool isDir = (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 &&
+                         !(fd.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
+            push(q, VEK_MON_ADDED, VEK_MON_SCANNED | (isDir ? VEK_MON_DIR : 0), path);
+            listed.insert(path);
+            if (isDir) {
+                list_tree(path, q);
+            }
+        } while (FindNextFileW(h, &fd));
+        FindClose(h);
+    }
+
+    void appeared(const VString& name, MonQue& q) {
+        if (listed.erase(name) || listedBefore.erase(name)) {
+            return;  // the listing of its folder reported it already
+        }
+        bool d = is_dir(name);
+        push(q, VEK_MON_ADDED, d ? VEK_MON_DIR : 0, name);
+        if (d && recursive) {
+            list_tree(name, q);
+        }
+    }
 
     bool arm() {
         ResetEvent(ov.hEvent);
@@ -92,7 +142,7 @@ struct FileWatch {
             auto* fi = (FILE_NOTIFY_INFORMATION*)(buf + off);
             VString name = utf8(fi->FileName, fi->FileNameLength / sizeof(WCHAR));
             switch (fi->Action) {
-            case FILE_ACTION_ADDED: push(q, VEK_MON_ADDED, is_dir(name) ? VEK_MON_DIR : 0, name); break;
+            case FILE_ACTION_ADDED: appeared(name, q); break;
             case FILE_ACTION_REMOVED: push(q, VEK_MON_REMOVED, 0, name); break;
             case FILE_ACTION_MODIFIED:
                 // A folder is "modified" whenever an entry in it changes:
@@ -113,7 +163,7 @@ struct FileWatch {
                     push(q, VEK_MON_RENAMED, is_dir(name) ? VEK_MON_DIR : 0, name, oldName);
                     haveOld = false;
                 } else {
-                    push(q, VEK_MON_ADDED, is_dir(name) ? VEK_MON_DIR : 0, name);
+                    appeared(name, q);
                 }
                 break;
             default: break;
@@ -164,7 +214,10 @@ vek_s32 filewatch_open(const char* dir, bool recursive, FileWatch** out) try {
 
 vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
     size_t before = q.size();
+    vek_u32 start = vek_msec();
     try {
+        w->listedBefore.swap(w->listed);
+        w->listed.clear();
         while (q.size() == before) {
             if (w->gone) {
                 return VEK_ERR_EOF;
@@ -174,11 +227,20 @@ vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
                 w->gone = true;
                 break;
             }
+            vek_s32 left = tmo < 0 ? kLookMs : tmo - (vek_s32)(vek_msec() - start);
             vek_u32 n = 0;
-            vek_s32 r = vek_ovl_swait(w->dir, &w->ov, &n, tmo, flags);
+            vek_s32 r = vek_ovl_swait(w->dir, &w->ov, &n, left < 0 ? 0 : (left < kLookMs ? left : kLookMs), flags);
             if (r == VEK_ERR_ABORTED || r == VEK_ERR_TIMEOUT) {
-                w->armed = false;  // cancelled: asked again at the next read
-                return r;
+                w->armed = false;  // cancelled: asked again, the system keeps what comes meanwhile
+                if (GetFileAttributesW(w->root.c_str()) == INVALID_FILE_ATTRIBUTES) {
+                    push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
+                    w->gone = true;
+                    break;
+                }
+                if (r == VEK_ERR_ABORTED || (tmo >= 0 && (vek_s32)(vek_msec() - start) >= tmo)) {
+                    return r;
+                }
+                continue;
             }
             w->armed = false;
             if (r == 0 && n > 0) {
