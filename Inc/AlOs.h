@@ -54,9 +54,25 @@ VEK_API vek_s32 AlFile_flush(AlFile* file);  /* 0 or a negative error */
  * reads (kind 1) fail once `bytes` more bytes have passed, as a full disc or
  * a failing device would: the call that crosses the point moves only the
  * bytes before it, that one and every later call of the kind return -28
- * (writes) or -5 (reads). A negative `bytes` disarms the kind. Returns 1
- * when the failure armed by the previous call of the kind has happened. */
+ * (writes) or -5 (reads). Kind 2 counts the syncs to the disk of a safe
+ * write (the new content, then its folder), `bytes` of them succeeding
+ * before every later one returns -5. A negative `bytes` disarms the kind.
+ * Returns 1 when the failure armed by the previous call of the kind has
+ * happened. */
 VEK_API vek_s32 vek_file_fail_at__(vek_s32 kind, vek_s64 bytes);
+/* Fault injection for tests: from now, the k-th next call (1 = the next)
+ * of the operating system for the service `call` fails once, as the system
+ * would report it; k < 1 disarms. Returns 1 when the failure armed by the
+ * previous call for that service has happened, else 0 (-81 for an unknown
+ * service). The services: */
+#define VEK_OS_THREAD    0  /* starting a thread */
+#define VEK_OS_SHM       1  /* each step of opening a named lock (POSIX: the
+                             * shared-memory object, its lock, size and map) */
+#define VEK_OS_CODESET   2  /* opening a conversion to or from the ANSI code page */
+#define VEK_OS_LOCALTIME 3  /* breaking a time down in the local zone */
+#define VEK_OS_OWNER     4  /* giving a replacement file the original's owner
+                             * and permissions */
+VEK_API vek_s32 vek_os_fail_at__(vek_s32 call, vek_s32 k);
 
 /* ---- memory, threads, clock ---- */
 VEK_API void* al_malloc(size_t size);  /* plain, untracked allocation */

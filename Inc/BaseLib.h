@@ -40,5 +40,10 @@
 #include "VekCm.h"
 #include "VekHttp.h"
 #include "VekMon.h"
+/* issue 29: configuration, XML, language resources, UTF-8 OS calls */
+#include "OsUtf8.h"
+#include "XmlDec.h"
+#include "CfgIni.h"
+#include "LangCat.h"
 
 #endif /* VEK_BASELIB_H */

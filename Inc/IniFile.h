@@ -25,6 +25,13 @@
  * Writing puts CR LF after every line: an unchanged document comes back
  * byte for byte but for its line ends.
  *
+ * Lookups in a document of 16 sections or more are answered from a section
+ * index kept beside it. Callers may still relink the lists and rename the
+ * records through the list and string calls: the lists and names the index
+ * was built from carry a watch mark (VEKLIST_WATCHED in the list's type,
+ * VEKSTR_WATCHED in the name's magic), and a call on one of them makes that
+ * document's index stale, and no other's, until it is rebuilt.
+ *
  * Errors: -25 not found, -64 the file cannot be opened, -251 a line is too
  * long. A wrong object tag ends the process (object check); null or empty
  * names where a name is required are assertions.

@@ -29,6 +29,10 @@ VEK_BEGIN_DECLS
 
 #define LIST_ONE_WAY 0
 #define LIST_TWO_WAY 1
+/* Bit of a list's type word set while an INI document's section index was
+ * built from the list (IniFile.h): the list's link changes are reported to
+ * that index alone, so lists without it pay nothing. The kind is type & 1. */
+#define VEKLIST_WATCHED 0x80000000u
 
 typedef struct VekList VekList;
 typedef struct VekListNode {
@@ -38,7 +42,7 @@ typedef struct VekListNode {
 } VekListNode;
 
 struct VekList {
-    vek_u32 type;        /* LIST_ONE_WAY or LIST_TWO_WAY */
+    vek_u32 type;        /* LIST_ONE_WAY or LIST_TWO_WAY, | VEKLIST_WATCHED */
     VekListNode* hdr;    /* first node or null */
     VekListNode* tail;   /* last node or null */
     vek_s32 len;         /* number of nodes */

@@ -10,6 +10,10 @@
  *
  *   VekStr:  data   -> StrData (never null while alive)
  *            magic  bits 0-23 VEKSTR_MARK, bits 24-27 reserve mode,
+ *                   bit 28 watched (VEKSTR_WATCHED): the string is a name
+ *                   an INI document's section index was built from, and
+ *                   every call on it tells that index (IniFile.h) that
+ *                   the name may have changed; never written to the wire,
  *                   bit 30 a fixed buffer lies directly behind the object
  *   StrData: flags  bit 30: a fixed caller buffer (never freed or shared)
  *            ref    sharers (>= 1) of a heap block; -1 for a fixed buffer
@@ -42,6 +46,7 @@
 VEK_BEGIN_DECLS
 
 #define VEKSTR_MARK    0xF6E4A9u     /* type mark of VekStr (bits 0-23) */
+#define VEKSTR_WATCHED 0x10000000u   /* magic: a name an index watches */
 #define VEKSTR_INLINE  0x40000000u   /* magic: fixed buffer behind the object */
 #define STRDATA_FIXED  0x40000000u   /* flags: a caller-supplied fixed buffer */
 #define STRDATA_HDR    16            /* bytes of the block header */

@@ -113,5 +113,32 @@ typedef void* vek_handle;
 #define VEK_ERR_WRITE           (-795) /* received data could not be stored (disc full, write error) */
 #define VEK_ERR_TLS             (-796) /* the secure connection failed (certificate, handshake) */
 #define VEK_ERR_WATCH_LIMIT     (-797) /* the system's limit of file watches is reached */
+/* XML decoder (XmlDec.h): -830..-843 */
+#define VEK_ERR_XML_SYNTAX      (-830) /* not well-formed: markup breaks the grammar */
+#define VEK_ERR_XML_CHAR        (-831) /* a character XML does not allow, or bytes not valid in the encoding */
+#define VEK_ERR_XML_TAG         (-832) /* an end tag that does not match the open element */
+#define VEK_ERR_XML_DUP_ATTR    (-833) /* an attribute given twice in one tag */
+#define VEK_ERR_XML_ENTITY      (-834) /* a reference to an entity other than the five predefined ones */
+#define VEK_ERR_XML_CHAR_REF    (-835) /* a character reference to a character XML does not allow */
+#define VEK_ERR_XML_ENCODING    (-836) /* an encoding not supported, or one the input contradicts */
+#define VEK_ERR_XML_DEPTH       (-837) /* elements nested deeper than the limit */
+#define VEK_ERR_XML_SIZE        (-838) /* the document, a token or the attributes beyond the limit */
+#define VEK_ERR_XML_UNCLOSED    (-839) /* the input ended inside a token or an element */
+#define VEK_ERR_XML_NO_ROOT     (-840) /* the input ended before the root element */
+#define VEK_ERR_XML_JUNK        (-841) /* text or markup after the root element */
+#define VEK_ERR_XML_DECL        (-842) /* a malformed or misplaced XML declaration */
+#define VEK_ERR_XML_DOCTYPE     (-843) /* a DOCTYPE refused, malformed or misplaced */
+
+VEK_BEGIN_DECLS
+
+/* A short English text for a result code, for a program's messages (for
+ * example "timed out" for -12): "success" for 0 and any positive count,
+ * "unknown error" for a code the library does not define. -51 has two
+ * meanings and its text names both by family (containers and waits). The
+ * text is static: never freed, valid for the life of the process; any
+ * thread may call this. */
+VEK_API const char* vek_err_text(vek_s32 code);
+
+VEK_END_DECLS
 
 #endif /* VEK_TYPE_H */

@@ -75,10 +75,10 @@ bool injected_failure() {
     return false;
 }
 
-// Bytes left before an injected file failure, per kind (0 writes, 1
-// reads); negative is disarmed.
-std::atomic<vek_s64> g_ioLeft[2] = {{-1}, {-1}};
-std::atomic<vek_s32> g_ioFired[2] = {{0}, {0}};
+// Bytes (syncs, for kind 2) left before an injected file failure, per
+// kind (0 writes, 1 reads, 2 syncs); negative is disarmed.
+std::atomic<vek_s64> g_ioLeft[3] = {{-1}, {-1}, {-1}};
+std::atomic<vek_s32> g_ioFired[3] = {{0}, {0}, {0}};
 
 // How many of len bytes the call may move; -1 when it fails outright.
 vek_s32 io_allowance(vek_s32 kind, vek_s32 len) {
@@ -108,11 +108,19 @@ VEK_API vek_s32 vek_heap_fail_at__(vek_s32 k) {
 }
 
 VEK_API vek_s32 vek_file_fail_at__(vek_s32 kind, vek_s64 bytes) {
-    if (kind < 0 || kind > 1) {
+    if (kind < 0 || kind > 2) {
         return VEK_ERR_BAD_ARG;
     }
     g_ioLeft[kind].store(bytes < 0 ? -1 : bytes, std::memory_order_relaxed);
     return g_ioFired[kind].exchange(0, std::memory_order_relaxed);
+}
+
+VEK_API vek_s32 vek_os_fail_at__(vek_s32 call, vek_s32 k) {
+    if (call < 0 || call >= plat::kOsServices) {
+        return VEK_ERR_BAD_ARG;
+    }
+    plat::g_osFailLeft[call].store(k > 0 ? k : 0, std::memory_order_relaxed);
+    return plat::g_osFailFired[call].exchange(0, std::memory_order_relaxed);
 }
 
 VEK_API void* al_malloc(size_t size) {
@@ -230,7 +238,17 @@ vek_s32 file_sync(AlFile* f) {
     if (std::fflush(f->fp) != 0) {
         return os_error();
     }
+    if (io_allowance(2, 1) < 1) {
+        return -5;  // EIO, as a failing disc reports it
+    }
     return plat::file_sync(f->fp);
+}
+
+vek_s32 folder_sync(const char* path) {
+    if (io_allowance(2, 1) < 1) {
+        return -5;
+    }
+    return plat::folder_sync(path);
 }
 
 } // namespace vek

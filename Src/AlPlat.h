@@ -4,14 +4,43 @@
  * win/ and posix/ implement every function declared here, file for file;
  * the portable layer (Src/) reaches the operating system only through these
  * functions and the public Al* layer. Nothing here is exported.
+ *
+ * The platform layer is the bottom of the library. It calls up into the
+ * portable layer only for what is listed below: the entry points it exists
+ * to call, and leaf services that never call back into the platform
+ * function calling them. The trace, the assertion facility, the formatter,
+ * strings and streams are not on the list: where the platform has a text
+ * to report it hands it to a sink its caller passes down (sym_init), and
+ * it formats with the C library. scripts/check-layers.sh holds the object
+ * files of posix/ and win/ to the list.
+ *
+ * Calls up:
+ *   vek::load_attach vek::load_detach  load and unload (BaseMain)
+ *   vek::thrd_start                    the body of every thread it starts
+ *   al_malloc al_free                  the plain allocation of its own records
+ *   vek_malloc__ vek_free__            the POSIX waitable objects, which stand
+ *                                      in for kernel handles: a handle never
+ *                                      closed shows in the leak report
+ *   utf8_buf_to_wcs_str wcs_buf_to_utf8_str  UTF-8 / UTF-16 of buffers
+ *   win_kobj_fmtw                      the normalised kernel-object name
+ *   plat::lang_name_by_id plat::lang_name_by_tag  this contract's portable
+ *                                      table (LangName.cpp)
+ *   VekStr_UserSize VekStr_UserMarshal VekStr_UserUnmarshal VekStr_UserFree
+ *   PIStrm_UserSize PIStrm_UserMarshal PIStrm_UserUnmarshal PIStrm_UserFree
+ *   MIDL_user_allocate MIDL_user_free  named in the generic event's type
+ *                                      description (win/RpcEvt), which the
+ *                                      RPC runtime calls
  */
 #ifndef VEK_ALPLAT_H
 #define VEK_ALPLAT_H
 
+#include <atomic>
 #include <cstdio>
 #include <ctime>
+#include "AlOs.h"
 #include "VekType.h"
 #include "VekVos.h"
+#include "OsUtf8.h"
 
 /* The separator the library puts between folder and file names. */
 #ifdef _WIN32
@@ -21,6 +50,41 @@
 #endif
 
 namespace plat {
+
+/* Failures of the operating system that a test injects (vek_os_fail_at__,
+ * AlOs.h): one countdown per service (VEK_OS_*), shared by both layers and
+ * armed from the portable one. Each implementation asks os_fails(service)
+ * right where it calls the system, and on true reports the failure as the
+ * system would have (errno / the last error set, the same result). */
+constexpr vek_s32 kOsServices = 5;
+inline std::atomic<vek_s32> g_osFailLeft[kOsServices];
+inline std::atomic<vek_s32> g_osFailFired[kOsServices];
+inline bool os_fails(vek_s32 service) {
+    std::atomic<vek_s32>& left = g_osFailLeft[service];
+    if (left.load(std::memory_order_relaxed) <= 0) {
+        return false;  // disarmed: one relaxed load
+    }
+    if (left.fetch_sub(1, std::memory_order_relaxed) != 1) {
+        return false;
+    }
+    g_osFailFired[service].store(1, std::memory_order_relaxed);
+    return true;
+}
+
+/* Copies the text s (null: empty) into buf of cap bytes, cut to fit and
+ * always terminated; returns the bytes copied. For both layers' answers. */
+inline vek_s32 copy_out(char* buf, vek_s32 cap, const char* s) {
+    if (!buf || cap < 1) {
+        return 0;
+    }
+    vek_s32 n = 0;
+    while (s && s[n] && n < cap - 1) {
+        buf[n] = s[n];
+        n++;
+    }
+    buf[n] = 0;
+    return n;
+}
 
 /* Files for AlFile: open with a UTF-8 path and a C mode text, 64-bit seek
  * and tell (0 / the position, or a negative error), the length. */
@@ -35,8 +99,14 @@ vek_s32 file_sync(std::FILE* f);
  * Returns the length written to out, 0 when it does not fit. */
 vek_s32 file_resolve(const char* path, char* out, vek_s32 cap);
 /* Replaces target by from in one step (the old target stays intact when
- * this fails); 0 or a negative error. */
+ * this fails); 0 or a negative error. Windows writes the move through to
+ * the disk. */
 vek_s32 file_replace(const char* from, const char* target);
+/* After a replacement: makes the entry of path in its folder durable, so
+ * that a power loss cannot undo the rename. POSIX syncs the folder (a file
+ * system that cannot sync a folder counts as done); Windows has nothing
+ * left to do after its written-through move. 0 or a negative error. */
+vek_s32 folder_sync(const char* path);
 /* Gives to the permissions and the owner of from, where the platform has
  * such; 0, or a negative error when either cannot be given (a file owned by
  * another user, which this process may not give away). */
@@ -78,8 +148,11 @@ void debug_break(void);
 /* Return addresses of the calling thread's stack, skip frames above the
  * caller left out; returns how many were stored. */
 vek_s32 call_stack(void** addrs, vek_s32 cap, vek_s32 skip);
-/* Symbol support, counted: 1 when symbols can be resolved. */
-vek_s32 sym_init(void);
+/* Symbol support, counted: 1 when symbols can be resolved. Windows loads
+ * the debug-help library from baseFolder first; the texts of that loading
+ * go to note, on the calling thread. */
+using SymNote = void (*)(const char* text);
+vek_s32 sym_init(const char* baseFolder, SymNote note);
 void sym_exit(void);
 /* Resolves one address: function name (empty when unknown), source file and
  * line (empty / 0 when unknown). Returns 1 when the function is known. */
@@ -114,11 +187,36 @@ vek_s32 is_ui_thread(void);
 vek_s32 dll_path(void* module, char* buf, vek_s32 cap);
 void* dll_load(const char* path);
 vek_s32 dll_unload(void* module);
-/* The address of an exported symbol of a loaded module, or null. */
-void* dll_sym(void* module, const char* name);
-/* The system's reason (UTF-8) for the calling thread's last failed
- * dll_load; its length. */
-vek_s32 dll_error(char* buf, vek_s32 cap);
+
+/* The UTF-8 forms of the system calls (OsUtf8.h; OsUtf8.cpp on each side):
+ * the results the header gives, the arguments already checked. */
+vek_s32 fs_stat(const char* path, VekStat* st);
+vek_s32 fs_rename(const char* from, const char* to);
+vek_s32 fs_remove(const char* path);
+vek_s32 fs_mkdir(const char* path);
+/* A folder listing: open (null with *err set), the next entry's name and
+ * kind (1, 0 at the end, or a negative error; the name lives in the
+ * listing until the next call), close. */
+struct DirList;
+DirList* dir_open(const char* path, vek_s32* err);
+vek_s32 dir_next(DirList* dir, const char** name, vek_s32* kind);
+void dir_close(DirList* dir);
+/* Loads a library (null with the system's reason in why); a symbol; the
+ * unload (0 or the system's error). */
+void* lib_load(const char* path, char* why, vek_s32 whySize);
+void* lib_sym(void* lib, const char* name);
+vek_s32 lib_unload(void* lib);
+/* A variable's value: its whole length with at most size - 1 bytes and a
+ * terminator in buf, or -25 when it is not set. */
+vek_s32 env_get(const char* name, char* buf, vek_s32 size);
+/* Sets (value non-null) or removes a variable; 0 or the system's error. */
+vek_s32 env_set(const char* name, const char* value);
+/* The user's languages for messages, most wanted first, as tags such as
+ * "pt_BR" separated by ":" (the form is normalised by the caller): POSIX
+ * from LANGUAGE, LC_ALL, LC_MESSAGES and LANG; Windows the user's
+ * preferred UI languages. Returns the length written to buf (terminated),
+ * 0 when nothing is known. */
+vek_s32 user_langs(char* buf, vek_s32 size);
 
 /* Display names of user languages (portable table, LangName.cpp): by
  * Windows language identifier or POSIX locale tag; null when unknown. */

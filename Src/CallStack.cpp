@@ -11,6 +11,16 @@ namespace {
 
 constexpr vek_s32 kDefaultMaxFrames = 128;
 
+// The platform's symbol support, with the library's folder searched first;
+// what the platform has to say on the way goes to the trace.
+void sym_note(const char* text) {
+    vek_printf("%s", text);
+}
+
+vek_s32 sym_open(void) {
+    return plat::sym_init(vek_base_fld(), sym_note);
+}
+
 struct Frame {
     char func[256];
     char file[512];
@@ -48,7 +58,7 @@ bool same_func(const char* func, const char* name) {
 namespace vek {
 
 vek_s32 sym_start(void) {
-    return plat::sym_init();
+    return sym_open();
 }
 
 void sym_stop(void) {
@@ -76,7 +86,7 @@ VEK_API vek_s32 vek_fmt_call_stack(TinyStr* out, void* const* addrs, vek_s32 n, 
         VEK_ASSERT(out && addrs);
         return 0;
     }
-    if (!plat::sym_init()) {
+    if (!sym_open()) {
         return 0;
     }
     vek_s32 written = 0;
@@ -95,7 +105,7 @@ __attribute__((noinline)) VEK_API vek_s32 vek_out_call_stack(TinyStr* out, void*
         VEK_ASSERT(out);
         return 0;
     }
-    if (!plat::sym_init()) {
+    if (!sym_open()) {
         return 0;
     }
     if (maxFrames < 1) {

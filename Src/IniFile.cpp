@@ -68,10 +68,18 @@ const char* cs(const VekStr* s) {
     return VekStr_buf(s);
 }
 
-// The length straight from the string's block: lookups compare it for
-// every section and line they pass.
+// The length and text straight from the string's block: lookups compare
+// them for every section and line they pass. The text is reached by its
+// byte offset from the block's start: the block holds size cells behind
+// its header, more than the array the header declares.
 vek_s32 slen(const VekStr* s) {
     return s->data->len;
+}
+char* text_of(StrData* d) {
+    return StrC::chars(d);
+}
+const char* text_of(const StrData* d) {
+    return StrC::chars(d);
 }
 
 bool is_valid(const IniField* f) {
@@ -88,9 +96,9 @@ void str_init(VekStr* s, void* buf, vek_s32 cells, const char* p, vek_s32 n) {
     StrC::init_ext(s, buf, cells, __LINE__);
     StrData* d = s->data;
     if (n < d->size) {
-        std::memcpy(d->buf, p, (size_t)n);
+        std::memcpy(text_of(d), p, (size_t)n);
         d->len = n;
-        d->buf[n] = 0;
+        text_of(d)[n] = 0;
     } else {
         VekStr_appdStrx(s, p, n);
     }
@@ -148,7 +156,7 @@ void sect_delete(IniSect* s) {
         field_delete((IniField*)n);
         n = next;
     }
-    VekList_init(&s->fields, s->fields.type);
+    VekList_init(&s->fields, vek::list_kind(&s->fields));
     StrC::destroy(StrC::check(&s->name, __LINE__));
     StrC::destroy(StrC::check(&s->header, __LINE__));
     s->tag = 0;
@@ -189,7 +197,7 @@ unsigned fold_upper(unsigned c) {
 // may hold a NUL byte (loaded from any text), so lengths are explicit.
 bool same_bytes(const char* a, vek_s32 aLen, const char* b, vek_s32 bLen);
 bool same_name(const VekStr* stored, const char* name, vek_s32 len) {
-    return same_bytes(stored->data->buf, slen(stored), name, len);
+    return same_bytes(text_of(stored->data), slen(stored), name, len);
 }
 
 // ---- the section index ----
@@ -199,14 +207,15 @@ bool same_name(const VekStr* stored, const char* name, vek_s32 len) {
 // room for them, so they live in a chain beside the documents, found by the
 // document's address and freed with the document. Callers may relink the
 // sections and lines and rename them, so the tables are trusted only while
-// the shape count reads what it read when they were built: any list change
-// moves it while an index exists, and so does any string call on a name the
-// tables were built from (those names carry the watched mark). A stale
-// index answers nothing; the scan does, and the index is rebuilt once two
-// lookups in a row find the count unchanged, so a document being changed
-// between lookups never pays for a rebuild per lookup. The field flags are
-// not watched: the document sets the bit only on lines it has just inserted
-// or found as fields already.
+// the index's own change count reads what it read when they were built.
+// The lists and names the tables were built from carry the watch mark and
+// are registered with the index (ShapeWatch.h): a link change of such a
+// list and any string call on such a name move this index's count and no
+// other's. A stale index answers nothing; the scan does, and the index is
+// rebuilt once two lookups in a row find the count unchanged, so a document
+// being changed between lookups never pays for a rebuild per lookup. The
+// field flags are not watched: the document sets the bit only on lines it
+// has just inserted or found as fields already.
 
 constexpr vek_s32 kIndexMin = 16;  // below this many sections the scan is as quick
 
@@ -227,10 +236,20 @@ struct FieldSlot {
     IniField* field;
 };
 
+// The addresses of the marked objects an index was built from: open
+// addressing, null a free slot; cleared at every rebuild, never shrunk.
+struct WatchSet {
+    const void** slots;
+    vek_u32 mask;  // slots - 1 (0 with no table)
+    vek_u32 used;
+};
+
 struct SectIndex {
     SectIndex* next;  // the chain
     const IniFile* doc;
-    vek_u32 builtAt;  // the shape count the slots reflect
+    vek_u32 changes;  // moved by every report on a registered object (atomic)
+    WatchSet watched;
+    vek_u32 builtAt;  // the change count the slots reflect
     vek_u32 staleAt;  // the count at the last lookup that found them stale
     bool built;
     bool seen;        // staleAt is set
@@ -243,7 +262,10 @@ struct SectIndex {
 };
 
 // Only the document's own calls reach its index, and a document is used by
-// one thread at a time, so the lock guards the chain alone, briefly.
+// one thread at a time, so the lock guards the chain and the watch sets
+// alone, briefly: a report on a marked object may come from any thread.
+// Nothing done under the lock calls a string or list function, whose watch
+// report would take the lock again.
 SectIndex* g_indexes = nullptr;
 bool g_indexLock = false;
 
@@ -279,9 +301,9 @@ SectIndex* index_of(const IniFile* file) {
     }
     SectIndex* ix = (SectIndex*)vek_malloc__(sizeof(SectIndex));
     if (ix) {
-        *ix = SectIndex{g_indexes, file, 0, 0, false, false, 0, nullptr, 0, 0, 0, nullptr};
+        *ix = SectIndex{g_indexes, file, 0, WatchSet{nullptr, 0, 0}, 0, 0, false, false, 0, nullptr, 0, 0, 0,
+                        nullptr};
         g_indexes = ix;
-        vek::shape_views_add(1);
     }
     return ix;
 }
@@ -305,9 +327,84 @@ void index_drop(const IniFile* file) {
         if (gone->fslots) {
             vek_free__(gone->fslots);
         }
+        if (gone->watched.slots) {
+            vek_free__(gone->watched.slots);
+        }
         vek_free__(gone);
-        vek::shape_views_add(-1);
     }
+}
+
+inline vek_u32 ptr_hash(const void* p) {
+    uintptr_t v = (uintptr_t)p;
+    return (vek_u32)((v >> 3) ^ (v >> 17)) * 0x9E3779B1u;
+}
+
+bool watch_has(const WatchSet& w, const void* obj) {
+    if (!w.slots) {
+        return false;
+    }
+    for (vek_u32 i = ptr_hash(obj) & w.mask;; i = (i + 1) & w.mask) {
+        if (w.slots[i] == obj) {
+            return true;
+        }
+        if (!w.slots[i]) {
+            return false;
+        }
+    }
+}
+
+void watch_put(WatchSet& w, const void* obj) {
+    for (vek_u32 i = ptr_hash(obj) & w.mask;; i = (i + 1) & w.mask) {
+        if (!w.slots[i]) {
+            w.slots[i] = obj;
+            w.used++;
+            return;
+        }
+        if (w.slots[i] == obj) {
+            return;
+        }
+    }
+}
+
+// Registers obj, the table kept at most half full (the caller holds the
+// lock); false without memory.
+bool watch_add(WatchSet& w, const void* obj) {
+    vek_u32 want = w.mask + 1 >= 64 ? w.mask + 1 : 64;
+    while (2 * (w.used + 1) > want) {
+        want <<= 1;
+    }
+    if (w.slots && want == w.mask + 1) {
+        watch_put(w, obj);
+        return true;
+    }
+    const void** fresh = (const void**)vek_malloc__(want * sizeof(void*));
+    if (!fresh) {
+        return false;
+    }
+    std::memset(fresh, 0, want * sizeof(void*));
+    WatchSet old = w;
+    w = WatchSet{fresh, want - 1, 0};
+    for (vek_u32 i = 0; old.slots && i <= old.mask; i++) {
+        if (old.slots[i]) {
+            watch_put(w, old.slots[i]);
+        }
+    }
+    if (old.slots) {
+        vek_free__(old.slots);
+    }
+    watch_put(w, obj);
+    return true;
+}
+
+void watch_clear(WatchSet& w) {
+    if (w.slots) {
+        std::memset(w.slots, 0, (w.mask + 1) * sizeof(void*));
+    }
+    w.used = 0;
+}
+
+vek_u32 changes_of(const SectIndex* ix) {
+    return __atomic_load_n(&ix->changes, __ATOMIC_ACQUIRE);
 }
 
 // Makes room for twice count entries (at least least slots, a power of
@@ -342,6 +439,12 @@ bool index_build(SectIndex* ix, IniFile* file, vek_u32 now) {
     if (!size_slots(ix->slots, ix->mask, 32, (vek_u32)file->sects.len)) {
         return ix->built = false;
     }
+    ChainLock lock;
+    watch_clear(ix->watched);
+    if (!watch_add(ix->watched, &file->sects)) {
+        return ix->built = false;
+    }
+    file->sects.type |= vek::kListWatched;
     std::memset(ix->slots, 0, (ix->mask + 1) * sizeof(SectSlot));
     vek_u32 used = 0;
     vek_u32 lines = 0;
@@ -352,16 +455,19 @@ bool index_build(SectIndex* ix, IniFile* file, vek_u32 now) {
             return ix->built = false;  // more nodes than the count says: leave it to the scan
         }
         lines += s->fields.len > 0 ? (vek_u32)s->fields.len : 0u;
-        vek_u32 h = name_hash(d->buf, d->len);
+        vek_u32 h = name_hash(text_of(d), d->len);
         for (vek_u32 i = h & ix->mask;; i = (i + 1) & ix->mask) {
             SectSlot& slot = ix->slots[i];
             if (!slot.sect) {
                 slot = SectSlot{h, 0, s};
                 break;
             }
-            if (slot.hash == h && same_name(&slot.sect->name, d->buf, d->len)) {
+            if (slot.hash == h && same_name(&slot.sect->name, text_of(d), d->len)) {
                 break;  // a later duplicate: the first one answers
             }
+        }
+        if (!watch_add(ix->watched, &s->name)) {
+            return ix->built = false;
         }
         s->name.magic |= vek::kStrWatched;
     }
@@ -389,14 +495,20 @@ vek_u32 field_hash(const IniSect* s, const char* name, vek_s32 len) {
 // false (the scan must answer) when the slots would pass half full, which
 // only a list longer than its count can make happen.
 bool index_load_fields(SectIndex* ix, SectSlot* ss) {
-    const IniSect* s = ss->sect;
+    IniSect* s = ss->sect;
+    ChainLock lock;
+    if (!watch_add(ix->watched, &s->fields)) {
+        ix->built = false;
+        return false;
+    }
+    s->fields.type |= vek::kListWatched;
     for (VekListNode* n = s->fields.hdr; n; n = n->next) {
         IniField* f = (IniField*)n;
         if (!is_valid(f)) {
             continue;
         }
         const StrData* d = f->name.data;
-        vek_u32 h = field_hash(s, d->buf, d->len);
+        vek_u32 h = field_hash(s, text_of(d), d->len);
         for (vek_u32 i = h & ix->fmask;; i = (i + 1) & ix->fmask) {
             FieldSlot& slot = ix->fslots[i];
             if (slot.gen != ix->gen) {
@@ -407,9 +519,13 @@ bool index_load_fields(SectIndex* ix, SectSlot* ss) {
                 slot = FieldSlot{h, ix->gen, s, f};
                 break;
             }
-            if (slot.sect == s && slot.hash == h && same_name(&slot.field->name, d->buf, d->len)) {
+            if (slot.sect == s && slot.hash == h && same_name(&slot.field->name, text_of(d), d->len)) {
                 break;  // a later duplicate
             }
+        }
+        if (!watch_add(ix->watched, &f->name)) {
+            ix->built = false;
+            return false;
         }
         f->name.magic |= vek::kStrWatched;
     }
@@ -426,7 +542,7 @@ bool index_find(IniFile* file, const char* name, vek_s32 len, SectIndex** ixOut,
         return false;
     }
     *ixOut = ix;
-    vek_u32 now = vek::shape_count();
+    vek_u32 now = changes_of(ix);
     if (!ix->built || ix->builtAt != now) {
         if (!ix->seen || ix->staleAt != now) {
             ix->seen = true;
@@ -481,7 +597,7 @@ IniSect* find_sect(IniFile* file, const char* name) {
 }
 
 IniSect* find_sect_as(IniFile* file, const VekStr* name) {
-    return find_sect_n(file, name->data->buf, slen(name));
+    return find_sect_n(file, text_of(name->data), slen(name));
 }
 
 IniField* find_field_n(IniSect* s, const char* name, vek_s32 len) {
@@ -499,7 +615,7 @@ IniField* find_field(IniSect* s, const char* name) {
 }
 
 IniField* find_field_as(IniSect* s, const VekStr* name) {
-    return find_field_n(s, name->data->buf, slen(name));
+    return find_field_n(s, text_of(name->data), slen(name));
 }
 
 IniField* lookup(IniFile* file, const char* sect, const char* field) {
@@ -1005,6 +1121,17 @@ vek_s32 ini_answer_strx(const char* value, vek_s32 len, const char* def, VekStr*
 
 vek_s32 ini_answer_int(const char* value, vek_s32 def) {
     return value ? (vek_s32)std::atoi(value) : def;
+}
+
+// A call on a marked list or name: every index that registered the object
+// (one, unless a section moved between indexed documents) is stale now.
+void watch_touched(const void* obj) {
+    ChainLock lock;
+    for (SectIndex* ix = g_indexes; ix; ix = ix->next) {
+        if (watch_has(ix->watched, obj)) {
+            __atomic_fetch_add(&ix->changes, 1u, __ATOMIC_ACQ_REL);
+        }
+    }
 }
 
 } // namespace vek

@@ -64,10 +64,14 @@ vek_s32 SafeFile::commit() {
     }
     if (r == 0) {
         r = plat::file_replace(temp_, target_);
+        if (r == 0) {
+            // The new content is in place; only its folder entry may still
+            // be lost to a power cut, and a caller must hear of that too.
+            temp_[0] = 0;
+            return folder_sync(target_);
+        }
     }
-    if (r != 0) {
-        plat::file_remove(temp_);
-    }
+    plat::file_remove(temp_);
     temp_[0] = 0;
     return r;
 }

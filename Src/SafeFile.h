@@ -4,7 +4,10 @@
  * Where it is safe and possible, the new content goes to a temporary file
  * in the target's folder; commit flushes it to the disk and only then puts
  * it in the original's place in one step, so a failure leaves the original
- * exactly as it was. That needs a regular file with a single name (another
+ * exactly as it was; then the folder itself is synced (POSIX; the move is
+ * written through on Windows), since a power loss could otherwise undo the
+ * rename. A failure of that last sync is reported although the new content
+ * is already in place. That needs a regular file with a single name (another
  * hard link would keep the old content), whose owner this process can keep,
  * in a folder that takes a temporary file. Anything else is written in
  * place, exactly as an open with mode "wb" would write it: a file with
@@ -38,7 +41,7 @@ class SafeFile {
     /* The file to write to (null before open). */
     AlFile* file() const { return file_; }
     /* Completes the write: 0, or the negative error (a replaced original
-     * is then untouched). */
+     * is then untouched, unless only the folder's sync failed). */
     vek_s32 commit();
     /* Gives up: a temporary file is closed and removed (a file written in
      * place keeps what was written, as it would with "wb"). */

@@ -147,7 +147,7 @@ struct StrCore {
             ObjUtil_crashExit(S::kSrc, line);
         }
         if (o->magic & kStrWatched) {
-            shape_changed();
+            watch_touched(o);
         }
         return const_cast<Obj*>(o);
     }

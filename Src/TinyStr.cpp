@@ -18,10 +18,11 @@ TinyData* const kEmptyBlk = const_cast<TinyData*>(&kEmpty);
 constexpr size_t kHdr = offsetof(TinyData, buf);
 
 // The characters of a block. The block holds size bytes past the header, more
-// than buf's declared eight, so positions are reached through a pointer, never
-// by indexing the array itself (which the bounds sanitizer rightly flags).
+// than buf's declared eight, so they are reached by their byte offset from the
+// block's start, never through the array itself (whose bounds the sanitizer
+// rightly holds it to).
 char* text(TinyData* d) {
-    return d->buf;
+    return (char*)d + kHdr;
 }
 
 // A wrong object goes through the low-level assertion and the caller then
@@ -47,7 +48,7 @@ bool move_to(TinyStr* ts, vek_s32 newSize) {
     TinyData* old = ts->data;
     blk->len = old->len;
     blk->size = newSize;
-    std::memcpy(blk->buf, old->buf, (size_t)old->len);
+    std::memcpy(text(blk), text(old), (size_t)old->len);
     text(blk)[old->len] = 0;
     if (old != kEmptyBlk) {
         al_free(old);
@@ -135,7 +136,7 @@ VEK_API void TinyStr_delete(TinyStr* ts) {
 VEK_API void TinyStr_clear(TinyStr* ts) {
     if (ts_ok(ts, __LINE__) && ts->data != kEmptyBlk) {
         ts->data->len = 0;
-        ts->data->buf[0] = 0;
+        text(ts->data)[0] = 0;
     }
 }
 
@@ -159,7 +160,7 @@ VEK_API vek_s32 TinyStr_len(const TinyStr* ts) {
 }
 
 VEK_API const char* TinyStr_buf(const TinyStr* ts) {
-    return ts_ok(ts, __LINE__) ? ts->data->buf : kEmpty.buf;
+    return ts_ok(ts, __LINE__) ? text(ts->data) : kEmpty.buf;
 }
 
 VEK_API void TinyStr_trunc(TinyStr* ts, vek_s32 len) {
@@ -199,7 +200,7 @@ VEK_API vek_s32 TinyStr_appdTstr(TinyStr* ts, const TinyStr* other) {
     if (!ts_ok(ts, __LINE__) || !ts_ok(other, __LINE__) || other->data->len == 0) {
         return 0;
     }
-    return append_bytes(ts, other->data->buf, other->data->len);
+    return append_bytes(ts, text(other->data), other->data->len);
 }
 
 VEK_API vek_s32 TinyStr_appdStr(TinyStr* ts, const char* s) {

@@ -36,7 +36,8 @@ bool bare_name(const char* n) {
 }
 
 /* Loads one candidate: from the library's own folder first when the name
- * is bare, then as given. On failure t_cmErr holds the system's reason. */
+ * is bare, then as given. On failure t_cmErr holds the system's reason for
+ * the name as given (the one the caller wrote). */
 void* load_one(const char* name, vek_s32 len) {
     char path[4096];
     if (len <= 0 || len >= 1024) {
@@ -48,15 +49,14 @@ void* load_one(const char* name, vek_s32 len) {
     given[len] = 0;
     if (bare_name(given) && *vek_base_fld()) {
         vek_snprintf(path, sizeof path, "%s%c%s", vek_base_fld(), VEK_PATH_SEP, given);
-        if (void* h = plat::dll_load(path)) {
+        if (void* h = plat::lib_load(path, nullptr, 0)) {
             return h;
         }
     }
-    if (void* h = plat::dll_load(given)) {
+    char why[400] = "";
+    if (void* h = plat::lib_load(given, why, sizeof why)) {
         return h;
     }
-    char why[400];
-    plat::dll_error(why, sizeof why);
     vek_snprintf(t_cmErr, sizeof t_cmErr, "%s: %s", given, why[0] ? why : "cannot be loaded");
     return nullptr;
 }
@@ -69,7 +69,7 @@ CmLib* adopt(void* hnd, const char* name, vek_s32 len) {
     for (CmLib* l = g_libs; l; l = l->next) {
         if (l->hnd == hnd) {
             l->refs++;
-            plat::dll_unload(hnd);  // the record holds the system's reference already
+            plat::lib_unload(hnd);  // the record holds the system's reference already
             return l;
         }
     }
@@ -78,7 +78,7 @@ CmLib* adopt(void* hnd, const char* name, vek_s32 len) {
     if (!l || !n) {
         al_free(l);
         al_free(n);
-        plat::dll_unload(hnd);
+        plat::lib_unload(hnd);
         set_error("out of memory", "");
         return nullptr;
     }
@@ -171,7 +171,7 @@ VEK_API void* cm_sym(CmLib* lib, const char* name) {
         VEK_ASSERT(lib && name);
         return nullptr;
     }
-    return plat::dll_sym(lib->hnd, name);
+    return plat::lib_sym(lib->hnd, name);
 }
 
 VEK_API vek_s32 cm_syms(CmLib* lib, const char* const* names, void** syms, vek_s32 count) {
@@ -180,7 +180,7 @@ VEK_API vek_s32 cm_syms(CmLib* lib, const char* const* names, void** syms, vek_s
         return VEK_ERR_BAD_ARG;
     }
     for (vek_s32 i = 0; i < count; i++) {
-        syms[i] = names[i] ? plat::dll_sym(lib->hnd, names[i]) : nullptr;
+        syms[i] = names[i] ? plat::lib_sym(lib->hnd, names[i]) : nullptr;
         if (!syms[i]) {
             vek_snprintf(t_cmErr, sizeof t_cmErr, "%s: no entry point %s", lib->name,
                          names[i] ? names[i] : "(null)");
@@ -228,7 +228,7 @@ VEK_API vek_s32 cm_unload(CmLib* lib) {
         if (vek::g_core.holdDynDll) {
             win_free_dll_dbg__(hnd, __FILE__, __LINE__);
         } else {
-            plat::dll_unload(hnd);
+            plat::lib_unload(hnd);
         }
         al_free(lib->name);
         al_free(lib);

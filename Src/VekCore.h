@@ -137,6 +137,9 @@ void* heap_realloc(void* block, size_t size);
 /* ---- files ---- */
 /* Flushes a file's buffers and its data to the disk; 0 or a negative error. */
 vek_s32 file_sync(AlFile* f);
+/* Makes the folder entry of path durable after a rename; 0 or a negative
+ * error. Both syncs count as the file layer's kind 2 of injected failures. */
+vek_s32 folder_sync(const char* path);
 
 /* ---- downloads (VekHttp.cpp) ----
  * BaseLib_exit's stop: unloads a libcurl no transfer uses any more. */

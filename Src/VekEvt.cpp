@@ -238,14 +238,16 @@ VekMes* mes_new(vek_u32 op) {
     return h;
 }
 
-// Called through EvtCleanFn's own type: a call through a cast function
-// pointer of another type is undefined, and clang's sanitizer stops on it.
-void gen_clean(void* evt) {
-    GenEvt_clean((GenEvt*)evt);
+// The generic event's clean function as the prefix stores it. A reader of
+// the prefix finds &GenEvt_clean itself there; Evt_delete recognises that
+// pointer and calls it through its own type, since a call through a
+// function pointer cast to another type is undefined.
+EvtCleanFn gen_clean_fn(void) {
+    return reinterpret_cast<EvtCleanFn>(&GenEvt_clean);
 }
 
 GenEvt* gen_alloc(void) {
-    GenEvt* evt = (GenEvt*)Evt_alloc(sizeof(GenEvt), gen_clean);
+    GenEvt* evt = (GenEvt*)Evt_alloc(sizeof(GenEvt), gen_clean_fn());
     if (evt) {
         GenEvt_init(evt);
     }
@@ -270,7 +272,9 @@ VEK_API void* Evt_alloc(vek_u32 size, EvtCleanFn cleanFn) {
 
 VEK_API void Evt_delete(void* evt) {
     EvtPrefix* pre = prefix_of(evt, __LINE__);
-    if (pre->clean) {
+    if (pre->clean == gen_clean_fn()) {
+        GenEvt_clean((GenEvt*)evt);
+    } else if (pre->clean) {
         pre->clean(evt);
     } else {
         EvtHdr_clean((EvtHdr*)evt);

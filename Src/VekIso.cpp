@@ -230,39 +230,44 @@ char* put_zone(char* p, vek_s32 zone, bool ext) {
     return put_u(p, mag % 60, 2);
 }
 
-// The fields of the encoder: date chain, then the time chain, each stopping
-// at its first missing mask bit.
+// The fields of the encoder, in order while their mask bits are set: the
+// date chain, then the time chain (the whole text when the year bit is
+// absent), each stopping at its first missing bit, so the zone is printed
+// only behind a set fraction bit (basic text skips a negative fraction's
+// digits but goes on to the zone).
 char* put_dt(char* p, const VekDt& f, vek_s32 mask, bool ext) {
-    bool dateDone = false;
     if (mask & VEK_ISO_YEAR) {
         p = put_u(p, (vek_u32)(f.year == VEK_DT_UNSET ? 0 : f.year), 4);
-        if (mask & VEK_ISO_MONTH) {
-            p = put_2(p, ext ? '-' : 0, f.month);
-            if (mask & VEK_ISO_DAY) {
-                p = put_2(p, ext ? '-' : 0, f.day);
-                dateDone = true;
-            }
+        if (!(mask & VEK_ISO_MONTH)) {
+            return p;
         }
+        p = put_2(p, ext ? '-' : 0, f.month);
+        if (!(mask & VEK_ISO_DAY)) {
+            return p;
+        }
+        p = put_2(p, ext ? '-' : 0, f.day);
     }
-    if (!(mask & VEK_ISO_HOUR) || f.hour == VEK_DT_UNSET || (!dateDone && (mask & VEK_ISO_YEAR))) {
+    if (!(mask & VEK_ISO_HOUR) || f.hour == VEK_DT_UNSET) {
         return p;
     }
     *p++ = 'T';
     p = put_u(p, (vek_u32)f.hour, 2);
-    if (mask & VEK_ISO_MINUTE) {
-        p = put_2(p, ext ? ':' : 0, f.minute);
-        if (mask & VEK_ISO_SECOND) {
-            p = put_2(p, ext ? ':' : 0, f.second);
-            if ((mask & VEK_ISO_FRAC) && (ext || f.millisecond >= 0)) {
-                *p++ = '.';
-                p = put_d(p, f.millisecond);
-            }
-        }
+    if (!(mask & VEK_ISO_MINUTE)) {
+        return p;
     }
-    if (mask & VEK_ISO_ZONE) {
-        p = put_zone(p, f.zone, ext);
+    p = put_2(p, ext ? ':' : 0, f.minute);
+    if (!(mask & VEK_ISO_SECOND)) {
+        return p;
     }
-    return p;
+    p = put_2(p, ext ? ':' : 0, f.second);
+    if (!(mask & VEK_ISO_FRAC)) {
+        return p;
+    }
+    if (ext || f.millisecond >= 0) {
+        *p++ = '.';
+        p = put_d(p, f.millisecond);
+    }
+    return (mask & VEK_ISO_ZONE) ? put_zone(p, f.zone, ext) : p;
 }
 
 vek_s32 enc_dt(VekStr* str, const VekDt& f, vek_s32 mask, vek_s32 extended) {
@@ -430,13 +435,20 @@ VEK_API void iso_dt_cvt(const VekDt* dt, VekDt* out, vek_s32 zone) {
 
 VEK_API vek_s32 iso_dur_decf(const char* text, vek_s32* years, vek_s32* months, vek_s32* weeks,
                              vek_s32* days, vek_s32* hours, vek_s32* minutes, vek_s32* seconds) {
-    if (!text || !upper_is(*text, 'P')) {
+    if (!text) {
+        return 0;
+    }
+    // Every unit the text lacks reads 0, as in the record form.
+    vek_s32* const outs[] = {years, months, weeks, days, nullptr, hours, minutes, seconds};
+    for (vek_s32* out : outs) {
+        put(out, 0);
+    }
+    if (!upper_is(*text, 'P')) {
         return 0;
     }
     // Each number is tried against the designators in their fixed order;
     // one that matches takes the number and the next number is read.
     static const char kDesig[] = "YMWDTHMS";
-    vek_s32* const outs[] = {years, months, weeks, days, nullptr, hours, minutes, seconds};
     const char* end;
     vek_u32 n = dur_number(text + 1, &end);
     for (int i = 0; i < 8; i++) {

@@ -12,19 +12,19 @@
 #include "VekList.h"
 #include "VekTrc.h"
 
-namespace vek {
-
-vek_u32 g_shapeCount = 0;
-vek_s32 g_shapeViews = 0;
-
-} // namespace vek
-
 namespace {
 
 const char kSrc[] = __FILE__;
 
 bool two_way(const VekList* _this) {
-    return _this->type == LIST_TWO_WAY;
+    return vek::list_kind(_this) == LIST_TWO_WAY;
+}
+
+// A link change of a list some view was built from is reported to it.
+inline void shape_changed(const VekList* _this) {
+    if (_this->type & vek::kListWatched) {
+        vek::watch_touched(_this);
+    }
 }
 
 // Checks the ends against each other and the count; true when empty.
@@ -51,7 +51,7 @@ VekListNode* list_prev(VekList* _this, VekListNode* node) {
 }
 
 void list_link_after(VekList* _this, VekListNode* node, VekListNode* prev) {
-    vek::list_shape_changed();
+    shape_changed(_this);
     node->next = prev->next;
     node->prev = two_way(_this) ? prev : nullptr;
     if (two_way(_this)) {
@@ -75,7 +75,7 @@ bool ref_in_list(VekList* _this, VekListNode* node, VekListNode* ref_node) {
 // Takes node (whose predecessor is prev, null at the front) out of the list
 // and resets its links.
 void list_unlink(VekList* _this, VekListNode* node, VekListNode* prev) {
-    vek::list_shape_changed();
+    shape_changed(_this);
     if (prev) {
         prev->next = node->next;
     } else {
@@ -217,7 +217,7 @@ VEK_API VekList* VekList_init(VekList* _this, vek_u32 type) {
         VEK_ASSERT(_this);
         return nullptr;
     }
-    vek::list_shape_changed();
+    shape_changed(_this);
     _this->hdr = _this->tail = nullptr;
     _this->len = 0;
     VEK_ASSERT(type == LIST_ONE_WAY || type == LIST_TWO_WAY);
@@ -231,7 +231,7 @@ VEK_API VekList* VekList_addHdr__(VekList* _this, void* node_) {
         VEK_ASSERT(_this && node);
         return _this;
     }
-    vek::list_shape_changed();
+    shape_changed(_this);
     if (list_empty(_this)) {
         _this->tail = node;
     } else if (two_way(_this)) {
@@ -251,7 +251,7 @@ VEK_API VekList* VekList_addTail__(VekList* _this, void* node_) {
         VEK_ASSERT(_this && node);
         return _this;
     }
-    vek::list_shape_changed();
+    shape_changed(_this);
     node->next = nullptr;
     node->prev = two_way(_this) ? _this->tail : nullptr;
     node->list = _this;

@@ -128,16 +128,17 @@ void BM_IniFile_load(benchmark::State& state) {
     state.SetBytesProcessed((int64_t)state.iterations() * (int64_t)t.size());
 }
 
-// The same lookups with a list change anywhere in the process before each
-// one: the document's index is never current, every lookup scans.
+// The same lookups with a call on one of the document's section names
+// before each one: the document's index is never current, every lookup
+// scans.
 void BM_IniFile_lookup10k_scan(benchmark::State& state) {
     vek_s32 err = 0;
     IniFile* d = IniFile_newBuf(text().data(), (vek_s32)text().size(), &err);
-    VekList other;
+    IniSect* first = (IniSect*)IniFile_sectList(d)->hdr;
     char buf[64];
     for (auto _ : state) {
         for (const Probe& p : probes()) {
-            VekList_init(&other, LIST_ONE_WAY);
+            benchmark::DoNotOptimize(VekStr_len(&first->name));
             IniFile_getStr(d, p.sect.c_str(), p.key.c_str(), "", buf, sizeof buf);
             benchmark::DoNotOptimize(buf);
         }

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -67,9 +68,25 @@ vek_s32 file_replace(const char* from, const char* target) {
     return std::rename(from, target) == 0 ? 0 : os_error();
 }
 
+vek_s32 folder_sync(const char* path) {
+    const char* slash = std::strrchr(path, '/');
+    std::string dir = !slash ? std::string(".") : slash == path ? std::string("/") : std::string(path, slash);
+    int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) {
+        return os_error();
+    }
+    vek_s32 r = fsync(fd) == 0 || errno == EINVAL ? 0 : os_error();
+    ::close(fd);
+    return r;
+}
+
 vek_s32 file_copy_mode(const char* from, const char* to) {
     struct stat st;
     struct stat now;
+    if (os_fails(VEK_OS_OWNER)) {
+        errno = EPERM;
+        return os_error();
+    }
     if (stat(from, &st) != 0 || stat(to, &now) != 0) {
         return os_error();
     }

@@ -26,7 +26,7 @@ pthread_mutex_t* pm(AlMutex* m) {
  * the bytes written to out. */
 size_t iconv_all(const char* to, const char* from, const char* in, size_t inLen, char* out,
                  size_t outCap, const char* question, size_t questionLen, size_t inUnit) {
-    iconv_t cd = iconv_open(to, from);
+    iconv_t cd = plat::os_fails(VEK_OS_CODESET) ? (errno = EINVAL, (iconv_t)-1) : iconv_open(to, from);
     if (cd == (iconv_t)-1) {
         return (size_t)-1;
     }

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
 #include <cxxabi.h>
 #include <dlfcn.h>
 #include <elf.h>
@@ -17,23 +18,8 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 #include "AlPlat.h"
-#include "StrUtil.h"
-#include "VekTrc.h"
 
 namespace {
-
-vek_s32 copy_out(char* buf, vek_s32 cap, const char* s) {
-    if (!buf || cap < 1) {
-        return 0;
-    }
-    vek_s32 n = 0;
-    while (s && s[n] && n < cap - 1) {
-        buf[n] = s[n];
-        n++;
-    }
-    buf[n] = 0;
-    return n;
-}
 
 bool env_on(const char* name) {
     const char* v = std::getenv(name);
@@ -147,7 +133,7 @@ __attribute__((noinline)) vek_s32 call_stack(void** addrs, vek_s32 cap, vek_s32 
     return k;
 }
 
-vek_s32 sym_init(void) {
+vek_s32 sym_init(const char*, SymNote) {
     __atomic_add_fetch(&g_symCnt, 1, __ATOMIC_SEQ_CST);
     return 1;  // dladdr needs no preparation
 }
@@ -202,8 +188,11 @@ void env_info(VekEnvInfo* info) {
             }
             std::fclose(f);
         }
-        vek_snprintf(info->osName, sizeof info->osName, "%s %s%s%s%s", u.sysname, u.release,
-                     pretty[0] ? " (" : "", pretty, pretty[0] ? ")" : "");
+        std::string name = std::string(u.sysname) + " " + u.release;
+        if (pretty[0]) {
+            name = name + " (" + pretty + ")";
+        }
+        copy_out(info->osName, sizeof info->osName, name.c_str());
         // Like IsWow64Process: a 32-bit process on a 64-bit kernel reports 64.
         info->wordBits = std::strstr(u.machine, "64") ? 64 : 32;
         unsigned maj = 0, min = 0, patch = 0;
@@ -232,7 +221,9 @@ void local_time(LocalTime* out) {
     struct timespec ts;
     clock_gettime(CLOCK_REALTIME, &ts);
     struct tm tm;
-    localtime_r(&ts.tv_sec, &tm);
+    if (!local_tm(ts.tv_sec, &tm)) {
+        gmtime_r(&ts.tv_sec, &tm);  // a time stamp in UTC beats none
+    }
     out->year = tm.tm_year + 1900;
     out->month = tm.tm_mon + 1;
     out->day = tm.tm_mday;
@@ -266,16 +257,6 @@ void* dll_load(const char* path) {
 
 vek_s32 dll_unload(void* module) {
     return module && dlclose(module) == 0 ? 1 : 0;
-}
-
-void* dll_sym(void* module, const char* name) {
-    return module && name ? dlsym(module, name) : nullptr;
-}
-
-// dlerror's text is the calling thread's own.
-vek_s32 dll_error(char* buf, vek_s32 cap) {
-    const char* e = dlerror();
-    return copy_out(buf, cap, e ? e : "");
 }
 
 } // namespace plat

@@ -68,6 +68,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 #include "AlOs.h"
+#include "AlPlat.h"
 #include "AlSync.h"
 #include "MemUtil.h"
 #include "VekUni.h"
@@ -119,14 +120,47 @@ struct Waiter {
           objs(o), blocks(b) {}
 };
 
-/* One mapping of a named mutex per process, shared by its handles. */
+/* One mapping of a named mutex per process, shared by its handles. The
+ * thread of this process that owns the mutex, and how often it entered,
+ * are the library's own record (the C library's mutex is opaque): written
+ * only by the owner while it holds the mutex, read atomically by whoever
+ * closes the last handle. */
 struct Mapping {
     Mapping* next;
     pthread_mutex_t* mtx;  // in the shared memory
     int fd;
     vek_s32 refs;
+    vek_u32 owner;         // owning thread of this process, 0 when none
+    vek_s32 depth;         // its recursion count
     char name[NAME_MAX];
 };
+
+/* The calling thread tid has just locked m's mutex; recovered: from an
+ * owner that died, whose entries do not count. */
+void named_taken(Mapping* m, vek_u32 tid, bool recovered) {
+    vek_u32 was = __atomic_load_n(&m->owner, __ATOMIC_RELAXED);
+    m->depth = !recovered && was == tid ? m->depth + 1 : 1;
+    __atomic_store_n(&m->owner, tid, __ATOMIC_RELEASE);
+}
+
+/* Unlocks m's mutex for the calling thread tid, the record first, while
+ * the mutex still keeps other threads out. */
+int named_unlock(Mapping* m, vek_u32 tid) {
+    if (__atomic_load_n(&m->owner, __ATOMIC_RELAXED) != tid) {
+        return EPERM;  // not held by this thread
+    }
+    vek_s32 depth = m->depth;
+    m->depth = depth - 1;
+    if (depth == 1) {
+        __atomic_store_n(&m->owner, 0u, __ATOMIC_RELEASE);
+    }
+    int e = pthread_mutex_unlock(m->mtx);
+    if (e != 0) {
+        m->depth = depth;
+        __atomic_store_n(&m->owner, tid, __ATOMIC_RELEASE);
+    }
+    return e;
+}
 
 struct Obj {
     vek_u32 tag;
@@ -383,9 +417,11 @@ int acquire_now(Obj* o, Waiter* w) {
         int e = pthread_mutex_trylock(o->map->mtx);
         if (e == EOWNERDEAD) {
             pthread_mutex_consistent(o->map->mtx);
-            return 2;
         }
-        return e == 0 ? 1 : 0;
+        if (e == 0 || e == EOWNERDEAD) {
+            named_taken(o->map, w->tid, e == EOWNERDEAD);
+        }
+        return e == EOWNERDEAD ? 2 : e == 0 ? 1 : 0;
     }
     default:
         return 0;
@@ -489,13 +525,15 @@ bool init_shared_mutex(pthread_mutex_t* m) {
  * process held it before. Under g_mapLk. */
 Mapping* map_named(const char* shmName, bool* fresh) {
     for (;;) {
-        int fd = shm_open(shmName, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+        int fd = plat::os_fails(VEK_OS_SHM) ? (errno = EMFILE, -1)
+                                            : shm_open(shmName, O_RDWR | O_CREAT | O_CLOEXEC, 0666);
         if (fd < 0) {
             return nullptr;
         }
         fchmod(fd, 0666);  // other users' processes may open it too
         struct stat st;
-        if (!ofd_lock(fd, F_WRLCK, kInitByte, true) || fstat(fd, &st) != 0) {
+        if (plat::os_fails(VEK_OS_SHM) ? (errno = ENOLCK, true)
+                                       : !ofd_lock(fd, F_WRLCK, kInitByte, true) || fstat(fd, &st) != 0) {
             int e = errno;
             close(fd);
             errno = e;
@@ -507,8 +545,10 @@ Mapping* map_named(const char* shmName, bool* fresh) {
         }
         *fresh = ofd_lock(fd, F_WRLCK, kRefByte, false);
         void* mem = MAP_FAILED;
-        if (*fresh ? ftruncate(fd, sizeof(pthread_mutex_t)) == 0
-                   : st.st_size >= (off_t)sizeof(pthread_mutex_t)) {
+        if (plat::os_fails(VEK_OS_SHM)) {
+            errno = ENOSPC;
+        } else if (*fresh ? ftruncate(fd, sizeof(pthread_mutex_t)) == 0
+                          : st.st_size >= (off_t)sizeof(pthread_mutex_t)) {
             mem = mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         }
         Mapping* m = mem != MAP_FAILED ? (Mapping*)al_malloc(sizeof(Mapping)) : nullptr;
@@ -526,6 +566,8 @@ Mapping* map_named(const char* shmName, bool* fresh) {
         m->mtx = (pthread_mutex_t*)mem;
         m->fd = fd;
         m->refs = 1;
+        m->owner = 0;
+        m->depth = 0;
         std::snprintf(m->name, sizeof m->name, "%s", shmName);
         return m;
     }
@@ -572,7 +614,7 @@ void unmap_named(Mapping* m) {
         }
     }
     close(m->fd);
-    vek_u32 owner = (vek_u32)m->mtx->__data.__owner;
+    vek_u32 owner = __atomic_load_n(&m->owner, __ATOMIC_ACQUIRE);
     if (owner == 0 || !thread_alive(owner)) {
         munmap(m->mtx, sizeof(pthread_mutex_t));
     }
@@ -703,8 +745,8 @@ vek_handle mutex_create(const vek_wchar* name, vek_s32 initialOwner) {
         errno = e;
         return nullptr;
     }
-    if (fresh && initialOwner) {
-        pthread_mutex_lock(o->map->mtx);
+    if (fresh && initialOwner && pthread_mutex_lock(o->map->mtx) == 0) {
+        named_taken(o->map, al_thrd_id(), false);
     }
     return o;
 }
@@ -717,7 +759,7 @@ vek_s32 mutex_release(vek_handle mutex) {
     if (!o || (o->tag != kTagMutex && o->tag != kTagNamed)) {
         err = EINVAL;
     } else if (o->tag == kTagNamed) {
-        err = pthread_mutex_unlock(o->map->mtx);
+        err = named_unlock(o->map, al_thrd_id());
         if (!err) {
             hand_over(o, &wk);
         }
@@ -1091,7 +1133,7 @@ void* thrd_create(void* startRec, vek_u32 stackSize, vek_u32* tid) {
     r->next = g_thrds;
     g_thrds = r;
     pthread_t t;
-    int e = pthread_create(&t, &a, posix_start, r);
+    int e = plat::os_fails(VEK_OS_THREAD) ? EAGAIN : pthread_create(&t, &a, posix_start, r);
     pthread_attr_destroy(&a);
     if (e != 0) {
         g_thrds = r->next;

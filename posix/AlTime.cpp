@@ -8,8 +8,21 @@
  * standard offset is the one of an instant with tm_isdst 0 within a year
  * around now, the daylight offset one with tm_isdst > 0.
  */
+#include <cerrno>
 #include <ctime>
 #include "AlPlat.h"
+
+namespace {
+
+bool local_r(time_t t, struct tm* out) {
+    if (plat::os_fails(VEK_OS_LOCALTIME)) {
+        errno = EOVERFLOW;
+        return false;
+    }
+    return localtime_r(&t, out) != nullptr;
+}
+
+} // namespace
 
 namespace plat {
 
@@ -19,7 +32,7 @@ vek_s32 zone_info(vek_s32* bias, vek_s32* daylightBias) {
     struct tm tm;
     *bias = 0;
     *daylightBias = 0;
-    if (!localtime_r(&now, &tm)) {
+    if (!local_r(now, &tm)) {
         return 0;
     }
     long cur = tm.tm_gmtoff, stdOff = cur, dstOff = cur;
@@ -28,7 +41,7 @@ vek_s32 zone_info(vek_s32* bias, vek_s32* daylightBias) {
     for (int k = 1; k <= 6 && !(haveStd && haveDst); k++) {
         for (int dir = -1; dir <= 1; dir += 2) {
             time_t t = now + (time_t)dir * k * 61 * 86400;
-            if (!localtime_r(&t, &tm)) {
+            if (!local_r(t, &tm)) {
                 continue;
             }
             if (!haveStd && tm.tm_isdst == 0) {
@@ -49,7 +62,7 @@ vek_s32 zone_info(vek_s32* bias, vek_s32* daylightBias) {
 }
 
 bool local_tm(time_t t, std::tm* out) {
-    return localtime_r(&t, out) != nullptr;
+    return local_r(t, out);
 }
 
 } // namespace plat

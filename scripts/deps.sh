@@ -16,9 +16,11 @@ pkgs=(cmake make g++ pkg-config)
 case "$want" in
   main) ;;
   test) pkgs+=(libgtest-dev clang g++-multilib mingw-w64 wine64 tzdata python3)
-        pkgs+=(libcurl4) ;;  # the download tests load it at run time
+        pkgs+=(libcurl4)       # the download tests load it at run time
+        pkgs+=(libexpat1-dev) ;;  # the XML decoder is compared with expat
   bench) pkgs+=(libbenchmark-dev libinih-dev libglib2.0-dev zlib1g-dev libssl-dev python3)
-         pkgs+=(libspdlog-dev) ;;
+         pkgs+=(libspdlog-dev)
+         pkgs+=(libexpat1-dev) ;;  # the XML decoder's peer
   docs) pkgs+=(doxygen python3) ;;
   fuzz) pkgs+=(clang libclang-rt-dev libgtest-dev) ;;
   coverage) pkgs+=(libgtest-dev gcovr tzdata) ;;

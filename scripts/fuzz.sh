@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs the fuzz targets under libFuzzer with ASan and UBSan (clang).
-#   scripts/fuzz.sh [--minimise] [TARGET|all] [SECONDS] [RUNS]
+#   scripts/fuzz.sh [--minimise] [--smoke] [TARGET|all] [SECONDS] [RUNS]
 # TARGET is a name such as fuzz_ini (or ini); without it (or with "all")
 # every target runs, SECONDS each (default 60), or until RUNS executions
 # when that comes first (a campaign: all 1200 10000000). Each run starts from a working copy of the seed
@@ -8,15 +8,20 @@
 # is left alone; crashes go to build/fuzz-crashes/<target>/. With --minimise
 # the working corpus is merged (-merge=1) back into fuzz/corpus/<target>/,
 # which keeps only inputs that reach new code (edges, not hit counts).
+# With --smoke each run starts from the seed corpus alone (a fresh working
+# folder), as the clang leg of scripts/test-all.sh does: a few seconds of
+# every target, failing when any of them dies.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 minimise=0
+smoke=0
 args=()
 for a in "$@"; do
   case "$a" in
     --minimise|--minimize) minimise=1 ;;
-    -h|--help) sed -n '2,9p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
+    --smoke) smoke=1 ;;
+    -h|--help) sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'; exit 0 ;;
     *) args+=("$a") ;;
   esac
 done
@@ -24,7 +29,8 @@ target=${args[0]:-}
 [ "$target" != all ] || target=
 seconds=${args[1]:-60}
 runs=${args[2]:--1}
-all=(fuzz_ini fuzz_text fuzz_objects fuzz_iso fuzz_codec fuzz_digest fuzz_que fuzz_evt)
+all=(fuzz_ini fuzz_text fuzz_objects fuzz_iso fuzz_codec fuzz_digest fuzz_que fuzz_evt
+     fuzz_xml fuzz_lang)
 if [ -n "$target" ]; then
   [[ "$target" == fuzz_* ]] || target="fuzz_$target"
   [ -f "fuzz/$target.cpp" ] || { echo "fuzz.sh: no target $target (${all[*]})" >&2; exit 2; }
@@ -50,10 +56,14 @@ summary=()
 for t in "${targets[@]}"; do
   seed=fuzz/corpus/$t
   work=build/fuzz-work/$t
+  if [ "$smoke" = 1 ]; then
+    work=build/fuzz-smoke/$t
+    rm -rf "$work"
+  fi
   crashes=build/fuzz-crashes/$t
   mkdir -p "$work" "$crashes" "$seed"
   cp -n "$seed"/* "$work"/ 2>/dev/null || true
-  log=build/fuzz-work/$t.log
+  log=$work.log
   echo "== $t: $seconds s"
   rc=0
   start=$(date +%s)

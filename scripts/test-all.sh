@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
 # Builds BaseLib on every leg and runs every test there (the test suites,
-# the fuzz targets' replay and the examples):
+# the fuzz targets' replay and the examples; on the clang leg also a few
+# seconds of every fuzz target under libFuzzer with ASan and UBSan):
 #   linux-x64, linux-x86 (g++ -m32), windows-x64 (mingw-w64, under wine64),
 #   linux-asan (ASan + UBSan), linux-tsan (ThreadSanitizer),
 #   linux-clang (clang), linux-x64-static (the static library);
 # then checks the plain builds' install (shared and static: CMake package,
 # pkg-config, programs built against it, the installed vektool), the
-# exported symbols and the API reference.
+# exported symbols, the platform layer's calls up (scripts/check-layers.sh),
+# the texts of the result codes (scripts/check-errtexts.sh)
+# and the API reference.
 # BASELIB_LEGS narrows the legs, e.g. BASELIB_LEGS=linux-x64.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -41,14 +44,22 @@ for leg in $legs; do
   else
     "build/$leg/bin/vektool" info >/dev/null
   fi
+  if [ "$leg" = linux-clang ]; then
+    echo "=== $leg: libFuzzer run of every fuzz target"
+    bash scripts/fuzz.sh --smoke all 5
+  fi
   echo "=== $leg: passed in $((SECONDS - start)) s"
 done
 
 echo "=== install and exports"
+bash scripts/check-errtexts.sh
 bash scripts/check-install.sh
 for leg in $legs; do
   case "$leg" in
     linux-x64|linux-x86|windows-x64) bash scripts/check-exports.sh "build/$leg" ;;
+  esac
+  case "$leg" in
+    linux-x64|windows-x64) bash scripts/check-layers.sh "build/$leg" ;;
   esac
 done
 echo "=== API reference"

@@ -80,6 +80,25 @@ int main(void) {
             return 1;
         }
     }
+    /* issue 29: a tree from the XML decoder, a setting, a message */
+    {
+        XmlErr xe;
+        XmlDoc* xd = XmlDoc_parse("<a k='v'><b>t</b></a>", -1, NULL, &xe);
+        CfgIniDef def = {"S", "n", CFGINI_INT, "5", 0, 9};
+        CfgIni* cfg = CfgIni_new(NULL, &def, 1, NULL);
+        VekStr msg;
+        const char* args[1] = {"x"};
+        if (!xd || strcmp(XmlNode_find(XmlDoc_root(xd), "b")->text, "t") != 0 || CfgIni_getInt(cfg, "S", "n") != 5) {
+            return 1;
+        }
+        XmlDoc_delete(xd);
+        CfgIni_delete(cfg);
+        VekStr_new(&msg);
+        if (lang_fmt_str(&msg, "<{1}>", 1, args) != 3) {
+            return 1;
+        }
+        VekStr_delete(&msg);
+    }
     printf("c99 ok %s\n", vek_version());
     return 0;
 }

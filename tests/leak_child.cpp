@@ -3,7 +3,8 @@
  * configuration files, into a folder of their own and run there:
  *   leak_child leak   leaks two blocks across BaseLib_init/exit
  *   leak_child info   writes what the library read from its configuration
- *                     to info.txt beside it
+ *                     to info.txt beside it, and whether a library it
+ *                     unloads through the debug unloader stays mapped
  *   leak_child flush  writes records of levels 1 and 3 and notes in
  *                     info.txt when each reached the trace file
  *   leak_child fault  writes three records, then fails an assertion
@@ -19,6 +20,11 @@
 #include <cstring>
 #include <string>
 #include <thread>
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
 #include "BaseLib.h"
 #ifndef _WIN32
 #include <fcntl.h>
@@ -26,6 +32,31 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #endif
+
+namespace {
+
+// Loads a system library, unloads it through the debug unloader and tells
+// whether it can still be used (1), then lets it go for real.
+int dll_kept() {
+#ifdef _WIN32
+    HMODULE mod = LoadLibraryW(L"version.dll");
+    if (!mod || win_free_dll_dbg__(mod, __FILE__, __LINE__) != 1) {
+        return -1;
+    }
+    int kept = GetProcAddress(mod, "GetFileVersionInfoSizeW") != nullptr;
+    FreeLibrary(mod);
+#else
+    void* mod = dlopen("libm.so.6", RTLD_NOW);
+    if (!mod || win_free_dll_dbg__(mod, __FILE__, __LINE__) != 1) {
+        return -1;
+    }
+    int kept = dlsym(mod, "cos") != nullptr;
+    dlclose(mod);
+#endif
+    return kept;
+}
+
+} // namespace
 
 // Leaking is this program's job: a leak checker built in must not fail it.
 extern "C" const char* __asan_default_options() {
@@ -203,9 +234,9 @@ int main(int argc, char** argv) {
         tout_info(&trc);
         std::string path = beside("info.txt");
         if (FILE* f = std::fopen(path.c_str(), "wb")) {
-            std::fprintf(f, "type=%s queue=%d hold=%d leakchk=%d holddll=%d\n", trc.type,
+            std::fprintf(f, "type=%s queue=%d hold=%d leakchk=%d holddll=%d dllkept=%d\n", trc.type,
                          (int)trc.bufQueSize, (int)trc.holdConn, (int)vek_leak_chking(),
-                         (int)vek_dbg_rtc_nval("VekHeap", "HoldDynDll", -1));
+                         (int)vek_dbg_rtc_nval("VekHeap", "HoldDynDll", -1), dll_kept());
             std::fclose(f);
         }
     }

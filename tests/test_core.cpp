@@ -194,7 +194,45 @@ TEST_F(Assertions, NestedAssertionFallsBackToTheBareForm) {
     expect_assert("outer");
 }
 
+#ifndef _WIN32
+// Without a hook the environment answers the fault dialog, and without
+// either the platform's box (none on POSIX: Ignore). Retry with no debugger
+// attached just returns. The text goes to standard error either way.
+TEST_F(Assertions, WithoutAHookTheEnvironmentThenIgnoreAnswers) {
+    vek_fault_hook prev = al_set_fault_hook(nullptr);
+    const char* before = std::getenv("VEK_FAULT_ACTION");
+    std::string saved = before ? before : "";
+    ::testing::internal::CaptureStderr();
+    set_env("VEK_FAULT_ACTION", "retry");
+    EXPECT_EQ(VEK_FAULT_RETRY, al_fault_proc("first %d", 1));
+    unsetenv("VEK_FAULT_ACTION");
+    EXPECT_EQ(VEK_FAULT_IGNORE, al_fault_proc("second %d", 2));
+    std::string err = ::testing::internal::GetCapturedStderr();
+    EXPECT_NE(std::string::npos, err.find("first 1"));
+    EXPECT_NE(std::string::npos, err.find("second 2"));
+    if (before) {
+        set_env("VEK_FAULT_ACTION", saved.c_str());
+    }
+    al_set_fault_hook(prev);
+}
+
+#endif
+
 using Utilities = VekTest;
+
+#ifndef _WIN32
+// The system debug channel is silent unless VEK_DEBUG_OUTPUT asks for it.
+TEST_F(Utilities, DebugOutputOnlyWhenAskedFor) {
+    ::testing::internal::CaptureStderr();
+    sys_printf("quiet %d\n", 1);
+    set_env("VEK_DEBUG_OUTPUT", "1");
+    sys_printf("heard %d\n", 2);
+    unsetenv("VEK_DEBUG_OUTPUT");
+    std::string err = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::string::npos, err.find("quiet 1"));
+    EXPECT_NE(std::string::npos, err.find("heard 2"));
+}
+#endif
 
 TEST_F(Utilities, RandomSequenceIsTheClassicRule) {
     vek_srand(1);
@@ -261,6 +299,28 @@ TEST_F(Utilities, OsLayerEdges) {
     EXPECT_EQ(0, a[0]);
     EXPECT_EQ(2, al_wcs_to_ansi(w, 2, a, 4));
     EXPECT_STREQ("ab", a);
+}
+
+// Every code of the library reads as its own short text; -51 names both
+// of its families; codes nobody defines read as unknown.
+TEST_F(Utilities, ErrorTexts) {
+    const vek_s32 codes[] = {-1, -5, -9, -12, -23, -25, -36, -51, -64, -81, -94, -95,
+                             -103, -111, -112, -125, -201, -202, -251, -602};
+    const std::string unknown = vek_err_text(-7);
+    std::set<std::string> seen;
+    for (vek_s32 c : codes) {
+        std::string t = vek_err_text(c);
+        EXPECT_TRUE(!t.empty() && t != unknown && seen.insert(t).second) << c << ": " << t;
+    }
+    EXPECT_EQ("timed out", std::string(vek_err_text(VEK_ERR_TIMEOUT)));
+    EXPECT_EQ("not found", std::string(vek_err_text(VEK_ERR_NOT_FOUND)));
+    std::string both = vek_err_text(-51);
+    EXPECT_TRUE(both.find("no free slot") != std::string::npos && both.find("wait failed") != std::string::npos)
+        << both;
+    EXPECT_EQ("success", std::string(vek_err_text(0)));
+    EXPECT_EQ("success", std::string(vek_err_text(3)));
+    EXPECT_EQ(unknown, std::string(vek_err_text(-100000)));
+    EXPECT_NE(std::string::npos, unknown.find("unknown"));
 }
 
 TEST_F(Utilities, EnvironmentRecord) {

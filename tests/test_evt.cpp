@@ -4,6 +4,7 @@
  * damaged input) and the event manager.
  */
 #include <cstddef>
+#include <cstring>
 #include "EvtTest.h"
 
 using namespace vektest;
@@ -66,6 +67,22 @@ TEST_F(Events, CleanAndFree) {
     Evt_free(e);
     EXPECT_STREQ("kept", VekStr_buf(&moved));
     VekStr_delete(&moved);
+}
+
+// The prefix holds the mark, then GenEvt_clean itself as clean function;
+// the event's delete still releases the contents (the fixture's leak check).
+TEST_F(Events, PrefixNamesGenEvtClean) {
+    GenEvt* e = GenEvt_newns(1, 0, 0, 0, "text", "more");
+    const char* evt = reinterpret_cast<const char*>(e);
+    EvtCleanFn clean;
+    std::memcpy(&clean, evt - sizeof clean, sizeof clean);
+    EXPECT_EQ(reinterpret_cast<EvtCleanFn>(&GenEvt_clean), clean);
+#if defined(__i386__)
+    vek_u32 mark;
+    std::memcpy(&mark, evt - 8, 4);
+    EXPECT_EQ(0x3D10EA42u, mark);
+#endif
+    Evt_delete(e);
 }
 
 TEST_F(Events, MarkCheckEndsTheProcess) {

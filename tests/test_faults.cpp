@@ -7,6 +7,7 @@
  */
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <initializer_list>
 #include <string>
@@ -331,6 +332,11 @@ TEST_F(Faults, ThreadsAndWaits) {
     sweep("threads, events, locks", [] {
         vek_handle e = vek_evt_create__(1, 0);
         vek_handle l = vek_lock_create__(nullptr, 0);
+        vek_handle n = vek_lock_create__("Global\\vektest-faults-named", 1);
+        if (n) {
+            vek_lock_unlock(n);
+            vek_lock_close(n);
+        }
         VekSem sem;
         bool semOk = VekSem_new(&sem, 4, 0) != nullptr;
         vek_u32 tid = e ? vek_thrd_create__([](void* arg) -> vek_u32 {
@@ -350,7 +356,7 @@ TEST_F(Faults, ThreadsAndWaits) {
         if (e) {
             vek_evt_close(e);
         }
-    }, {"evt", "mutex", "ret", "thrdHnd"});
+    }, {"evt", "mutex", "ret", "thrdHnd", "wname"});
 }
 
 TEST_F(Faults, TimeCodecsAndEvents) {
@@ -558,4 +564,193 @@ TEST_F(IoFaults, ReadsThatFailPartWayAreErrors) {
         }
     }
     std::printf("[ faults   ] %-28s %d read offsets\n", "IStrm_fromFile, FileStrm", offsets);
+}
+
+// ---- issue 29: settings, XML, catalogues, UTF-8 system calls ----
+
+TEST_F(Faults, SettingsXmlAndLanguages) {
+    static const CfgIniDef defs[] = {{"Net", "Port", CFGINI_INT, "8080", 1, 65535},
+                                     {"Log", "Sinks", CFGINI_LIST, "file, \"sys,log\"", 0, 0}};
+    sweep("CfgIni", [] {
+        vek_s32 err = 0;
+        CfgIni* c = CfgIni_new(nullptr, defs, 2, &err);
+        if (!c) {
+            EXPECT_EQ(VEK_ERR_FULL, err);
+            return;
+        }
+        EXPECT_EQ(8080, CfgIni_getInt(c, "Net", "Port"));  // no allocation on the way
+        vek_s32 r = CfgIni_setStr(c, "Net", "Host", " a padded host name that takes a block ");
+        if (r == 0) {
+            char buf[64];
+            vek_s32 n = CfgIni_getStr(c, "net", "host", buf, sizeof buf);
+            EXPECT_TRUE(n == VEK_ERR_FULL || std::strcmp(buf, " a padded host name that takes a block ") == 0) << buf;
+        } else {
+            EXPECT_EQ(VEK_ERR_FULL, r);
+            EXPECT_EQ(VEK_ERR_NOT_FOUND, CfgIni_source(c, "Net", "Host"));
+        }
+        VekStr store;
+        VekStr_new(&store);
+        const char* items[4];
+        vek_s32 n = CfgIni_getList(c, "Log", "Sinks", &store, items, 4);
+        EXPECT_TRUE(n == VEK_ERR_FULL || (n == 2 && std::strcmp(items[1], "sys,log") == 0)) << n;
+        VekStr_delete(&store);
+        CfgIni_delete(c);
+    }, {"ret == VekStr_len(_this)"});  // the document formats a new section's header
+    sweep("XmlDoc", [] {
+        static const char doc[] = "<?xml version='1.0'?><dev id='7' kind='modem'><name>m &amp; n</name>"
+                                  "<port>COM3</port><note>a<![CDATA[b]]>c</note></dev>";
+        XmlErr err;
+        XmlDoc* d = XmlDoc_parse(doc, -1, nullptr, &err);
+        if (!d) {
+            EXPECT_EQ(VEK_ERR_FULL, err.code);
+            return;
+        }
+        XmlNode* root = XmlDoc_root(d);
+        EXPECT_STREQ("modem", XmlNode_attr(root, "kind"));
+        EXPECT_STREQ("m & n", XmlNode_find(root, "name")->text);
+        EXPECT_STREQ("abc", XmlNode_find(root, "note")->text);
+        XmlDoc_delete(d);
+    });
+    sweep("LangCat", [] {
+        LangCat* cat = lang_new();
+        if (!cat) {
+            return;
+        }
+        vek_s32 r = lang_add_buf(cat, "[Main]\r\nfiles = {2} files in {1}\r\nbye=\"  Tchau \"\r\n", -1);
+        VekStr out;
+        VekStr_new(&out);
+        if (r == 0) {
+            EXPECT_STREQ("  Tchau ", lang_get(cat, "main", "BYE", "?"));
+            const char* args[] = {"/tmp", "3"};
+            vek_s32 n = lang_fmt(cat, &out, "Main", "files", "?", 2, args);
+            EXPECT_TRUE(n != 15 || std::strcmp(VekStr_buf(&out), "3 files in /tmp") == 0);
+        } else {
+            EXPECT_EQ(VEK_ERR_FULL, r);
+        }
+        VekStr_delete(&out);
+        lang_close(cat);
+    });
+    sweep("UTF-8 system calls", [] {
+        VekStr v;
+        VekStr_new(&v);
+        vek_setenv_utf8("VEK_FAULT_ENV", std::string(400, 'e').c_str());
+        vek_s32 n = vek_getenvx("VEK_FAULT_ENV", &v);
+        EXPECT_TRUE(n == VEK_ERR_FULL || (n == 400 && VekStr_len(&v) == 400)) << n;
+        vek_setenv_utf8("VEK_FAULT_ENV", nullptr);
+        VekStr_delete(&v);
+        vek_s32 err = 0;
+        VekDir* d = vek_dir_open(".", &err);
+        EXPECT_TRUE(d || err == VEK_ERR_FULL);
+        vek_dir_close(d);
+    });
+}
+
+TEST_F(IoFaults, SettingsSaveKeepsThePreviousFile) {
+    sweep_writes("CfgIni_save", [&] {
+        CfgIni* c = CfgIni_new(path_.c_str(), nullptr, 0, nullptr);
+        CfgIni_setStr(c, "Old", "new", "value");
+        vek_s32 r = CfgIni_save(c);
+        CfgIni_delete(c);
+        return r;
+    }, "[Old]\r\nkeep=me\r\nnew=value\r\n");
+}
+
+// The operating system failing (vek_os_fail_at__): each service the
+// platform layer uses fails once at each of its steps in turn. The caller
+// gets an honest failure, nothing is left half-built or leaked, and the
+// same call works again once the system does.
+class OsFaults : public VekTest {
+  protected:
+    void TearDown() override {
+        for (vek_s32 call = VEK_OS_THREAD; call <= VEK_OS_OWNER; call++) {
+            vek_os_fail_at__(call, 0);
+        }
+        VekTest::TearDown();
+    }
+};
+
+TEST_F(OsFaults, ThreadsAndNamedLocks) {
+    auto entry = [](void* arg) -> vek_u32 {
+        vek_evt_set((vek_handle)arg);
+        return 0;
+    };
+    vek_handle e = vek_evt_create__(1, 0);
+    vek_os_fail_at__(VEK_OS_THREAD, 1);
+    EXPECT_ASSERT("thrdHnd", EXPECT_EQ(0u, vek_thrd_create__(entry, e, 0)));
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_THREAD, 0));
+    vek_u32 tid = vek_thrd_create__(entry, e, 0);
+    ASSERT_NE(0u, tid);
+    EXPECT_EQ(0, vek_evt_wait__(e, 5000, 0));
+    vek_thrd_join(tid);
+    vek_evt_close(e);
+
+    std::string name = "Global\\vektest-osfaults-" + std::to_string(al_thrd_id());
+    std::u16string wname(name.begin(), name.end());
+    int steps = 0;
+    for (int k = 1;; k++, steps++) {
+        vek_os_fail_at__(VEK_OS_SHM, k);
+        vek_handle l = vek_lock_create__(name.c_str(), 1);
+        if (!vek_os_fail_at__(VEK_OS_SHM, 0)) {
+            ASSERT_NE(nullptr, l);
+            EXPECT_EQ(0, vek_lock_trylock__(l, 0));
+            vek_lock_unlock(l);
+            vek_lock_unlock(l);
+            vek_lock_close(l);
+            break;
+        }
+        vektest::take_assert("mutex");
+        EXPECT_EQ(nullptr, l) << k;
+        // Whatever the failed open made is gone with it.
+        EXPECT_EQ(0, win_mutex_exist__((const vek_wchar*)wname.c_str())) << k;
+    }
+    EXPECT_GT(steps, 0);
+}
+
+TEST_F(OsFaults, CodePageTimeZoneAndFileOwner) {
+    vek_wchar w[16] = {'x'};
+    char a[16] = "x";
+    vek_os_fail_at__(VEK_OS_CODESET, 1);
+    EXPECT_EQ(0, ansi_str_to_wcs_str("abc", w, 16));
+    EXPECT_EQ(0, w[0]);
+    vek_os_fail_at__(VEK_OS_CODESET, 1);
+    EXPECT_EQ(0, utf8_str_to_ansi_str("abc", a, 16));
+    EXPECT_EQ(0, a[0]);
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_CODESET, 0));
+    EXPECT_EQ(3, ansi_str_to_wcs_str("abc", w, 16));
+
+    // Without the local zone a time reads as unknown, a zone as UTC.
+    VekDt dt;
+    vek_os_fail_at__(VEK_OS_LOCALTIME, 1);
+    EXPECT_EQ(0, VekDt_decTimet(&dt, 86400));
+    EXPECT_EQ(VEK_DT_UNSET, dt.year);
+    vek_s32 bias = -1, dbias = -1;
+    vek_os_fail_at__(VEK_OS_LOCALTIME, 1);
+    EXPECT_EQ(0, VekDt_isEst(&bias, &dbias));
+    EXPECT_TRUE(bias == 0 && dbias == 0);
+    for (int k = 1; k < 30; k++) {  // every step of the zone's search
+        vek_os_fail_at__(VEK_OS_LOCALTIME, k);
+        VekDt_isEst(&bias, &dbias);
+        if (!vek_os_fail_at__(VEK_OS_LOCALTIME, 0)) {
+            break;
+        }
+    }
+    VekDt_getLocalTime(&dt);
+    EXPECT_GE(dt.year, 2024);
+
+    // A replacement that cannot take the original's owner is not made: the
+    // file is written in place, and nothing is left beside it.
+    std::string dir = vektest::temp_dir("osfaults");
+    std::string path = dir + "/owned.ini";
+    vektest::write_file(path, "[s]\r\nk=old\r\n");
+    vek_os_fail_at__(VEK_OS_OWNER, 1);
+    EXPECT_EQ(0, IniUtil_setFileStr(path.c_str(), "s", "k", "new"));
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_OWNER, 0));
+    EXPECT_EQ("[s]\r\nk=new\r\n", vektest::read_file(path));
+    size_t files = 0;
+    for (auto& entry : std::filesystem::directory_iterator(std::filesystem::u8path(dir))) {
+        files += entry.is_regular_file();
+    }
+    EXPECT_EQ(1u, files);
+    vektest::remove_tree(dir);
+    EXPECT_EQ(VEK_ERR_BAD_ARG, vek_os_fail_at__(5, 1));
 }

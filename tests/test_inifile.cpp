@@ -289,6 +289,32 @@ TEST_F(IniLookup, FollowsListsAndNamesChangedDirectly) {
     EXPECT_EQ("3", ask("q", "k"));
 }
 
+TEST_F(IniLookup, IndexKeepsToItsOwnDocument) {
+    // A document's index is trusted until something of its own changes.
+    // A byte written straight into a name (behind every call) shows which
+    // answered: a current index still holds the old name, the scan sees the
+    // new one.
+    std::string text;
+    for (int i = 0; i < 20; i++) {
+        text += "[s" + std::to_string(i) + "]\r\nk=" + std::to_string(i) + "\r\n";
+    }
+    Doc a(text), b(text);
+    for (int i = 0; i < 2; i++) {
+        EXPECT_EQ("3", a.get("s3", "k"));
+        EXPECT_EQ("3", b.get("s3", "k"));
+    }
+    IniSect* s3 = IniFile_sectById(a.d, 3);
+    ((char*)s3->name.data + STRDATA_HDR)[1] = 'X';
+    VekList unrelated;
+    VekList_init(&unrelated, LIST_ONE_WAY);
+    VekStr_len(&IniFile_sectById(b.d, 0)->name);  // a name of the other document
+    VekList_addHdr__(IniFile_sectList(b.d), VekList_getTail(IniFile_sectList(b.d)));
+    EXPECT_EQ(nullptr, IniFile_findSect(a.d, "sX"));
+    VekStr_len(&IniFile_sectById(a.d, 0)->name);  // one of its own
+    EXPECT_EQ(s3, IniFile_findSect(a.d, "sX"));
+    VekStr_len(&s3->name);
+}
+
 TEST_F(IniLookup, DistinctDocumentsOnTwoThreads) {
     // Each thread renames and relinks the sections of its own document
     // between lookups while the other does the same; the shared index chain

@@ -4,6 +4,7 @@
  */
 #include <cstring>
 #include <string>
+#include <vector>
 #include "VekStr.h"
 #include "VekTest.h"
 #include "VekTime.h"
@@ -109,10 +110,10 @@ TEST_F(Iso, EncodeDateTimes) {
     } cases[] = {
         {0, 0, "20120822T101530.5-0100"},
         {0, 1, "2012-08-22T10:15:30.5101:00"},
-        {0xBF, 0, "20120822T101530-0100"},
-        {0xBF, 1, "2012-08-22T10:15:30101:00"},
-        {0x3F, 1, "2012-08-22T10:15:30"},
-        {0x9F, 1, "2012-08-22T10:15101:00"},
+        {0xBF, 0, "20120822T101530"},  // no fraction bit: the zone after it is not reached
+        {0xBF, 1, "2012-08-22T10:15:30"},
+        {0x7F, 0, "20120822T101530.5"},
+        {0x9F, 1, "2012-08-22T10:15"},
         {0x07, 0, "20120822"},
         {0x03, 1, "2012-08"},
         {0xFB, 0, "201208"},  // stops at the missing day
@@ -128,6 +129,8 @@ TEST_F(Iso, EncodeDateTimes) {
     EXPECT_EQ(text(), "20120822T101530+0800");
     iso_dt_encfx(&str_, 2012, 8, 22, 10, 15, 30, -1, 480, 0, 1);
     EXPECT_EQ(text(), "2012-08-22T10:15:30.-1+08:00");
+    iso_dt_encfx(&str_, 2012, 8, 22, 10, 15, 30, 5, 480, 0xBF, 0);
+    EXPECT_EQ(text(), "20120822T101530");
     iso_dt_encf(&str_, U, 1, 1, 9, 5, 0, -1, Z);
     EXPECT_EQ(text(), "00000101T090500");
     iso_dt_encf(&str_, U, 1, 1, U, 0, 0, 0, 0);
@@ -202,6 +205,10 @@ TEST_F(Iso, Durations) {
         EXPECT_EQ(iso_dur_enc(&str_, &dur), (vek_s32)std::strlen(c.back));
         EXPECT_EQ(text(), c.back);
     }
+    // The field form writes 0 for every unit the text lacks, as the record form does.
+    vek_s32 u[7] = {-7, -7, -7, -7, -7, -7, -7};
+    EXPECT_EQ(iso_dur_decf("P5M", &u[0], &u[1], &u[2], &u[3], &u[4], &u[5], &u[6]), 1);
+    EXPECT_EQ(std::vector<vek_s32>(u, u + 7), (std::vector<vek_s32>{0, 5, 0, 0, 0, 0, 0}));
     vek_s32 y = -1, s = -1;
     EXPECT_EQ(iso_dur_decf("1Y", &y, nullptr, nullptr, nullptr, nullptr, nullptr, &s), 0);
     EXPECT_TRUE(iso_dur_decf("P4294967297YT9S", &y, nullptr, nullptr, nullptr, nullptr, nullptr, &s) && y == 1 &&

@@ -124,5 +124,5 @@ TEST_F(RtcProcess, TraceSettingsAreReadAtLoad) {
     f.config("VekDbg.ini",
              "[VekHeap]\r\nLeakChkLev=1\r\nHoldDynDll=1\r\n[VekTrc]\r\nTrcType=SysTrc\r\nHoldConn=true\r\nBufQueSize=20000\r\n");
     ASSERT_EQ(0, f.run("info"));
-    EXPECT_EQ("type=SysTrc queue=10000 hold=1 leakchk=1 holddll=1\n", f.file("info.txt"));
+    EXPECT_EQ("type=SysTrc queue=10000 hold=1 leakchk=1 holddll=1 dllkept=1\n", f.file("info.txt"));
 }

@@ -73,6 +73,27 @@ TEST_F(SafeWrite, HardLinkedFilesStayOneFileAndDirectoriesAreRefused) {
     vektest::remove_tree(dir);
 }
 
+// A replacement reaches the disk in two syncs: the new content before the
+// rename, then the folder's entry after it (which a power loss could
+// otherwise undo). Either failing is reported; only the first keeps the
+// original, since the rename has already happened when the second fails.
+TEST_F(SafeWrite, ContentThenFolderAreSynced) {
+    std::string dir = vektest::temp_dir("safesync");
+    std::string a = dir + "/a.ini";
+    const std::string old = "[s]\r\nk=old\r\n";
+    for (int k = 0; k < 3; k++) {
+        vektest::write_file(a, old);
+        vek_file_fail_at__(2, k);
+        vek_s32 r = k % 2 ? write_strm(a) : write_doc(a);
+        bool fired = vek_file_fail_at__(2, -1) != 0;
+        EXPECT_EQ(k < 2, fired) << k;
+        EXPECT_EQ(k < 2 ? -5 : 0, r) << k;
+        EXPECT_EQ(k == 0 ? old : kText, vektest::read_file(a)) << k;
+        EXPECT_EQ(1u, entries(dir)) << k;  // no temporary file left behind
+    }
+    vektest::remove_tree(dir);
+}
+
 #ifdef _WIN32
 TEST_F(SafeWrite, TheNullDeviceIsWrittenNotReplaced) {
     std::string dir = vektest::temp_dir("safenul");

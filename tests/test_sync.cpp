@@ -330,6 +330,130 @@ TEST_F(Sync, NamedLocksExistWhileAHandleIsOpen) {
     EXPECT_ASSERT("!wcs_noo(mutexName)", win_mutex_exist__(empty));
 }
 
+// The owner of a named lock and its recursion are kept per process: an
+// inner release leaves it owned, a thread that ends holding it abandons it,
+// and a thread may close the last handle while it holds the lock.
+TEST_F(Sync, ANamedLockKeepsItsOwnerAcrossReleasesAndHandles) {
+    std::string name = unique_name("owner");
+    vek_handle a = vek_lock_create__(name.c_str(), 1);
+    ASSERT_NE(nullptr, a);
+    EXPECT_EQ(0, vek_lock_lock__(a, 0, 0));
+    vek_lock_unlock(a);
+    auto busy = [&] {
+        vek_handle c = vek_lock_create__(name.c_str(), 0);
+        EXPECT_EQ(VEK_ERR_TIMEOUT, vek_lock_trylock__(c, 0));
+        vek_lock_close(c);
+    };
+    on_thread(busy);
+    vek_lock_unlock(a);
+    EXPECT_ASSERT("0", vek_lock_unlock(a));  // not held any more
+    on_thread([&] { EXPECT_EQ(0, vek_lock_trylock__(a, 0)); });
+    TraceCapture trc;
+    EXPECT_EQ(0, vek_lock_trylock__(a, 0));
+    EXPECT_TRUE(trc.contains("ABANDONED"));
+    on_thread(busy);
+    vek_lock_unlock(a);
+    on_thread([&] {
+        vek_handle c = vek_lock_create__(name.c_str(), 0);
+        EXPECT_EQ(0, vek_lock_lock__(c, 0, 0));
+        vek_lock_close(a);
+        vek_lock_close(c);  // the last handle, still held
+    });
+    EXPECT_EQ(0, win_mutex_exist__(wp(wide(name))));
+    trc.records.clear();
+    vek_handle again = vek_lock_create__(name.c_str(), 0);
+    EXPECT_EQ(0, vek_lock_trylock__(again, 0));
+    EXPECT_FALSE(trc.contains("ABANDONED"));
+    vek_lock_unlock(again);
+    vek_lock_close(again);
+}
+
+// A process that ends holding the only handle leaves no lock behind: the
+// next look finds the name free (and clears what the dead process left).
+TEST_F(Sync, ANamedLockDiesWithItsLastProcess) {
+    std::string name = unique_name("orphan");
+    ASSERT_EQ(7, run_child(name));
+    EXPECT_EQ(0, win_mutex_exist__(wp(wide(name))));
+    TraceCapture trc;
+    vek_handle m = vek_lock_create__(name.c_str(), 0);
+    EXPECT_EQ(0, vek_lock_trylock__(m, 0));
+    EXPECT_FALSE(trc.contains("ABANDONED"));
+    vek_lock_unlock(m);
+    vek_lock_close(m);
+    // A name longer than the system allows for the object keeps its head
+    // and a hash of the whole, so two such names stay apart.
+    std::string head = unique_name("long");
+    head += std::string(254 - head.size(), 'a');  // 255 in all: Windows takes up to 260
+    std::string longA = head + "a", longB = head + "b";
+    vek_handle a = vek_lock_create__(longA.c_str(), 1);
+    vek_handle b = vek_lock_create__(longB.c_str(), 0);
+    ASSERT_TRUE(a && b);
+    on_thread([&] { EXPECT_EQ(0, vek_lock_trylock__(b, 0)); vek_lock_unlock(b); });
+    vek_lock_close(b);
+    EXPECT_EQ(0, win_mutex_exist__(wp(wide(longB))));
+    EXPECT_EQ(1, win_mutex_exist__(wp(wide(longA))));
+    vek_lock_unlock(a);
+    vek_lock_close(a);
+}
+
+// Waiters in this process: a named lock released here wakes the one
+// waiting for it at once; an unnamed lock goes to the first of two waiters
+// and the second waits for it in turn; a thread may hold several locks and
+// close one it holds.
+TEST_F(Sync, LocksHandedOverToWaitersInTurn) {
+    std::string name = unique_name("handover");
+    vek_handle n = vek_lock_create__(name.c_str(), 1);
+    vek_handle u = vek_lock_create__(nullptr, 1);
+    vek_handle extra = vek_lock_create__(nullptr, 1);
+    std::atomic<int> got{0};
+    std::thread t1([&] {
+        EXPECT_EQ(0, vek_lock_lock__(n, 10000, 0));
+        vek_lock_unlock(n);
+        EXPECT_EQ(0, vek_lock_lock__(u, 10000, 0));
+        got++;
+        vek_lock_unlock(u);
+        vek_thrd_end();
+    });
+    std::thread t2([&] {
+        EXPECT_EQ(0, vek_lock_lock__(u, 10000, 0));
+        got++;
+        vek_lock_unlock(u);
+        vek_thrd_end();
+    });
+    al_sleep(50);
+    vek_lock_unlock(n);
+    al_sleep(50);
+    vek_lock_unlock(u);
+    t1.join();
+    t2.join();
+    EXPECT_EQ(2, got.load());
+    vek_lock_close(extra);  // still held: closing it lets it go
+    vek_lock_close(u);
+    vek_lock_close(n);
+    // The wrong kind of handle for the call fails as on Windows.
+    vek_handle e = vek_evt_create__(1, 0);
+    vek_handle l = vek_lock_create__(nullptr, 0);
+    EXPECT_ASSERT("SetEvent(evt)", vek_evt_set(l));
+    EXPECT_ASSERT("0", vek_lock_unlock(e));
+    vek_lock_close(l);
+    vek_evt_close(e);
+}
+
+#ifndef _WIN32
+// The library's own objects outlive a close that meets a wait: the waiter
+// sees its time run out, and the last of them frees the object.
+TEST_F(Sync, AHandleClosedDuringAWaitEndsIt) {
+    vek_handle e = vek_evt_create__(1, 0);
+    std::thread t([&] {
+        EXPECT_EQ(VEK_ERR_TIMEOUT, vek_evt_wait__(e, 300, 0));
+        vek_thrd_end();
+    });
+    al_sleep(50);
+    vek_evt_close(e);
+    t.join();
+}
+#endif
+
 TEST_F(Sync, ANamedLockHeldByADeadProcessIsAbandoned) {
     std::string name = unique_name("abandon");
     vek_handle m = vek_lock_create__(name.c_str(), 0);

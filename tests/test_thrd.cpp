@@ -400,6 +400,30 @@ TEST_F(Thrd, ThreadsStartJoinAndReportExceptions) {
     EXPECT_TRUE(trc.contains("thrd detached"));
 }
 
+// A thread the library did not start is joined and tested by its id alone.
+TEST_F(Thrd, ThreadsStartedElsewhereAreJoinedByTheirId) {
+    std::atomic<vek_u32> id{0};
+    std::atomic<bool> release{false};
+    std::thread t([&] {
+        id = al_thrd_id();
+        while (!release) {
+            al_sleep(1);
+        }
+    });
+    while (!id) {
+        al_sleep(1);
+    }
+    EXPECT_EQ(0, vek_thrd_exited(id));
+    std::thread releaser([&] {
+        al_sleep(30);
+        release = true;
+    });
+    EXPECT_EQ(0, vek_thrd_join(id));
+    EXPECT_EQ(1, vek_thrd_exited(id));
+    releaser.join();
+    t.join();
+}
+
 TEST_F(Thrd, ManagerLifecycleReportsLeakedThreads) {
     EXPECT_EXIT(
         {

@@ -105,7 +105,7 @@ TEST_F(Vektool, ErrorsExitWithTwoAndNameTheFileAndTheReason) {
     EXPECT_EQ(2, t.run("nosuchcommand"));
     vektest::write_file(t.path("long.ini"), "k=" + std::string(2000, 'v') + "\r\n");
     EXPECT_EQ(2, t.run("ini set " + t.q("long.ini") + " s k v"));
-    EXPECT_TRUE(has(t.err(), "longer than 1024"));
+    EXPECT_TRUE(has(t.err(), "an INI line is longer than 1024 bytes (-251)"));
     EXPECT_EQ(2004u, vektest::read_file(t.path("long.ini")).size());  // never overwritten
 
     EXPECT_EQ(0, t.run("--help"));

@@ -33,11 +33,7 @@ const char* sect_arg(const char* s) {
 }
 
 std::string ini_error(vek_s32 code) {
-    switch (code) {
-    case VEK_ERR_FILE_OPEN: return "the file cannot be opened";
-    case VEK_ERR_INI_LINE_LONG: return "a line is longer than 1024 bytes";
-    default: return "error " + std::to_string(code);
-    }
+    return vek_err_text(code) + std::string(" (") + std::to_string(code) + ")";
 }
 
 /* A document read from a file or standard input, with the text it came from. */

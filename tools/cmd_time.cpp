@@ -40,11 +40,22 @@ int time_now(int argc, char** argv) {
     if (utc) {
         VekDt_toUtc(&dt, &dt);
     }
-    // The record holds the bias sign, ISO text the opposite one.
-    dt.zone = -dt.zone;
+    // Extended text to the second; the zone is written here in plain ISO
+    // form (the record holds the bias sign, ISO text the opposite one),
+    // since the encoder reaches the zone only behind the fraction.
     VekStr s;
     VekStr_new(&s);
-    iso_dt_encx(&s, &dt, 0xBF, 1);
+    iso_dt_encx(&s, &dt, 0x3F, 1);
+    vek_s32 east = -dt.zone;
+    if (east == 0) {
+        VekStr_appdChar(&s, 'Z');
+    } else {
+        char zone[16];
+        vek_s32 mag = east < 0 ? -east : east;
+        std::snprintf(zone, sizeof zone, "%c%02d:%02d", east < 0 ? '-' : '+', (int)(mag / 60),
+                      (int)(mag % 60));
+        VekStr_appdStr(&s, zone);
+    }
     print_str(&s);
     VekStr_delete(&s);
     return 0;

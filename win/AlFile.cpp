@@ -89,8 +89,16 @@ vek_s32 file_replace(const char* from, const char* target) {
     return MoveFileExW(wfrom, wto, MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) ? 0 : win_error();
 }
 
+vek_s32 folder_sync(const char*) {
+    return 0;  // MOVEFILE_WRITE_THROUGH returned only once the move was on the disk
+}
+
 vek_s32 file_copy_mode(const char* from, const char* to) {
     // The read-only attribute is the permission a replacement must keep.
+    if (os_fails(VEK_OS_OWNER)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return win_error();
+    }
     wchar_t wfrom[MAX_PATH * 4];
     wchar_t wto[MAX_PATH * 4];
     win::to_wide(from, wfrom, MAX_PATH * 4);

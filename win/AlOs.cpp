@@ -72,7 +72,7 @@ VEK_API vek_s32 al_ansi_to_wcs(const char* src, vek_s32 srcLen, vek_wchar* dst, 
         return 0;
     }
     dst[0] = 0;
-    if (!src || srcLen == 0) {
+    if (!src || srcLen == 0 || plat::os_fails(VEK_OS_CODESET)) {
         return 0;
     }
     if (srcLen < 0) {
@@ -101,7 +101,7 @@ VEK_API vek_s32 al_wcs_to_ansi(const vek_wchar* src, vek_s32 srcLen, char* dst, 
         return 0;
     }
     dst[0] = 0;
-    if (!src || srcLen == 0) {
+    if (!src || srcLen == 0 || plat::os_fails(VEK_OS_CODESET)) {
         return 0;
     }
     if (srcLen < 0) {

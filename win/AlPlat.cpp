@@ -6,10 +6,9 @@
  */
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include "WinHelp.h"
 #include "AlPlat.h"
-#include "StrUtil.h"
-#include "VekTrc.h"
 
 namespace {
 
@@ -68,10 +67,10 @@ void dbg_lock() {
 }
 
 template <class Fn>
-bool get_proc(HMODULE mod, const char* name, Fn& fn) {
+bool get_proc(HMODULE mod, const char* name, Fn& fn, plat::SymNote note) {
     fn = (Fn)(void*)GetProcAddress(mod, name);
     if (!fn) {
-        vek_printf("GetProc(%s) of \"dbghelp.dll\" FAIL, expect ver is 6.3.17.0", name);
+        note(("GetProc(" + std::string(name) + ") of \"dbghelp.dll\" FAIL, expect ver is 6.3.17.0").c_str());
         return false;
     }
     return true;
@@ -79,25 +78,26 @@ bool get_proc(HMODULE mod, const char* name, Fn& fn) {
 
 // Loads the debug-help library (the copy in the software's folder first)
 // and initialises symbols for the process; false when that is impossible.
-bool dbg_load() {
+// What happens on the way goes to note.
+bool dbg_load(const char* base, plat::SymNote note) {
+    std::string path = std::string(base) + "\\DbgHelp.dll";
     wchar_t wpath[MAX_PATH * 2];
-    char path[MAX_PATH * 4];
-    vek_snprintf(path, sizeof path, "%s\\DbgHelp.dll", vek_base_fld());
-    win::to_wide(path, wpath, MAX_PATH * 2);
-    vek_printf("load \"%s\\DbgHelp.dll\" ...", vek_base_fld());
+    win::to_wide(path.c_str(), wpath, MAX_PATH * 2);
+    note(("load \"" + path + "\" ...").c_str());
     g_dbg.mod = LoadLibraryW(wpath);
     if (!g_dbg.mod) {
         g_dbg.mod = LoadLibraryW(L"DbgHelp.dll");
         if (!g_dbg.mod) {
-            vek_printf("You should copy DbgHelp.dll (ver>=6.3) to software root folder\n");
+            note("You should copy DbgHelp.dll (ver>=6.3) to software root folder\n");
             return false;
         }
-        vek_printf("load \"DbgHelp.dll\" OK");
+        note("load \"DbgHelp.dll\" OK");
     }
     SymSetOptionsFn setOptions = nullptr;
-    if (!get_proc(g_dbg.mod, "SymSetOptions", setOptions) || !get_proc(g_dbg.mod, "SymCleanup", g_dbg.cleanup) ||
-        !get_proc(g_dbg.mod, "SymFromAddr", g_dbg.fromAddr) ||
-        !get_proc(g_dbg.mod, "SymGetLineFromAddr64", g_dbg.lineFromAddr)) {
+    if (!get_proc(g_dbg.mod, "SymSetOptions", setOptions, note) ||
+        !get_proc(g_dbg.mod, "SymCleanup", g_dbg.cleanup, note) ||
+        !get_proc(g_dbg.mod, "SymFromAddr", g_dbg.fromAddr, note) ||
+        !get_proc(g_dbg.mod, "SymGetLineFromAddr64", g_dbg.lineFromAddr, note)) {
         FreeLibrary(g_dbg.mod);
         g_dbg.mod = nullptr;
         return false;
@@ -106,23 +106,21 @@ bool dbg_load() {
     BOOL ok;
     SymInitializeWFn initW = (SymInitializeWFn)(void*)GetProcAddress(g_dbg.mod, "SymInitializeW");
     if (initW) {
-        ok = initW(GetCurrentProcess(), (PCWSTR)vek_base_fldw(), TRUE);
+        wchar_t wbase[MAX_PATH * 2];
+        win::to_wide(base, wbase, MAX_PATH * 2);
+        ok = initW(GetCurrentProcess(), wbase, TRUE);
     } else {
-        vek_printf("DbgHelp.dll not supp unicode, use relative path, symbol may missed\n");
+        note("DbgHelp.dll not supp unicode, use relative path, symbol may missed\n");
         SymInitializeFn init = nullptr;
-        ok = get_proc(g_dbg.mod, "SymInitialize", init) && init(GetCurrentProcess(), nullptr, TRUE);
+        ok = get_proc(g_dbg.mod, "SymInitialize", init, note) && init(GetCurrentProcess(), nullptr, TRUE);
     }
     if (!ok) {
-        vek_printf("vek_symb_init() FAIL\n");
+        note("vek_symb_init() FAIL\n");
         FreeLibrary(g_dbg.mod);
         g_dbg.mod = nullptr;
         return false;
     }
     return true;
-}
-
-vek_s32 copy_out(char* buf, vek_s32 cap, const char* s) {
-    return vek_snprintf(buf, cap, "%s", s ? s : "");
 }
 
 } // namespace
@@ -202,10 +200,10 @@ __attribute__((noinline)) vek_s32 call_stack(void** addrs, vek_s32 cap, vek_s32 
     return n;
 }
 
-vek_s32 sym_init(void) {
+vek_s32 sym_init(const char* baseFolder, SymNote note) {
     dbg_lock();
     if (g_dbg.refs++ == 0) {
-        g_dbg.ready = dbg_load();
+        g_dbg.ready = dbg_load(baseFolder, note);
     }
     bool ready = g_dbg.ready;
     LeaveCriticalSection(&g_dbgLock);
@@ -281,7 +279,7 @@ void env_info(VekEnvInfo* info) {
     } else if (v.major == 5) {
         name = "Windows XP";
     }
-    vek_snprintf(info->osName, sizeof info->osName, "%s", name);
+    copy_out(info->osName, sizeof info->osName, name);
     BOOL wow = FALSE;
     IsWow64Process(GetCurrentProcess(), &wow);
     info->wordBits = (sizeof(void*) == 8 || wow) ? 64 : 32;
@@ -292,7 +290,9 @@ void env_info(VekEnvInfo* info) {
     if (lname) {
         copy_out(info->language, sizeof info->language, lname);
     } else {
-        vek_snprintf(info->language, sizeof info->language, "Unknown (0x%04X)", (unsigned)lang);
+        char text[32];
+        std::snprintf(text, sizeof text, "Unknown (0x%04X)", (unsigned)lang);
+        copy_out(info->language, sizeof info->language, text);
     }
     MEMORYSTATUSEX ms;
     ms.dwLength = sizeof ms;
@@ -354,27 +354,6 @@ void* dll_load(const char* path) {
 
 vek_s32 dll_unload(void* module) {
     return module && FreeLibrary((HMODULE)module) ? 1 : 0;
-}
-
-void* dll_sym(void* module, const char* name) {
-    return module && name ? (void*)GetProcAddress((HMODULE)module, name) : nullptr;
-}
-
-vek_s32 dll_error(char* buf, vek_s32 cap) {
-    DWORD err = GetLastError();
-    wchar_t w[512];
-    DWORD n = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, err, 0,
-                             w, 512, nullptr);
-    while (n > 0 && (w[n - 1] == L'\r' || w[n - 1] == L'\n' || w[n - 1] == L' ' || w[n - 1] == L'.')) {
-        n--;
-    }
-    if (n == 0) {
-        char text[48];
-        vek_snprintf(text, sizeof text, "system error %lu", (unsigned long)err);
-        return copy_out(buf, cap, text);
-    }
-    w[n] = 0;
-    return win::to_utf8(w, buf, cap);
 }
 
 } // namespace plat

@@ -5,6 +5,7 @@
  * threads opened by id.
  */
 #include "WinHelp.h"
+#include "AlPlat.h"
 #include "AlSync.h"
 
 namespace {
@@ -56,6 +57,10 @@ vek_s32 event_reset(vek_handle evt) {
 }
 
 vek_handle mutex_create(const vek_wchar* name, vek_s32 initialOwner) {
+    if (name && name[0] && os_fails(VEK_OS_SHM)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
     OpenSecurity sec;
     return CreateMutexW(&sec.sa, initialOwner ? TRUE : FALSE, name && name[0] ? (LPCWSTR)name : nullptr);
 }
@@ -122,7 +127,12 @@ vek_s32 tls_set(vek_u32 slot, void* value) {
 
 void* thrd_create(void* startRec, vek_u32 stackSize, vek_u32* tid) {
     DWORD id = 0;
-    HANDLE h = CreateThread(nullptr, stackSize, win_start, startRec, 0, &id);
+    HANDLE h = nullptr;
+    if (os_fails(VEK_OS_THREAD)) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    } else {
+        h = CreateThread(nullptr, stackSize, win_start, startRec, 0, &id);
+    }
     *tid = h ? id : 0;
     return h;
 }

@@ -7,32 +7,55 @@
 
 #include <windows.h>
 #include <cstring>
-#include "VekUni.h"
+#include "AlOs.h"
+#include "UtfFull.h"
 
 namespace win {
 
 static_assert(sizeof(wchar_t) == sizeof(vek_wchar), "UTF-16 wchar_t on Windows");
 
-/* UTF-8 to UTF-16 into buf of cap units; returns the units written.
- * Windows decodes the whole of Unicode (file names may hold characters
- * beyond the Basic Multilingual Plane, as surrogate pairs); text too long
- * for buf is cut by the library's own decoder. */
+/* UTF-8 to UTF-16 into buf of cap units, through the library's own
+ * converter over the whole of Unicode (file names may hold characters
+ * beyond the Basic Multilingual Plane, as surrogate pairs); returns the
+ * units written. Text too long for buf is cut between characters. */
 inline int to_wide(const char* s, wchar_t* buf, int cap) {
-    if (!s) {
-        buf[0] = 0;
-        return 0;
-    }
-    int n = MultiByteToWideChar(CP_UTF8, 0, s, -1, buf, cap);
-    if (n > 0) {
-        return n - 1;
-    }
-    return utf8_buf_to_wcs_str(s, (vek_s32)std::strlen(s), (vek_wchar*)buf, cap);
+    vek_s32 n = vek::utf8_to_utf16(s ? s : "", -1, (vek_wchar*)buf, cap);
+    return n < cap ? n : cap - 1;
 }
 
 /* UTF-16 to UTF-8 into buf of cap bytes; returns the bytes written. */
 inline int to_utf8(const wchar_t* w, char* buf, int cap) {
-    return wcs_buf_to_utf8_str((const vek_wchar*)w, -1, buf, cap);
+    vek_s32 n = vek::utf16_to_utf8((const vek_wchar*)w, -1, buf, cap);
+    return n < cap ? n : cap - 1;
 }
+
+/* A UTF-8 text as a terminated UTF-16 one for a wide call, of any length:
+ * short texts stay on the stack. ok() is false only when memory for a
+ * long one was not given. */
+class Wide {
+  public:
+    explicit Wide(const char* s) {
+        vek_s32 n = vek::utf8_to_utf16(s ? s : "", -1, (vek_wchar*)small_, kSmall);
+        if (n >= kSmall) {
+            big_ = (wchar_t*)al_malloc(((size_t)n + 1) * sizeof(wchar_t));
+            if (big_) {
+                vek::utf8_to_utf16(s, -1, (vek_wchar*)big_, n + 1);
+            }
+        }
+        ptr_ = n < kSmall ? small_ : big_;
+    }
+    ~Wide() { al_free(big_); }
+    Wide(const Wide&) = delete;
+    Wide& operator=(const Wide&) = delete;
+    bool ok() const { return ptr_ != nullptr; }
+    const wchar_t* get() const { return ptr_; }
+
+  private:
+    static constexpr int kSmall = 520;
+    wchar_t small_[kSmall];
+    wchar_t* big_ = nullptr;
+    const wchar_t* ptr_;
+};
 
 } // namespace win
 

@@ -14,7 +14,7 @@ vek_s32 zone_info(vek_s32* bias, vek_s32* daylightBias) {
     TIME_ZONE_INFORMATION tzi;
     *bias = 0;
     *daylightBias = 0;
-    if (GetTimeZoneInformation(&tzi) == TIME_ZONE_ID_INVALID) {
+    if (os_fails(VEK_OS_LOCALTIME) || GetTimeZoneInformation(&tzi) == TIME_ZONE_ID_INVALID) {
         return 0;
     }
     *bias = tzi.Bias;
@@ -38,7 +38,7 @@ vek_s32 zone_info(vek_s32* bias, vek_s32* daylightBias) {
 }
 
 bool local_tm(time_t t, std::tm* out) {
-    return localtime_s(out, &t) == 0;
+    return !os_fails(VEK_OS_LOCALTIME) && localtime_s(out, &t) == 0;
 }
 
 } // namespace plat
