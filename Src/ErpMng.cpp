@@ -81,26 +81,20 @@ struct List {
         it->prev = it->next = nullptr;
         n--;
     }
-    /* Moves all of other to the front of this list. */
-    void splice_front(List& other) {
+    /* Moves all of other to the front or the back of this list. */
+    void splice(List& other, bool front) {
         if (other.empty()) {
             return;
         }
-        other.tail->next = head;
-        (head ? head->prev : tail) = other.tail;
-        head = other.head;
-        n += other.n;
-        other.head = other.tail = nullptr;
-        other.n = 0;
-    }
-    /* Moves all of other to the back of this list. */
-    void splice_back(List& other) {
-        if (other.empty()) {
-            return;
+        Item*& near = front ? head : tail;  // the end it joins
+        Item* join = front ? other.tail : other.head;
+        (front ? join->next : join->prev) = near;
+        if (near) {
+            (front ? near->prev : near->next) = join;
+        } else {
+            (front ? tail : head) = front ? other.tail : other.head;
         }
-        other.head->prev = tail;
-        (tail ? tail->next : head) = other.head;
-        tail = other.tail;
+        near = front ? other.head : other.tail;
         n += other.n;
         other.head = other.tail = nullptr;
         other.n = 0;
@@ -367,7 +361,7 @@ vek_s32 ErpMng::del(vek_s32 id) {
     for (Item* it = e->held.head; it; it = it->next) {
         queued--;
     }
-    gone.splice_back(e->held);
+    gone.splice(e->held, false);
     for (Item* it = q->items.head; it && queued > 0;) {
         Item* next = it->next;
         if (it->erp == e) {
@@ -447,7 +441,7 @@ vek_s32 ErpMng::pause(vek_s32 id, bool resume) {
     if (!resume) {
         e->pauses++;
     } else if (!misuse && --e->pauses == 0 && !e->held.empty()) {
-        e->que->items.splice_front(e->held);
+        e->que->items.splice(e->held, true);
         e->que->queued.store(e->que->items.n);
         wake = wakeLater(e->que);
     }
@@ -631,9 +625,9 @@ void ErpMng::endQue(Que* q, bool onOwner) {
     }
     for (Erp* e = q->erps; e; e = e->next) {
         forget(erps_, e->id);
-        gone.splice_back(e->held);
+        gone.splice(e->held, false);
     }
-    gone.splice_back(q->items);
+    gone.splice(q->items, false);
     detach(gone);
     AlMutex_unlock(&lock_);
     drop(gone);

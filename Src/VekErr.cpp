@@ -25,7 +25,7 @@ constexpr ErrText kTexts[] = {
     {VEK_ERR_NO_FREE_SLOT, "no free slot (containers), or the system wait failed (waits)"},
     {VEK_ERR_FILE_OPEN, "the file cannot be opened"},
     {VEK_ERR_BAD_ARG, "bad argument"},
-    {VEK_ERR_READ_ONLY, "not supported: read-only, or not present on this system"},
+    {VEK_ERR_READ_ONLY, "not supported: read-only, or not on this system"},
     {VEK_ERR_NOT_SUPPORTED, "not supported"},
     {VEK_ERR_WRITE_NOTHING, "the write wrote nothing"},
     {VEK_ERR_NAME_EXISTS, "the name is already present"},
@@ -58,7 +58,6 @@ constexpr ErrText kTexts[] = {
     {VEK_ERR_XML_JUNK, "text or markup after the XML root element"},
     {VEK_ERR_XML_DECL, "a malformed or misplaced XML declaration"},
     {VEK_ERR_XML_DOCTYPE, "an XML DOCTYPE refused"},
-    /* waits on descriptors and handles */
     {VEK_ERR_IO, "a system read, write or wait failed"},
     {VEK_ERR_PEER_CLOSED, "the other end is closed"},
 };

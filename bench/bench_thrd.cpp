@@ -62,35 +62,42 @@ struct Trials {
     }
 };
 
+/* Trials of a library thread blocked in block(arg) (which must return
+ * -5 once cancelled), cancelled by the main thread. */
+void cancel_trials(benchmark::State& state, vek_s32 (*block)(void* arg), void* arg) {
+    Trials tr;
+    struct Ctx {
+        Trials* tr;
+        vek_s32 (*block)(void*);
+        void* arg;
+    } ctx{&tr, block, arg};
+    vek_u32 tid = vek_thrd_create__(
+        [](void* p) -> vek_u32 {
+            Ctx* c = (Ctx*)p;
+            for (int i = 0; i < kTrials; i++) {
+                c->tr->phase.store(1, std::memory_order_release);
+                vek_s32 r = c->block(c->arg);
+                c->tr->t1 = now_ns();
+                if (r != VEK_ERR_ABORTED) {
+                    return 1;
+                }
+                vek_thrd_abort_clear();
+                c->tr->phase.store(2, std::memory_order_release);
+                wait_phase(c->tr->phase, 0);
+            }
+            return 0;
+        },
+        &ctx, 0);
+    tr.run([&] { vek_thrd_cancel(tid); });
+    vek_thrd_join(tid);
+    tr.report(state);
+}
+
 void BM_cancel_latency_vek(benchmark::State& state) {
     for (auto _ : state) {
-        Trials tr;
         vek_handle never = vek_evt_create__(1, 0);
-        struct Ctx {
-            Trials* tr;
-            vek_handle evt;
-        } ctx{&tr, never};
-        vek_u32 tid = vek_thrd_create__(
-            [](void* p) -> vek_u32 {
-                Ctx* c = (Ctx*)p;
-                for (int i = 0; i < kTrials; i++) {
-                    c->tr->phase.store(1, std::memory_order_release);
-                    vek_s32 r = vek_evt_swait__(c->evt, -1, 0);
-                    c->tr->t1 = now_ns();
-                    if (r != VEK_ERR_ABORTED) {
-                        return 1;
-                    }
-                    vek_thrd_abort_clear();
-                    c->tr->phase.store(2, std::memory_order_release);
-                    wait_phase(c->tr->phase, 0);
-                }
-                return 0;
-            },
-            &ctx, 0);
-        tr.run([&] { vek_thrd_cancel(tid); });
-        vek_thrd_join(tid);
+        cancel_trials(state, [](void* evt) { return vek_evt_swait__((vek_handle)evt, -1, 0); }, never);
         vek_evt_close(never);
-        tr.report(state);
     }
 }
 
@@ -98,38 +105,17 @@ void BM_cancel_latency_vek(benchmark::State& state) {
  * the cancel reaches it through its wake descriptor. */
 void BM_cancel_read_vek(benchmark::State& state) {
     for (auto _ : state) {
-        Trials tr;
-        struct Ctx {
-            Trials* tr;
-            int fd[2];
-        } ctx{&tr, {-1, -1}};
-        if (pipe(ctx.fd) != 0) {
+        int fd[2];
+        if (pipe(fd) != 0) {
             state.SkipWithError("pipe");
             return;
         }
-        vek_u32 tid = vek_thrd_create__(
-            [](void* p) -> vek_u32 {
-                Ctx* c = (Ctx*)p;
-                char b[64];
-                for (int i = 0; i < kTrials; i++) {
-                    c->tr->phase.store(1, std::memory_order_release);
-                    vek_s32 r = vek_fd_sread(c->fd[0], b, sizeof b, -1, 0);
-                    c->tr->t1 = now_ns();
-                    if (r != VEK_ERR_ABORTED) {
-                        return 1;
-                    }
-                    vek_thrd_abort_clear();
-                    c->tr->phase.store(2, std::memory_order_release);
-                    wait_phase(c->tr->phase, 0);
-                }
-                return 0;
-            },
-            &ctx, 0);
-        tr.run([&] { vek_thrd_cancel(tid); });
-        vek_thrd_join(tid);
-        close(ctx.fd[0]);
-        close(ctx.fd[1]);
-        tr.report(state);
+        cancel_trials(state, [](void* p) {
+            char b[64];
+            return vek_fd_sread(*(int*)p, b, sizeof b, -1, 0);
+        }, fd);
+        close(fd[0]);
+        close(fd[1]);
     }
 }
 

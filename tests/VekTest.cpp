@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #endif
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <filesystem>
@@ -153,6 +154,16 @@ void dbg_cfg_settle() {
         vek_sleep(10);
     }
     EXPECT_TRUE(DbgMng_enabled__(nullptr, 999, 9, 9)) << "the limit file's watcher did not read it again";
+}
+
+vek_u32 spawn(std::function<vek_u32()> f) {
+    using Fn = std::function<vek_u32()>;
+    return vek_thrd_create__(
+        [](void* p) -> vek_u32 {
+            std::unique_ptr<Fn> fn((Fn*)p);
+            return (*fn)();
+        },
+        new Fn(std::move(f)), 0);
 }
 
 } // namespace vektest

@@ -7,6 +7,7 @@
 #define VEK_TEST_H
 
 #include <gtest/gtest.h>
+#include <functional>
 #include <string>
 #include <vector>
 #include "BaseLib.h"
@@ -62,6 +63,8 @@ std::string dbg_cfg_file();
 /* Writes that file back to (nearly) nothing and waits until its watcher
  * has read it, so no late reload of a test's limits reaches the next test. */
 void dbg_cfg_settle();
+/* Runs f on a library thread (vek_thrd_create__); returns its id. */
+vek_u32 spawn(std::function<vek_u32()> f);
 
 } // namespace vektest
 

@@ -16,20 +16,10 @@
 #include <windows.h>
 #endif
 
+using vektest::spawn;
 using vektest::TraceCapture;
 
 namespace {
-
-using Fn = std::function<vek_u32()>;
-
-vek_u32 spawn(Fn f) {
-    return vek_thrd_create__(
-        [](void* p) -> vek_u32 {
-            std::unique_ptr<Fn> fn((Fn*)p);
-            return (*fn)();
-        },
-        new Fn(std::move(f)), 0);
-}
 
 void wait_until(const std::function<bool()>& cond, vek_u32 ms = 10000) {
     vek_u32 t0 = vek_msec();

@@ -25,18 +25,9 @@
 #include <unistd.h>
 #endif
 
+using vektest::spawn;
+
 namespace {
-
-using Fn = std::function<vek_u32()>;
-
-vek_u32 spawn(Fn f) {
-    return vek_thrd_create__(
-        [](void* p) -> vek_u32 {
-            std::unique_ptr<Fn> fn((Fn*)p);
-            return (*fn)();
-        },
-        new Fn(std::move(f)), 0);
-}
 
 /* One end driven through the library (abortable) and the other end
  * driven plainly by the test. */

@@ -15,21 +15,10 @@
 #include <vector>
 #include "VekTest.h"
 
+using vektest::spawn;
 using vektest::TraceCapture;
 
 namespace {
-
-using Fn = std::function<vek_u32()>;
-
-/* Runs f on a library thread (vek_thrd_create__); returns its id. */
-vek_u32 spawn(Fn f) {
-    return vek_thrd_create__(
-        [](void* p) -> vek_u32 {
-            std::unique_ptr<Fn> fn((Fn*)p);
-            return (*fn)();
-        },
-        new Fn(std::move(f)), 0);
-}
 
 vek_u32 ms_since(vek_u32 start) {
     return vek_msec() - start;
