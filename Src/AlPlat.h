@@ -30,6 +30,17 @@
  *   MIDL_user_allocate MIDL_user_free  named in the generic event's type
  *                                      description (win/RpcEvt), which the
  *                                      RPC runtime calls
+ *   vek_msec vek::ms_left vek::fd_wait vek_fd_swait vek_fds_swait
+ *                                      the clock and the waits a cancel ends
+ *                                      (IoWait): the reads, writes and
+ *                                      watches on the system's own
+ *                                      descriptors block only through them
+ *   vek_assert__                       only the exported reads and writes
+ *                                      on descriptors and handles (AlIo),
+ *                                      on bad arguments, before they hold
+ *                                      anything of the platform's
+ *   vek::mountinfo_parse vek::uevent_parse  this contract's portable
+ *                                      parsers of the disc watch (MonParse)
  */
 #ifndef VEK_ALPLAT_H
 #define VEK_ALPLAT_H
