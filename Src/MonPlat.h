@@ -16,6 +16,8 @@
 
 #include <deque>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 #include "VekAlloc.h"
 #include "VekMon.h"
@@ -32,6 +34,23 @@ struct MonEvt {
     VString path, oldPath, fsType;
 };
 using MonQue = std::deque<MonEvt, HeapAllocator<MonEvt>>;
+
+/* Appends one event to q (may throw std::bad_alloc). */
+inline void mon_push(MonQue& q, vek_s32 type, vek_s32 flags, VString path, VString old = VString(), vek_s32 err = 0) {
+    MonEvt e;
+    e.type = type;
+    e.flags = flags;
+    e.err = err;
+    e.path = std::move(path);
+    e.oldPath = std::move(old);
+    q.push_back(std::move(e));
+}
+
+/* A set of relative paths: what the listing of a new folder reported. */
+struct PathHash {
+    size_t operator()(const VString& s) const { return std::hash<std::string_view>()(std::string_view(s.data(), s.size())); }
+};
+using PathSet = std::unordered_set<VString, PathHash, std::equal_to<VString>, HeapAllocator<VString>>;
 
 /* One line of /proc/self/mountinfo: the mount's id, where it is mounted,
  * what is mounted there and the file system's type (octal escapes such as

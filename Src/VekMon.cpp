@@ -217,6 +217,28 @@ T* checked(T* m, Kind kind) {
     return m;
 }
 
+/* Makes a monitor of type T whose watch open() starts, pushing to cb's
+ * owner when cb is given. */
+template <class T, class Open>
+vek_s32 mon_new(Kind kind, Open open, vek_mon_cb cb, void* ctx, T** mon) {
+    void* mem = vek_malloc__(sizeof(T));
+    if (!mem) {
+        return VEK_ERR_FULL;
+    }
+    T* m = new (mem) T();
+    m->kind = kind;
+    vek_s32 r = open(m);
+    if (r == 0 && cb) {
+        r = start_push(m, cb, ctx);
+    }
+    if (r != 0) {
+        mon_free(m);
+        return r;
+    }
+    *mon = m;
+    return 0;
+}
+
 } // namespace
 
 extern "C" {
@@ -230,22 +252,9 @@ VEK_API vek_s32 FileMon_new(const char* dir, vek_s32 flags, vek_mon_cb cb, void*
     if (!*dir || (flags & ~VEK_FILEMON_RECURSIVE) != 0) {
         return VEK_ERR_BAD_ARG;
     }
-    void* mem = vek_malloc__(sizeof(FileMon));
-    if (!mem) {
-        return VEK_ERR_FULL;
-    }
-    FileMon* m = new (mem) FileMon();
-    m->kind = Kind::file;
-    vek_s32 r = plat::filewatch_open(dir, (flags & VEK_FILEMON_RECURSIVE) != 0, &m->file);
-    if (r == 0 && cb) {
-        r = start_push(m, cb, ctx);
-    }
-    if (r != 0) {
-        mon_free(m);
-        return r;
-    }
-    *mon = m;
-    return 0;
+    bool recursive = (flags & VEK_FILEMON_RECURSIVE) != 0;
+    return mon_new(Kind::file, [dir, recursive](FileMon* m) { return plat::filewatch_open(dir, recursive, &m->file); },
+                   cb, ctx, mon);
 }
 
 VEK_API vek_s32 FileMon_read(FileMon* mon, VekMonEvt* evt, vek_s32 tmo, vek_s32 flags) {
@@ -268,22 +277,7 @@ VEK_API vek_s32 DiscMon_new(vek_mon_cb cb, void* ctx, DiscMon** mon) {
         return VEK_ERR_BAD_ARG;
     }
     *mon = nullptr;
-    void* mem = vek_malloc__(sizeof(DiscMon));
-    if (!mem) {
-        return VEK_ERR_FULL;
-    }
-    DiscMon* m = new (mem) DiscMon();
-    m->kind = Kind::disc;
-    vek_s32 r = plat::discwatch_open(&m->disc);
-    if (r == 0 && cb) {
-        r = start_push(m, cb, ctx);
-    }
-    if (r != 0) {
-        mon_free(m);
-        return r;
-    }
-    *mon = m;
-    return 0;
+    return mon_new(Kind::disc, [](DiscMon* m) { return plat::discwatch_open(&m->disc); }, cb, ctx, mon);
 }
 
 VEK_API vek_s32 DiscMon_read(DiscMon* mon, VekMonEvt* evt, vek_s32 tmo, vek_s32 flags) {

@@ -29,6 +29,8 @@
 using vek::MonEvt;
 using vek::MonQue;
 using vek::VString;
+using vek::PathSet;
+using vek::mon_push;
 
 namespace {
 
@@ -39,10 +41,6 @@ constexpr vek_s32 kPairMs = 10;
 
 template <class K, class V>
 using Map = std::unordered_map<K, V, std::hash<K>, std::equal_to<K>, vek::HeapAllocator<std::pair<const K, V>>>;
-struct PathHash {
-    size_t operator()(const VString& s) const { return std::hash<std::string_view>()(std::string_view(s.data(), s.size())); }
-};
-using PathSet = std::unordered_set<VString, PathHash, std::equal_to<VString>, vek::HeapAllocator<VString>>;
 
 VString join(const VString& dir, const char* name) {
     if (dir.empty()) {
@@ -52,16 +50,6 @@ VString join(const VString& dir, const char* name) {
     p += '/';
     p += name;
     return p;
-}
-
-void push(MonQue& q, vek_s32 type, vek_s32 flags, VString path, VString old = VString(), vek_s32 err = 0) {
-    MonEvt e;
-    e.type = type;
-    e.flags = flags;
-    e.err = err;
-    e.path = std::move(path);
-    e.oldPath = std::move(old);
-    q.push_back(std::move(e));
 }
 
 } // namespace
@@ -92,7 +80,7 @@ struct FileWatch {
         int wd = inotify_add_watch(fd, abs(rel).c_str(), kMask);
         if (wd < 0) {
             if (errno == ENOSPC) {
-                push(q, VEK_MON_RESCAN, VEK_MON_DIR, rel, VString(), VEK_ERR_WATCH_LIMIT);
+                mon_push(q, VEK_MON_RESCAN, VEK_MON_DIR, rel, VString(), VEK_ERR_WATCH_LIMIT);
             }
             return;  // gone again, or not a folder any more
         }
@@ -115,7 +103,7 @@ struct FileWatch {
                 isDir = lstat(abs(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
             }
             if (list) {
-                push(q, VEK_MON_ADDED, VEK_MON_SCANNED | (isDir ? VEK_MON_DIR : 0), path);
+                mon_push(q, VEK_MON_ADDED, VEK_MON_SCANNED | (isDir ? VEK_MON_DIR : 0), path);
                 listed.insert(path);
             }
             if (isDir) {
@@ -156,7 +144,7 @@ struct FileWatch {
             return;
         }
         fromHeld = false;
-        push(q, VEK_MON_REMOVED, fromDir ? VEK_MON_DIR : 0, fromPath);
+        mon_push(q, VEK_MON_REMOVED, fromDir ? VEK_MON_DIR : 0, fromPath);
         if (fromDir && recursive) {
             drop_tree(fromPath);
         }
@@ -166,7 +154,7 @@ struct FileWatch {
         if (listed.erase(path) || listedBefore.erase(path)) {
             return;  // the listing of its folder reported it already
         }
-        push(q, VEK_MON_ADDED, isDir ? VEK_MON_DIR : 0, path);
+        mon_push(q, VEK_MON_ADDED, isDir ? VEK_MON_DIR : 0, path);
         if (isDir && recursive) {
             add_tree(path, true, q);
         }
@@ -175,7 +163,7 @@ struct FileWatch {
     void event(const struct inotify_event* e, MonQue& q) {
         if (e->mask & IN_Q_OVERFLOW) {
             flush_from(q);
-            push(q, VEK_MON_RESCAN, VEK_MON_DIR, VString());
+            mon_push(q, VEK_MON_RESCAN, VEK_MON_DIR, VString());
             if (recursive) {
                 add_tree(VString(), false, q);  // folders made meanwhile get their watches
             }
@@ -197,13 +185,13 @@ struct FileWatch {
             if (isDir && recursive) {
                 move_tree(fromPath, path);
             }
-            push(q, VEK_MON_RENAMED, isDir ? VEK_MON_DIR : 0, path, fromPath);
+            mon_push(q, VEK_MON_RENAMED, isDir ? VEK_MON_DIR : 0, path, fromPath);
             return;
         }
         flush_from(q);
         if (e->mask & (IN_DELETE_SELF | IN_MOVE_SELF)) {
             if (e->wd == rootWd) {
-                push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
+                mon_push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
                 gone = true;
             }
             return;  // a folder inside: its parent reports it
@@ -211,14 +199,14 @@ struct FileWatch {
         if (e->mask & (IN_CREATE | IN_MOVED_TO)) {
             appeared(path, isDir, q);
         } else if (e->mask & IN_DELETE) {
-            push(q, VEK_MON_REMOVED, isDir ? VEK_MON_DIR : 0, path);
+            mon_push(q, VEK_MON_REMOVED, isDir ? VEK_MON_DIR : 0, path);
         } else if (e->mask & IN_MOVED_FROM) {
             fromHeld = true;
             fromCookie = e->cookie;
             fromPath = path;
             fromDir = isDir;
         } else if (e->mask & (IN_MODIFY | IN_ATTRIB)) {
-            push(q, VEK_MON_CHANGED, isDir ? VEK_MON_DIR : 0, path);
+            mon_push(q, VEK_MON_CHANGED, isDir ? VEK_MON_DIR : 0, path);
         }
     }
 
@@ -386,7 +374,7 @@ struct DiscWatch {
                 still = still || same(old, m);
             }
             if (!still) {
-                push(q, VEK_MON_UNMOUNTED, removable(old.source) ? VEK_MON_REMOVABLE : 0, old.mountPoint, old.source);
+                mon_push(q, VEK_MON_UNMOUNTED, removable(old.source) ? VEK_MON_REMOVABLE : 0, old.mountPoint, old.source);
                 q.back().fsType = old.fsType;
             }
         }
@@ -396,7 +384,7 @@ struct DiscWatch {
                 before = before || same(old, m);
             }
             if (!before) {
-                push(q, VEK_MON_MOUNTED, removable(m.source) ? VEK_MON_REMOVABLE : 0, m.mountPoint, m.source);
+                mon_push(q, VEK_MON_MOUNTED, removable(m.source) ? VEK_MON_REMOVABLE : 0, m.mountPoint, m.source);
                 q.back().fsType = m.fsType;
             }
         }
@@ -424,11 +412,11 @@ struct DiscWatch {
             }
             VString dev = VString("/dev/") + u.devName;
             if (u.action == "add") {
-                push(q, VEK_MON_MEDIA_ADDED, VEK_MON_REMOVABLE, dev);
+                mon_push(q, VEK_MON_MEDIA_ADDED, VEK_MON_REMOVABLE, dev);
             } else if (u.action == "remove") {
-                push(q, VEK_MON_MEDIA_REMOVED, VEK_MON_REMOVABLE, dev);
+                mon_push(q, VEK_MON_MEDIA_REMOVED, VEK_MON_REMOVABLE, dev);
             } else if (u.action == "change" && u.mediaChange) {
-                push(q, has_medium(u.devName) ? VEK_MON_MEDIA_ADDED : VEK_MON_MEDIA_REMOVED, VEK_MON_REMOVABLE, dev);
+                mon_push(q, has_medium(u.devName) ? VEK_MON_MEDIA_ADDED : VEK_MON_MEDIA_REMOVED, VEK_MON_REMOVABLE, dev);
             } else {
                 continue;
             }

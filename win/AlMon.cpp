@@ -21,6 +21,8 @@
 using vek::MonEvt;
 using vek::MonQue;
 using vek::VString;
+using vek::PathSet;
+using vek::mon_push;
 
 namespace {
 
@@ -56,23 +58,9 @@ WString wide(const char* s) {
     return w;
 }
 
-void push(MonQue& q, vek_s32 type, vek_s32 flags, VString path, VString old = VString()) {
-    MonEvt e;
-    e.type = type;
-    e.flags = flags;
-    e.path = std::move(path);
-    e.oldPath = std::move(old);
-    q.push_back(std::move(e));
-}
-
 } // namespace
 
 namespace plat {
-
-struct PathHash {
-    size_t operator()(const VString& s) const { return std::hash<std::string_view>()(std::string_view(s.data(), s.size())); }
-};
-using PathSet = std::unordered_set<VString, PathHash, std::equal_to<VString>, vek::HeapAllocator<VString>>;
 
 struct FileWatch {
     HANDLE dir = INVALID_HANDLE_VALUE;
@@ -103,7 +91,7 @@ struct FileWatch {
             VString path = rel + "\\" + utf8(fd.cFileName, wcslen(fd.cFileName));
             bool isDir = (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 &&
                          !(fd.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
-            push(q, VEK_MON_ADDED, VEK_MON_SCANNED | (isDir ? VEK_MON_DIR : 0), path);
+            mon_push(q, VEK_MON_ADDED, VEK_MON_SCANNED | (isDir ? VEK_MON_DIR : 0), path);
             listed.insert(path);
             if (isDir) {
                 list_tree(path, q);
@@ -117,7 +105,7 @@ struct FileWatch {
             return;  // the listing of its folder reported it already
         }
         bool d = is_dir(name);
-        push(q, VEK_MON_ADDED, d ? VEK_MON_DIR : 0, name);
+        mon_push(q, VEK_MON_ADDED, d ? VEK_MON_DIR : 0, name);
         if (d && recursive) {
             list_tree(name, q);
         }
@@ -143,24 +131,24 @@ struct FileWatch {
             VString name = utf8(fi->FileName, fi->FileNameLength / sizeof(WCHAR));
             switch (fi->Action) {
             case FILE_ACTION_ADDED: appeared(name, q); break;
-            case FILE_ACTION_REMOVED: push(q, VEK_MON_REMOVED, 0, name); break;
+            case FILE_ACTION_REMOVED: mon_push(q, VEK_MON_REMOVED, 0, name); break;
             case FILE_ACTION_MODIFIED:
                 // A folder is "modified" whenever an entry in it changes:
                 // that entry is reported on its own.
                 if (!is_dir(name)) {
-                    push(q, VEK_MON_CHANGED, 0, name);
+                    mon_push(q, VEK_MON_CHANGED, 0, name);
                 }
                 break;
             case FILE_ACTION_RENAMED_OLD_NAME:
                 if (haveOld) {
-                    push(q, VEK_MON_REMOVED, 0, oldName);
+                    mon_push(q, VEK_MON_REMOVED, 0, oldName);
                 }
                 oldName = name;
                 haveOld = true;
                 break;
             case FILE_ACTION_RENAMED_NEW_NAME:
                 if (haveOld) {
-                    push(q, VEK_MON_RENAMED, is_dir(name) ? VEK_MON_DIR : 0, name, oldName);
+                    mon_push(q, VEK_MON_RENAMED, is_dir(name) ? VEK_MON_DIR : 0, name, oldName);
                     haveOld = false;
                 } else {
                     appeared(name, q);
@@ -174,7 +162,7 @@ struct FileWatch {
             off += fi->NextEntryOffset;
         }
         if (haveOld) {
-            push(q, VEK_MON_REMOVED, 0, oldName);
+            mon_push(q, VEK_MON_REMOVED, 0, oldName);
         }
     }
 };
@@ -223,7 +211,7 @@ vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
                 return VEK_ERR_EOF;
             }
             if (!w->armed && !w->arm()) {
-                push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
+                mon_push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
                 w->gone = true;
                 break;
             }
@@ -233,7 +221,7 @@ vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
             if (r == VEK_ERR_ABORTED || r == VEK_ERR_TIMEOUT) {
                 w->armed = false;  // cancelled: asked again, the system keeps what comes meanwhile
                 if (GetFileAttributesW(w->root.c_str()) == INVALID_FILE_ATTRIBUTES) {
-                    push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
+                    mon_push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
                     w->gone = true;
                     break;
                 }
@@ -249,15 +237,15 @@ vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
             }
             DWORD e = GetLastError();
             if (r == 0 || e == ERROR_NOTIFY_ENUM_DIR) {
-                push(q, VEK_MON_RESCAN, VEK_MON_DIR, VString());  // the system's buffer overflowed
+                mon_push(q, VEK_MON_RESCAN, VEK_MON_DIR, VString());  // the system's buffer overflowed
                 continue;
             }
             // The folder went away (or its handle broke).
             if (GetFileAttributesW(w->root.c_str()) == INVALID_FILE_ATTRIBUTES) {
-                push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
+                mon_push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
                 w->gone = true;
             } else {
-                push(q, VEK_MON_RESCAN, VEK_MON_DIR, VString());
+                mon_push(q, VEK_MON_RESCAN, VEK_MON_DIR, VString());
             }
         }
         if (!w->gone && !w->armed) {
@@ -331,13 +319,13 @@ struct DiscWatch {
             char root[4] = {(char)('A' + i), ':', '\\', 0};
             vek_s32 fl = (a.removable || b.removable) ? VEK_MON_REMOVABLE : 0;
             if (a.present && !b.present) {
-                push(q, VEK_MON_UNMOUNTED, fl, root);
+                mon_push(q, VEK_MON_UNMOUNTED, fl, root);
                 q.back().fsType = a.fsType;
             } else if (!a.present && b.present) {
-                push(q, VEK_MON_MOUNTED, fl, root);
+                mon_push(q, VEK_MON_MOUNTED, fl, root);
                 q.back().fsType = b.fsType;
             } else if (a.present && a.removable && a.medium != b.medium) {
-                push(q, b.medium ? VEK_MON_MEDIA_ADDED : VEK_MON_MEDIA_REMOVED, fl, root);
+                mon_push(q, b.medium ? VEK_MON_MEDIA_ADDED : VEK_MON_MEDIA_REMOVED, fl, root);
                 q.back().fsType = b.medium ? b.fsType : a.fsType;
             }
             drives[i] = b;
