@@ -144,6 +144,9 @@ std::string dbg_cfg_file() {
         path = temp_dir("dbgcfg") + "/VekTrc.ini";
         write_file(path, "");
         DbgMng_cfgByFile(path.c_str());
+        // Once it has read a change, its thread is up: it cannot start (and
+        // trace its start) in the middle of a later test.
+        dbg_cfg_settle();
     }
     return path;
 }
