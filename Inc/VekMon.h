@@ -28,9 +28,11 @@
  * is VEK_MON_ADDED, moved out VEK_MON_REMOVED. Repeated changes of one file
  * that arrive together are one VEK_MON_CHANGED. With VEK_FILEMON_RECURSIVE
  * the whole tree is watched, also folders made later: on Linux a new
- * folder is watched as soon as it is reported and then listed, so entries
- * made in it before its watch existed (mkdir -p, a tree moved in) are
- * reported as VEK_MON_ADDED with VEK_MON_SCANNED. When the watched folder
+ * folder is watched as soon as it is reported, and on both systems it is
+ * then listed, so entries made in it before its watch existed or that the
+ * system does not report (mkdir -p, a tree moved in) are reported as
+ * VEK_MON_ADDED with VEK_MON_SCANNED (an entry reported both ways comes
+ * once). When the watched folder
  * itself is removed, VEK_MON_REMOVED with path "" comes last and reads
  * then return -202.
  *
