@@ -25,10 +25,10 @@ class Http : public VekTest {
   protected:
     void SetUp() override {
         VekTest::SetUp();
+        VekStr_new(&out_);  // TearDown runs after a skip as well
         if (net_curl_load(nullptr) != 0) {
             GTEST_SKIP() << "no libcurl on this system (libcurl4 / libcurl.dll): downloads answer -94";
         }
-        VekStr_new(&out_);
     }
     void TearDown() override {
         VekStr_delete(&out_);
