@@ -3,6 +3,7 @@
  * nothing when off and follow every configuration change, limits replaced
  * by a file, device traffic and dumps, and the trace stream.
  */
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -89,13 +90,13 @@ TEST_F(Trace, ConcurrentCallsAndChanges) {
     for (auto& t : ts) {
         t.join();
     }
-    for (const auto& r : cap.records) {
-        EXPECT_EQ("x", r);
-    }
+    // Only this site's records count: the library's own (a limit file read
+    // again by its watcher) may pass meanwhile.
+    auto sites = [&cap] { return std::count(cap.records.begin(), cap.records.end(), std::string("x")); };
     DbgMng_setLevel(701, 1, 1);
-    size_t n = cap.records.size();
+    auto n = sites();
     VEK_TRACE(701, 1, 2, "x");
-    EXPECT_EQ(n, cap.records.size());
+    EXPECT_EQ(n, sites());
 }
 
 TEST_F(Trace, FileLimitsReplaceTheEarlierOnes) {
