@@ -98,8 +98,12 @@ VEK_API void FileMon_delete(FileMon* mon);
 /* ---- disc monitors ---- */
 typedef struct DiscMon DiscMon;
 
+/* Watches the mounts and removable media; *mon receives the monitor (-94
+ * where the system offers no such watch). */
 VEK_API vek_s32 DiscMon_new(vek_mon_cb cb, void* ctx, DiscMon** mon);
+/* The next event into *evt: 0, or -5, -12, -95. */
 VEK_API vek_s32 DiscMon_read(DiscMon* mon, VekMonEvt* evt, vek_s32 tmo, vek_s32 flags);
+/* Stops watching and frees the monitor (null: nothing). */
 VEK_API void DiscMon_delete(DiscMon* mon);
 
 /* The name of an event type ("added", "removed", "changed", "renamed",

@@ -213,6 +213,9 @@ typedef struct TrcStrm {
     vek_s32 lineCap;
 } TrcStrm;
 
+/* Makes a trace stream whose lines become records of module, field and
+ * level, in mem or (mem null) allocated; the stream, null when out of
+ * memory. */
 VEK_API TrcStrm* TrcStrm_new(TrcStrm* mem, vek_s32 module, vek_s32 field, vek_s32 level);
 /* TrcStrm_new, then one reference. */
 VEK_API IStrm* TrcStrm_xcreate__(TrcStrm* mem, vek_s32 module, vek_s32 field, vek_s32 level,
