@@ -100,7 +100,8 @@ static inline const char* IStrm_className(IStrm* s) { return (s->vtbl->className
 
 /* ---- IVekEnum: the enumerator interface ----
  * Walks a collection without changing it; the collection must not change
- * while an enumerator is in use. next stores the current element in *out
+ * while an enumerator is in use, unless its enumerator says otherwise
+ * (ItfEnum, ItfUtil.h, sees a fixed view of a changing collection). next stores the current element in *out
  * and advances: 1, or 0 (and *out null) at the end; reset starts again;
  * clone makes an independent enumerator at the same place with one
  * reference (0, or a negative error and *out null). */
@@ -118,6 +119,11 @@ typedef struct IVekEnumVtbl {
 struct IVekEnum {
     const IVekEnumVtbl* vtbl;
 };
+static inline vek_s32 IVekEnum_addRef(IVekEnum* e) { return (e->vtbl->addRef)(e); }
+static inline vek_s32 IVekEnum_release(IVekEnum* e) { return (e->vtbl->release)(e); }
+static inline vek_s32 IVekEnum_next(IVekEnum* e, void** out) { return (e->vtbl->next)(e, out); }
+static inline vek_s32 IVekEnum_reset(IVekEnum* e) { return (e->vtbl->reset)(e); }
+static inline vek_s32 IVekEnum_clone(IVekEnum* e, IVekEnum** out) { return (e->vtbl->clone)(e, out); }
 
 /* Free functions: the destination is written, the source is read; both are
  * borrowed. Null streams or paths are assertion failures. */

@@ -34,13 +34,21 @@
 #include "MimeHdr.h"
 #include "GsmUtil.h"
 #include "VekEvt.h"
+/* binary and network helpers, identifier tables, interface collections */
+#include "MiscUtil.h"
+#include "StrId.h"
+#include "ItfUtil.h"
+/* waits on the system's descriptors and handles, per-thread event dispatch */
 #include "VekErp.h"
 #include "VekIoWait.h"
 /* trace, monitors, loadable libraries, downloads */
 #include "VekCm.h"
 #include "VekHttp.h"
 #include "VekMon.h"
-/* issue 29: configuration, XML, language resources, UTF-8 OS calls */
+/* timers and the task server */
+#include "VekTimer.h"
+#include "TaskSvr.h"
+/* configuration, XML, language resources, UTF-8 OS calls */
 #include "OsUtf8.h"
 #include "XmlDec.h"
 #include "CfgIni.h"

@@ -19,6 +19,17 @@
  *        number of call-stack entries recorded (0 unless LeakChkLev >= 1)
  *        the recorded return addresses
  *
+ * The raw size ends there. A monitor over al_malloc/al_free asks for one
+ * pointer-sized word more (which thread's part of the monitor lists the
+ * block), and rounds allocations up to 2 KiB up to a multiple of 32 bytes.
+ *
+ * Threads: any thread may allocate, resize and free any block. Each thread
+ * that allocates has its own part of the monitor, so threads do not wait
+ * for each other; a block freed by another thread is handed back to the
+ * allocating thread's part and unlinked there (at its next call, or by the
+ * next report, check or statistics call, which always see every thread's
+ * blocks). When a thread ends, its blocks stay listed for the report.
+ *
  * Configuration (section "VekHeap" of "VekDbg.ini", each key default 0):
  * "LeakChkLev" (>= 1 records call stacks so leaks can be listed),
  * "CrashChkLev" (>= 1 verifies every live block on each allocation),
@@ -52,7 +63,8 @@ VEK_API vek_malloc_fn vek_malloc_func(void);
 VEK_API vek_free_fn vek_free_func(void);
 
 /* Statistics of a heap monitor. liveBlocks is always kept; the other
- * fields only when "RecStatInfo" is non-zero (else 0). */
+ * fields only when "RecStatInfo" is non-zero (else 0). The peaks are those
+ * of all threads' blocks together. */
 typedef struct VekHeapStat {
     vek_u64 allocCount;  /* allocations so far */
     vek_s64 liveBlocks;  /* blocks held now */

@@ -1,7 +1,9 @@
 /*
  * VekStrm.h - the stream classes: MemStrm (growable, in memory), FileStrm
- * (one OS-layer file), StrStrm (read-only, over a caller's bytes), CstrStrm
- * (over a caller's VekStr) and TrcStrm (write-only, into the trace).
+ * (one OS-layer file), StrStrm (read-only, over a caller's bytes),
+ * CstrStrm (over a VekStr), EncpStrm (a window of another stream),
+ * TestStrm (a memory stream that misbehaves on purpose, for tests) and
+ * TrcStrm (write-only, into the trace).
  *
  * Every class follows the object model of BaseItf.h. The records are public
  * so that callers can build streams in their own storage:
@@ -36,6 +38,8 @@ VEK_BEGIN_DECLS
 #define VEK_CLS_STRSTRM  0xDA2063u
 #define VEK_CLS_CSTRSTRM 0x209F1Bu
 #define VEK_CLS_TRCSTRM  0x7C3A11u
+#define VEK_CLS_ENCPSTRM 0x5E1C7Au
+#define VEK_CLS_TESTSTRM 0x7E57A9u
 
 /* ---- MemStrm ----
  * A chain of VekData blocks of blk bytes each, grown one block at a time as
@@ -223,6 +227,101 @@ VEK_API IStrm* TrcStrm_xcreate__(TrcStrm* mem, vek_s32 module, vek_s32 field, ve
 /* Writes the open line, clears the class word and frees the record as
  * above. */
 VEK_API void TrcStrm_delete(TrcStrm* obj);
+/* ---- EncpStrm ----
+ * A window of another stream (the inner one): the len bytes from offset off
+ * of inner, seen as a stream of their own whose position 0 is inner's off.
+ * Reads end at the window's end (or inner's, when that comes first) and
+ * writes stay inside it: a write or putc that would pass the end returns
+ * VEK_ERR_FULL and writes nothing. A window opened with len negative
+ * reaches to inner's end wherever that is, so writes at its end extend
+ * inner. The window keeps its own position and moves inner to it before
+ * each read or write, so inner may be used (and moved) by others between
+ * calls; inner's errors pass through. size is the part of the window that
+ * inner holds; seek takes targets 0..size (origin 2 counts from size) and
+ * answers VEK_ERR_BAD_ARG otherwise; ungetc moves the position back (-23
+ * at 0). setSize and clear truncate inner at off + the new length in an
+ * open window (position 0 afterwards) and return VEK_ERR_NOT_SUPPORTED in
+ * a fixed one (unless nothing would be cut: 0). flush is inner's.
+ * Without an inner stream every operation returns -23 (size and tell 0).
+ * className "EncpStrm". */
+typedef struct EncpStrm {
+    vek_u32 cls;            /* VEK_CLS_ENCPSTRM, | VEK_CLS_OWNED when allocated */
+    AlAtom ref;
+    const IStrmVtbl* vtbl;
+    IStrm* inner;           /* the stream windowed (one reference held), or null */
+    vek_s64 off;            /* where the window starts in inner */
+    vek_s64 len;            /* the window's length; negative: to inner's end */
+    vek_s64 pos;            /* the position inside the window */
+} EncpStrm;
+
+/* A window of inner from off, len bytes long (negative: open), holding one
+ * reference on inner; built in mem or allocated when mem is null (null
+ * when that fails). A null inner is the assertion "inner" (the stream is
+ * then without one); a negative off the assertion "off >= 0" (0 is used).
+ * The _xcreatex__ form adds the first reference and returns the interface. */
+VEK_API EncpStrm* EncpStrm_new(EncpStrm* mem, IStrm* inner, vek_s64 off, vek_s64 len);
+VEK_API IStrm* EncpStrm_xcreatex__(EncpStrm* mem, IStrm* inner, vek_s64 off, vek_s64 len,
+                                   const char* path, vek_s32 line);
+/* Releases inner, then frees the record as above. */
+VEK_API void EncpStrm_delete(EncpStrm* obj);
+
+/* ---- TestStrm ----
+ * A memory stream for tests that misbehaves as told, so that a reader or
+ * a writer can be shown to cope with streams as they really are: short
+ * reads and writes, a failure part way through, an early end. Without a
+ * configuration it behaves exactly as a MemStrm holding the same bytes.
+ * className "TestStrm". */
+typedef struct TestStrmCfg {
+    vek_s32 readChunk;    /* most bytes one read returns; 0 or less: no limit */
+    vek_s32 writeChunk;   /* most bytes one write takes (it returns fewer); 0 or less: no limit */
+    vek_s64 readFailAt;   /* reads fail once this many bytes were read; negative: never */
+    vek_s64 writeFailAt;  /* writes fail once this many bytes were written; negative: never */
+    vek_s64 eofAt;        /* reads find the end (0, getc -202) at this position; negative: never */
+    vek_s32 err;          /* what a failing call returns; 0: VEK_ERR_ABORTED (-5) */
+} TestStrmCfg;
+
+/* Counted since the configuration was last set. */
+typedef struct TestStrmStat {
+    vek_s32 reads;        /* read calls */
+    vek_s32 writes;       /* write calls */
+    vek_s64 bytesRead;    /* bytes handed out by read and getc */
+    vek_s64 bytesWritten; /* bytes taken by write and putc */
+} TestStrmStat;
+
+typedef struct TestStrm {
+    vek_u32 cls;            /* VEK_CLS_TESTSTRM, | VEK_CLS_OWNED when allocated */
+    AlAtom ref;
+    const IStrmVtbl* vtbl;
+    MemStrm mem;            /* the bytes and the position */
+    TestStrmCfg cfg;
+    TestStrmStat stat;
+} TestStrm;
+
+/* A stream holding a copy of len bytes of data (negative len: up to its
+ * terminator; null data: none) at position 0, without faults; built in mem
+ * or allocated when mem is null. Null when memory runs out. The
+ * _xcreatex__ form adds the first reference and returns the interface. */
+VEK_API TestStrm* TestStrm_new(TestStrm* mem, const void* data, vek_s32 len);
+VEK_API IStrm* TestStrm_xcreatex__(TestStrm* mem, const void* data, vek_s32 len, const char* path,
+                                   vek_s32 line);
+/* Frees the bytes, then the record as above. */
+VEK_API void TestStrm_delete(TestStrm* obj);
+/* Sets the faults (null: none) and starts the counts again, so the
+ * failure limits count from now. Returns 0.
+ * read: fails with err once readFailAt bytes were read, returns at most
+ *   readChunk bytes, stops at eofAt and at the read limit (a read that
+ *   reaches a limit is short; the next one ends or fails).
+ * write: fails with err once writeFailAt bytes were written; takes at most
+ *   writeChunk bytes and returns how many; a write that would pass the
+ *   limit stores the bytes up to it and fails with err.
+ * getc and putc follow the same limits one byte at a time. */
+VEK_API vek_s32 TestStrm_setCfg(IStrm* strm, const TestStrmCfg* cfg);
+/* The counts so far: 0. */
+VEK_API vek_s32 TestStrm_getStat(IStrm* strm, TestStrmStat* out);
+/* Copies up to len bytes from offset off of the stream's bytes into buf,
+ * whatever the faults, without moving the position or counting: the bytes
+ * copied; VEK_ERR_BAD_ARG for a negative off. */
+VEK_API vek_s32 TestStrm_peek(IStrm* strm, vek_s64 off, void* buf, vek_s32 len);
 
 VEK_END_DECLS
 

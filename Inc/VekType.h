@@ -97,6 +97,8 @@ typedef void* vek_handle;
 #define VEK_ERR_EOF             (-202) /* end of the stream */
 #define VEK_ERR_INI_LINE_LONG   (-251) /* an INI line is longer than 1024 bytes */
 #define VEK_ERR_NEG_TIME_DIFF   (-602) /* negative time difference */
+/* Data families: addresses, URLs, encoded numbers. */
+#define VEK_ERR_MALFORMED       (-820) /* input not in the expected form (an address, a URL, a number) */
 
 /* Waits on descriptors and handles, event-receive processors. */
 #define VEK_ERR_UNSUPPORTED     (-94)  /* not supported by this system or device */
@@ -113,6 +115,10 @@ typedef void* vek_handle;
 #define VEK_ERR_WRITE           (-795) /* received data could not be stored (disc full, write error) */
 #define VEK_ERR_TLS             (-796) /* the secure connection failed (certificate, handshake) */
 #define VEK_ERR_WATCH_LIMIT     (-797) /* the system's limit of file watches is reached */
+
+/* Timers and the task server */
+#define VEK_ERR_TIMER_RUNNING   (-860) /* a timer's callback runs on another thread (not waited for) */
+
 /* XML decoder (XmlDec.h): -830..-843 */
 #define VEK_ERR_XML_SYNTAX      (-830) /* not well-formed: markup breaks the grammar */
 #define VEK_ERR_XML_CHAR        (-831) /* a character XML does not allow, or bytes not valid in the encoding */

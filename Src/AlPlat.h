@@ -16,12 +16,14 @@
  *
  * Calls up:
  *   vek::load_attach vek::load_detach  load and unload (BaseMain)
- *   vek::thrd_start                    the body of every thread it starts
+ *   vek::thrd_start vek::erp_wnd_disp  thread bodies; the erp wake window procedure
  *   al_malloc al_free                  the plain allocation of its own records
  *   vek_malloc__ vek_free__            the POSIX waitable objects, which stand
  *                                      in for kernel handles: a handle never
  *                                      closed shows in the leak report
  *   utf8_buf_to_wcs_str wcs_buf_to_utf8_str  UTF-8 / UTF-16 of buffers
+ *   vek::utf8_to_utf16 vek::utf16_to_utf8  UTF-8 / UTF-16 of the wide system
+ *                                      calls' arguments and results (UtfFull)
  *   win_kobj_fmtw                      the normalised kernel-object name
  *   plat::lang_name_by_id plat::lang_name_by_tag  this contract's portable
  *                                      table (LangName.cpp)
@@ -240,6 +242,19 @@ const char* lang_name_by_tag(const char* tag);
  * type description of the generic event. op 0 sizes (*size), 1 encodes, 2
  * decodes into evt. False where there is no such runtime. */
 bool evt_pickle(vek_s32 op, void* handle, void* evt, vek_u32* size);
+
+/* A process-wide memory barrier, for a lock whose frequent side (a thread
+ * entering its own data) must not pay for a fence: when process_barrier
+ * returns, every other thread of the process has passed a full memory
+ * barrier, so a store it made before that point is visible to the caller
+ * and a load it makes after sees the caller's earlier stores. Linux:
+ * membarrier (private expedited); Windows: FlushProcessWriteBuffers.
+ * process_barrier_init prepares it once, before the first use, and returns
+ * 1 when the system offers one, else 0 (also under Wine, whose
+ * FlushProcessWriteBuffers does nothing): the frequent side must then
+ * fence itself. */
+vek_s32 process_barrier_init(void);
+void process_barrier(void);
 
 } // namespace plat
 

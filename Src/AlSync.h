@@ -92,6 +92,18 @@ vek_s32 tls_free(vek_u32 slot);
 void* tls_get(vek_u32 slot);
 vek_s32 tls_set(vek_u32 slot, void* value);
 
+/* The thread-end hook, one per process. thread_end_hook(fn) installs fn
+ * (null removes it); from then on fn(value) runs on every thread that ends
+ * holding a non-null value stored by thread_end_set, before a join of the
+ * thread returns (POSIX: a key's destructor, run again when fn stores a new
+ * value; Windows: a fiber-local-storage callback). The thread's
+ * thread-local variables may be gone by then (MinGW's emulated ones are).
+ * Non-zero on success. thread_end_get: the calling thread's value, or null
+ * (also while fn runs on it). */
+vek_s32 thread_end_hook(void (*fn)(void* value));
+vek_s32 thread_end_set(void* value);
+void* thread_end_get(void);
+
 /* Threads. thrd_create runs vek::thrd_start(startRec) on a new thread with
  * the given stack size (0: the default) and returns its handle (null on
  * failure) and its id. thrd_open opens a thread of the process by id (full

@@ -223,6 +223,17 @@ class StrmIn {
         }
         return (vek_u8)buf_[pos_++];
     }
+    // The bytes read ahead and not taken yet (reading on when there are
+    // none); *n is 0 at the end.
+    const char* ahead(vek_s32* n) {
+        if (pos_ == len_ && !fill()) {
+            *n = 0;
+        } else {
+            *n = len_ - pos_;
+        }
+        return buf_ + pos_;
+    }
+    void take(vek_s32 n) { pos_ += n; }
 
   private:
     bool fill() {
@@ -602,11 +613,50 @@ VEK_API vek_s32 qp_dec_strm_to_strm(IStrm* src, IStrm* dst) {
     }
     StrmIn in(src);
     StrmOut out(dst);
-    for (vek_s32 c; (c = in.get()) >= 0;) {
-        if (c != '=') {
-            out.put((char)c);
+    // "=" and the two bytes after it: a soft break, a byte, or (invalid)
+    // the three written back as they are.
+    auto escape = [&out](vek_s32 c1, vek_s32 c2) {
+        if (c1 == '\r' && c2 == '\n') {
+            return;
+        }
+        char pair[3] = {'=', (char)c1, (char)c2};
+        vek_u8 b;
+        if (qp_dec_atom(pair, &b)) {
+            out.put((char)b);
+        } else {
+            out.put(pair, 3);
+        }
+    };
+    for (;;) {
+        // Runs of plain bytes and whole escapes straight from what was
+        // read ahead; an escape cut by its end goes byte by byte.
+        vek_s32 n, i = 0;
+        const char* p = in.ahead(&n);
+        if (n == 0) {
+            break;
+        }
+        while (i < n) {
+            if (p[i] != '=') {
+                // Escapes are dense in encoded binary: a plain loop beats
+                // memchr's set-up on such short runs.
+                vek_s32 j = i + 1;
+                while (j < n && p[j] != '=') {
+                    j++;
+                }
+                out.put(p + i, j - i);
+                i = j;
+            } else if (n - i >= 3) {
+                escape((vek_u8)p[i + 1], (vek_u8)p[i + 2]);
+                i += 3;
+            } else {
+                break;
+            }
+        }
+        in.take(i);
+        if (i == n) {
             continue;
         }
+        in.get();  // the "="
         vek_s32 c1 = in.get();
         vek_s32 c2 = c1 >= 0 ? in.get() : -1;
         if (c2 < 0) {
@@ -616,16 +666,7 @@ VEK_API vek_s32 qp_dec_strm_to_strm(IStrm* src, IStrm* dst) {
             }
             break;
         }
-        if (c1 == '\r' && c2 == '\n') {
-            continue;
-        }
-        char pair[3] = {'=', (char)c1, (char)c2};
-        vek_u8 b;
-        if (qp_dec_atom(pair, &b)) {
-            out.put((char)b);
-        } else {
-            out.put(pair, 3);
-        }
+        escape(c1, c2);
     }
     return out.done();
 }

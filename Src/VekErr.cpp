@@ -44,6 +44,7 @@ constexpr ErrText kTexts[] = {
     {VEK_ERR_WRITE, "received data could not be stored"},
     {VEK_ERR_TLS, "the secure connection failed"},
     {VEK_ERR_WATCH_LIMIT, "the system's limit of file watches is reached"},
+    {VEK_ERR_MALFORMED, "input not in the expected form"},
     {VEK_ERR_XML_SYNTAX, "XML not well-formed"},
     {VEK_ERR_XML_CHAR, "a character XML does not allow"},
     {VEK_ERR_XML_TAG, "an XML end tag that does not match"},
@@ -58,8 +59,13 @@ constexpr ErrText kTexts[] = {
     {VEK_ERR_XML_JUNK, "text or markup after the XML root element"},
     {VEK_ERR_XML_DECL, "a malformed or misplaced XML declaration"},
     {VEK_ERR_XML_DOCTYPE, "an XML DOCTYPE refused"},
+
+    /* Waits on descriptors and handles */
     {VEK_ERR_IO, "a system read, write or wait failed"},
     {VEK_ERR_PEER_CLOSED, "the other end is closed"},
+
+    /* Timers and the task server */
+    {VEK_ERR_TIMER_RUNNING, "the timer's callback is running on another thread"},
 };
 
 constexpr bool in_order() {

@@ -181,9 +181,11 @@ constexpr SliceTables<T, N> make_tables(T poly) {
 // more time than a short one.
 constexpr auto kCrc16 = make_tables<vek_u16, 16>(0x8408);
 constexpr auto kCrc32 = make_tables<vek_u32, 8>(0xEDB88320u);
-constexpr auto kCrc8 = make_tables<vek_u8, 1>(0x8C)[0];
+// The CRC-8 register is one byte, which meets only the first byte of a
+// step: sixteen bytes a step, as for the CRC-16.
+constexpr auto kCrc8 = make_tables<vek_u8, 16>(0x8C);
 
-static_assert(kCrc16[0][1] == 0x1189 && kCrc32[0][1] == 0x77073096u && kCrc8[1] == 0x5E,
+static_assert(kCrc16[0][1] == 0x1189 && kCrc32[0][1] == 0x77073096u && kCrc8[0][1] == 0x5E,
               "the classic table entries");
 
 // Four bytes (little-endian in v) that are followed by k*4 more bytes.
@@ -224,10 +226,7 @@ vek_u32 crc32_run(vek_u32 fcs, const vek_u8* p, size_t len) {
 }
 
 vek_u8 crc8_run(vek_u8 fcs, const vek_u8* p, size_t len) {
-    for (; len; len--) {
-        fcs = kCrc8[fcs ^ *p++];
-    }
-    return fcs;
+    return crc_slice(kCrc8, fcs, p, len);
 }
 
 // Checks a buffer argument: true when it may be read.

@@ -11,6 +11,7 @@
  */
 #include <cstring>
 #include "ObjModel.h"
+#include "Utf8Seq.h"
 #include "VekStrm.h"
 #include "VekTrc.h"
 
@@ -422,37 +423,6 @@ const IStrmVtbl kFileStrmVtbl = {
     fs_flush,          fs_size,         fs_clear,         fs_set_size, fs_class_name,
 };
 
-// Length of the UTF-8 sequence at s when it is well formed (no overlong
-// forms, no surrogates, nothing above U+10FFFF), else 0.
-int utf8_seq_len(const vek_u8* s) {
-    vek_u8 c = s[0];
-    int n;
-    vek_u32 cp;
-    if (c >= 0xC2 && c <= 0xDF) {
-        n = 2;
-        cp = c & 0x1Fu;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-        n = 3;
-        cp = c & 0x0Fu;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        n = 4;
-        cp = c & 0x07u;
-    } else {
-        return 0;
-    }
-    for (int i = 1; i < n; i++) {
-        if ((s[i] & 0xC0) != 0x80) {
-            return 0;  // also stops at the terminator
-        }
-        cp = (cp << 6) | (s[i] & 0x3Fu);
-    }
-    static const vek_u32 kMin[5] = {0, 0, 0x80, 0x800, 0x10000};
-    if (cp < kMin[n] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-        return 0;
-    }
-    return n;
-}
-
 constexpr size_t kMaxPath = 4095;
 
 bool path_form_ok(const char* path) {
@@ -473,7 +443,7 @@ bool path_form_ok(const char* path) {
             i++;
             continue;
         }
-        int n = utf8_seq_len(s + i);
+        int n = vek::utf8_seq_len(s + i, (size_t)-1);
         if (n == 0) {
             return false;
         }

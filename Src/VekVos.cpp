@@ -10,6 +10,7 @@
 #include <ctime>
 #include "AlPlat.h"
 #include "ObjModel.h"
+#include "TimerSvc.h"
 #include "VekCore.h"
 #include "VekUni.h"
 
@@ -253,6 +254,8 @@ VEK_API vek_s32 BaseLib_init(void) {
     EvtMng_init();
     vek::erpmng_create();
     vek_thrd_beg();
+    vek::timer_svc_start();
+    vek::task_svr_start();
     vek::dbg_watch_start();
 
     if (g_core.trcEnabled) {
@@ -280,6 +283,8 @@ VEK_API void BaseLib_exit(void) {
     vek::trc_async_stop();
     g_core.trcHold = 0;
     vek::trc_hold_stop();  // also a file that tout_set_file holds
+    vek::task_svr_stop();
+    vek::timer_svc_stop();
     vek_thrd_end();
     vek::net_stop();
     vek::cm_stop();

@@ -13,7 +13,9 @@
 #include <elf.h>
 #include <execinfo.h>
 #include <link.h>
+#include <linux/membarrier.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/sysinfo.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -257,6 +259,30 @@ void* dll_load(const char* path) {
 
 vek_s32 dll_unload(void* module) {
     return module && dlclose(module) == 0 ? 1 : 0;
+}
+
+// ---- process-wide barrier ----
+
+namespace {
+long membarrier_call(int cmd) {
+    return syscall(__NR_membarrier, cmd, 0, 0);
+}
+} // namespace
+
+vek_s32 process_barrier_init(void) {
+    long cmds = membarrier_call(MEMBARRIER_CMD_QUERY);
+    if (cmds < 0 || !(cmds & MEMBARRIER_CMD_PRIVATE_EXPEDITED)) {
+        return 0;
+    }
+    return membarrier_call(MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED) == 0 ? 1 : 0;
+}
+
+void process_barrier(void) {
+    // The registration survives fork; should the expedited form still be
+    // refused, the global one gives the same guarantee, only slower.
+    if (membarrier_call(MEMBARRIER_CMD_PRIVATE_EXPEDITED) != 0) {
+        membarrier_call(MEMBARRIER_CMD_GLOBAL);
+    }
 }
 
 } // namespace plat

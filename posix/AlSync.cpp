@@ -1107,6 +1107,28 @@ vek_s32 tls_set(vek_u32 slot, void* value) {
     return pthread_setspecific((pthread_key_t)slot, value) == 0;
 }
 
+namespace {
+pthread_key_t g_endKey;
+bool g_endKeyOk;
+} // namespace
+
+vek_s32 thread_end_hook(void (*fn)(void* value)) {
+    if (g_endKeyOk) {
+        pthread_key_delete(g_endKey);
+        g_endKeyOk = false;
+    }
+    g_endKeyOk = fn && pthread_key_create(&g_endKey, fn) == 0;
+    return g_endKeyOk || !fn;
+}
+
+vek_s32 thread_end_set(void* value) {
+    return g_endKeyOk && pthread_setspecific(g_endKey, value) == 0;
+}
+
+void* thread_end_get(void) {
+    return g_endKeyOk ? pthread_getspecific(g_endKey) : nullptr;
+}
+
 void* thrd_create(void* startRec, vek_u32 stackSize, vek_u32* tid) {
     ensure_init();
     *tid = 0;

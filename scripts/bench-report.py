@@ -17,8 +17,22 @@ import time
 ROWS = [
     ("tracked pair, 32 B, 100,000 live", "BM_vek_malloc_free/32", "BM_malloc_free/32", "malloc+free", 1.5),
     ("tracked pair, 1 KiB, 100,000 live", "BM_vek_malloc_free/1024", "BM_malloc_free/1024", "malloc+free", 1.5),
-    ("tracked pair, two threads", "BM_vek_malloc_free_2thr/real_time/threads:2",
-     "BM_malloc_free_2thr/real_time/threads:2", "malloc+free", 2.0),
+    ("tracked pair, 32 B, 2 threads", "BM_vek_malloc_free/32/real_time/threads:2",
+     "BM_malloc_free/32/real_time/threads:2", "malloc+free", 2.0),
+    ("tracked pair, 1 KiB, 2 threads", "BM_vek_malloc_free/1024/real_time/threads:2",
+     "BM_malloc_free/1024/real_time/threads:2", "malloc+free", 2.0),
+    ("tracked pair, 32 B, 8 threads", "BM_vek_malloc_free/32/real_time/threads:8",
+     "BM_malloc_free/32/real_time/threads:8", "malloc+free", 3.0),
+    ("tracked pair, 1 KiB, 8 threads", "BM_vek_malloc_free/1024/real_time/threads:8",
+     "BM_malloc_free/1024/real_time/threads:8", "malloc+free", 3.0),
+    ("tracked pair, 32 B, 8 threads", "BM_vek_malloc_free/32/real_time/threads:8",
+     "BM_vek_malloc_free/32/real_time/threads:2", "BaseLib on 2 threads", 2.0),
+    ("tracked pair, 1 KiB, 8 threads", "BM_vek_malloc_free/1024/real_time/threads:8",
+     "BM_vek_malloc_free/1024/real_time/threads:2", "BaseLib on 2 threads", 2.0),
+    ("tracked 32 B freed by another thread", "BM_vek_handoff/32/real_time/threads:2",
+     "BM_malloc_handoff/32/real_time/threads:2", "malloc+free", 3.0),
+    ("tracked 1 KiB freed by another thread", "BM_vek_handoff/1024/real_time/threads:2",
+     "BM_malloc_handoff/1024/real_time/threads:2", "malloc+free", 3.0),
     ("VekStr to 1 MiB, 1-byte appends", "BM_vekstr_append/1/1048576", "BM_stdstring_append/1/1048576",
      "std::string", 1.0),
     ("VekStr to 1 MiB, 16-byte appends", "BM_vekstr_append/16/1048576", "BM_stdstring_append/16/1048576",
@@ -32,7 +46,14 @@ ROWS = [
     ("IniUtil_getFileStr, 4 KiB file", "BM_IniUtil_getFileStr", "BM_inih_getFileStr", "inih", 1.0),
     ("IniFile load, 1 MiB", "BM_IniFile_load", "BM_GKeyFile_load", "GKeyFile", 1.0),
     ("10,000 IniFile lookups", "BM_IniFile_lookup10k", "BM_GKeyFile_lookup10k", "GKeyFile", 3.0),
-    # issue 29: the XML decoder
+    # binary and network helpers, identifier tables
+    ("IPv4 text parse", "BM_vek_inet_pton/4", "BM_inet_pton/4", "inet_pton", 1.0),
+    ("IPv6 text parse", "BM_vek_inet_pton/6", "BM_inet_pton/6", "inet_pton", 1.0),
+    ("StrId lookup among 100,000 names", "BM_StrId_find/1", "BM_unordered_map_find/1",
+     "std::unordered_map<std::string,int>", 1.0),
+    ("StrId lookup among 100,000 names, absent", "BM_StrId_find/0", "BM_unordered_map_find/0",
+     "std::unordered_map<std::string,int>", 1.0),
+    # the XML decoder
     ("XML decoding of a 10 MB document (events only)", "BM_XmlDec_events", "BM_expat_events", "expat", 1.0),
 ]
 
@@ -58,7 +79,67 @@ ABS_ROWS = [
     ("a disabled trace call", "BM_vek_trace_off", "cpu_time", 2.0, "ns"),
 ]
 
+# Timers and the task server.
+ROWS += [
+    ("timer start + stop, 1,000,000 pending", "BM_vek_timer_start_stop", "BM_uv_timer_start_stop",
+     "libuv", 0.5),
+    ("100,000 timers made, due in 1 ms, run and freed", "BM_vek_timer_expiry/real_time", "BM_uv_timer_expiry/real_time",
+     "libuv", 1.0),
+    ("task post -> task runs, 4 workers", "BM_task_latency_vek/manual_time",
+     "BM_task_latency_uv/manual_time", "libuv uv_queue_work", 1.0),
+    ("task post -> task runs, 4 workers", "BM_task_latency_vek/manual_time",
+     "BM_task_latency_std/manual_time", "std::thread pool", 1.0),
+    ("10,000 tasks posted and run, 4 workers", "BM_task_burst_vek/real_time", "BM_task_burst_uv/real_time",
+     "libuv uv_queue_work", 1.0),
+    ("10,000 tasks posted and run, 4 workers", "BM_task_burst_vek/real_time", "BM_task_burst_std/real_time",
+     "std::thread pool", 1.0),
+]
+ABS_ROWS += [
+    ("timer lateness p99, 10,000 timers of 1-100 ms, no load", "BM_vek_timer_lateness/iterations:1/real_time",
+     "p99_us", 2000.0, "µs"),
+    ("libuv's timer lateness p99, the same timers, for reference", "BM_uv_timer_lateness/iterations:1/real_time",
+     "p99_us", 2000.0, "µs"),
+]
+
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
+
+# vektool's whole-process rows, from build/bench/json/vektool.json
+# (scripts/bench-vektool.sh): each command's wall time and peak resident
+# memory against its peer's. Goal: the peer's time at most, and a peak that
+# does not grow with the input (well under TOOL_PEAK_KB on 1 GiB).
+TOOL_GOAL = 1.0
+TOOL_PEAK_KB = 16384
+
+
+def tool_rows(json_dir):
+    path = os.path.join(json_dir, "vektool.json")
+    if not os.path.exists(path):
+        return []
+    with open(path) as f:
+        return json.load(f).get("rows", [])
+
+
+def kept_lines(out_md):
+    """The table lines of the last report, by (path, peer), with their ratio:
+    a row this run did not measure keeps them (bench.sh with a few benchmarks,
+    bench-vektool.sh alone)."""
+    kept = {}
+    if os.path.exists(out_md):
+        for line in open(out_md, encoding="utf-8"):
+            cells = [c.strip() for c in line.strip().strip("|").split("|")]
+            if len(cells) == 7 and cells[4].endswith("×"):
+                kept[(cells[0], cells[1])] = (line.rstrip("\n"), float(cells[4][:-1]))
+    return kept
+
+
+def tool_line(r):
+    """The table line and the chart entry of one vektool row."""
+    ratio = r["ours_s"] / r["peer_s"] if r["peer_s"] else None
+    met = ratio is not None and ratio <= TOOL_GOAL and r["ours_kb"] <= TOOL_PEAK_KB
+    line = "| %s | %s | %s s, %.1f MiB peak | %s s, %.1f MiB peak | %s | ≤ %g×, ≤ %d MiB peak | %s |" % (
+        r["what"], r["peer"], r["peer_s"], r["peer_kb"] / 1024.0, r["ours_s"], r["ours_kb"] / 1024.0,
+        "%.2f×" % ratio if ratio is not None else "–", TOOL_GOAL, TOOL_PEAK_KB // 1024, "yes" if met else "no")
+    return line, ("%s vs %s" % (r["what"], r["peer"]), ratio, TOOL_GOAL)
 
 
 def load_runs(json_dir):
@@ -81,7 +162,7 @@ def load_medians(json_dir):
     """Median time in ns of every benchmark found, by its name."""
     out = {}
     for name, b in load_runs(json_dir).items():
-        field = "real_time" if "/real_time" in name else "cpu_time"
+        field = "real_time" if "/real_time" in name or "/manual_time" in name else "cpu_time"
         out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
     return out
 
@@ -143,14 +224,32 @@ def main():
              "| path | peer | peer time | BaseLib time | ratio | goal | met |",
              "|---|---|---|---|---|---|---|"]
     chart = []
+    kept = kept_lines(out_md)
+    reused = 0
     for what, ours, peer, peer_name, goal in ROWS:
         a, b = t.get(ours), t.get(peer)
         ratio = a / b if a is not None and b else None
+        if ratio is None and (what, peer_name) in kept:
+            line, ratio = kept[(what, peer_name)]
+            lines.append(line)
+            chart.append(("%s vs %s" % (what, peer_name), ratio, goal))
+            reused += 1
+            continue
         lines.append("| %s | %s | %s | %s | %s | ≤ %g× | %s |" % (
             what, peer_name, fmt_time(b) if b else "–", fmt_time(a) if a else "–",
             "%.2f×" % ratio if ratio is not None else "–", goal,
             "–" if ratio is None else ("yes" if ratio <= goal else "no")))
         chart.append(("%s vs %s" % (what, peer_name), ratio, goal))
+    tools = tool_rows(json_dir)
+    for r in tools:
+        line, bar = tool_line(r)
+        lines.append(line)
+        chart.append(bar)
+    if tools:
+        lines += ["", "The vektool rows are whole processes on the input each names (scripts/bench-vektool.sh), "
+                  "the best of its runs, output to /dev/null; peak = peak resident memory of the process."]
+    if reused:
+        lines += ["", "%d of the library's rows were not measured in this run and keep their last figures." % reused]
     counters = load_runs(json_dir)
     lines += ["", "| figure | value | goal | met |", "|---|---|---|---|"]
     for what, bench, counter, goal, unit in ABS_ROWS:

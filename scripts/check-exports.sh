@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The library exports exactly the functions its public headers declare
-# with VEK_API: nothing internal leaks, nothing declared is missing.
+# with VEK_API: nothing internal leaks, nothing declared is missing, and on
+# ELF systems every export has a version node.
 #   check-exports.sh BUILD_DIR
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -13,7 +14,14 @@ if [ -f "$dir/bin/BaseLib.dll" ]; then
   exported=$(x86_64-w64-mingw32-objdump -p "$dir/bin/BaseLib.dll" |
     sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' | sed -n -E 's/^\s*\[\s*[0-9]+\] (.*)$/\1/p' | sort -u)
 else
-  exported=$(nm -D --defined-only "$dir/lib/libBaseLib.so" | awk '{print $3}' | sort -u)
+  # ELF: every exported function carries a version node of the library
+  # (BASELIB_<major>.<minor>); the nodes themselves show as absolute
+  # symbols. A symbol without one would bind to whatever version a program
+  # happens to find.
+  syms=$(nm -D --defined-only "$dir/lib/libBaseLib.so" | awk '$2 != "A" {print $3}')
+  unversioned=$(echo "$syms" | grep -v -E '@@?BASELIB_[0-9]+\.[0-9]+$' || true)
+  [ -z "$unversioned" ] || { echo "exported without a BASELIB_ version node:"; echo "$unversioned"; exit 1; }
+  exported=$(echo "$syms" | sed -E 's/@.*$//' | sort -u)
 fi
 extra=$(comm -13 <(echo "$declared") <(echo "$exported"))
 missing=$(comm -23 <(echo "$declared") <(echo "$exported"))

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The plain builds (no preset; shared, then static) install headers, the
-# library, the CMake package, the pkg-config file and vektool; programs
+# library, the CMake package, the pkg-config file and vektool with its
+# manual page and bash completion; programs
 # outside the tree build against each install both ways and run, and the
 # installed vektool runs from its prefix with no library path set.
 set -euo pipefail
@@ -13,7 +14,8 @@ check_prefix() {  # check_prefix KIND ROOT
   lib=lib/libBaseLib.so
   [ "$kind" = static ] && lib=lib/libBaseLib.a
   for f in include/BaseLib/BaseLib.h $lib lib/cmake/BaseLib/BaseLibConfig.cmake \
-           lib/pkgconfig/BaseLib.pc bin/vektool; do
+           lib/pkgconfig/BaseLib.pc bin/vektool share/man/man1/vektool.1.gz \
+           share/bash-completion/completions/vektool; do
     [ -e "$root/prefix/$f" ] || { echo "$kind install lacks $f"; exit 1; }
   done
   if ls "$root/prefix/include/BaseLib" | grep -v -E '\.h$' | grep -q .; then

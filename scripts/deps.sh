@@ -10,6 +10,12 @@
 #   deps.sh fuzz    the main set, clang and its libFuzzer and sanitizer
 #                   runtimes (scripts/fuzz.sh)
 #   deps.sh coverage  the main set, GoogleTest and gcovr (scripts/coverage.sh)
+#   deps.sh abi     the main set and libabigail's tools (scripts/abi.sh)
+#   deps.sh package the main set, what cpack needs for Debian packages and
+#                   man-db to read their manual page (scripts/package.sh deb,
+#                   scripts/check-packages.sh)
+#   deps.sh package-win  the main set and the Windows cross compiler
+#                   (scripts/package.sh zip)
 set -euo pipefail
 want=${1:-main}
 pkgs=(cmake make g++ pkg-config)
@@ -24,8 +30,21 @@ case "$want" in
   docs) pkgs+=(doxygen python3) ;;
   fuzz) pkgs+=(clang libclang-rt-dev libgtest-dev) ;;
   coverage) pkgs+=(libgtest-dev gcovr tzdata) ;;
-  *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs, fuzz, coverage)" >&2; exit 2 ;;
+  abi) pkgs+=(abigail-tools) ;;
+  package) pkgs+=(dpkg-dev file man-db) ;;
+  package-win) pkgs+=(mingw-w64) ;;
+  *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs, fuzz, coverage, abi, package, package-win)" >&2; exit 2 ;;
 esac
+# vektool's peers: xxd in its tests; /usr/bin/time and xxd in bench-vektool.sh
+case "$want" in
+  test) pkgs+=(xxd) ;;
+  bench) pkgs+=(xxd time) ;;
+esac
+# The tests also check the ABI, build the Debian packages and read the
+# manual page they install.
+[ "$want" = test ] && pkgs+=(abigail-tools dpkg-dev file man-db)
+# Timers and the task server are compared with libuv.
+if [ "$want" = bench ]; then pkgs+=(libuv1-dev); fi
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg -s "$p" 2>/dev/null | grep -q '^Status: install ok installed' || missing+=("$p")

@@ -30,7 +30,7 @@ target=${args[0]:-}
 seconds=${args[1]:-60}
 runs=${args[2]:--1}
 all=(fuzz_ini fuzz_text fuzz_objects fuzz_iso fuzz_codec fuzz_digest fuzz_que fuzz_evt
-     fuzz_xml fuzz_lang)
+     fuzz_xml fuzz_lang fuzz_net)
 if [ -n "$target" ]; then
   [[ "$target" == fuzz_* ]] || target="fuzz_$target"
   [ -f "fuzz/$target.cpp" ] || { echo "fuzz.sh: no target $target (${all[*]})" >&2; exit 2; }

@@ -8,8 +8,10 @@
 # then checks the plain builds' install (shared and static: CMake package,
 # pkg-config, programs built against it, the installed vektool), the
 # exported symbols, the platform layer's calls up (scripts/check-layers.sh),
-# the texts of the result codes (scripts/check-errtexts.sh)
-# and the API reference.
+# the texts of the result codes (scripts/check-errtexts.sh), the API
+# reference, the ABI against its baseline (and that the check catches a
+# break), and the packages: the Windows zip of the windows-x64 leg, the
+# Debian packages installed, used and removed.
 # BASELIB_LEGS narrows the legs, e.g. BASELIB_LEGS=linux-x64.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -39,6 +41,13 @@ for leg in $legs; do
   echo "=== $leg: vektool info"
   if [ "$leg" = windows-x64 ]; then
     cmake/wine-run.sh "build/$leg/bin/vektool.exe" info >/dev/null
+    # The zip of this build: its vektool.exe runs from the unpacked folder.
+    echo "=== $leg: zip package"
+    bash scripts/package.sh zip "build/$leg"
+    rm -rf build/package-zip-check && mkdir -p build/package-zip-check
+    (cd build/package-zip-check && cmake -E tar xf ../packages/BaseLib-*-win64.zip)
+    WINEPREFIX=$PWD/build/$leg/wineprefix cmake/wine-run.sh \
+      build/package-zip-check/BaseLib-*-win64/bin/vektool.exe --version | grep "(BaseLib)" >/dev/null
     bash scripts/wine.sh stop "$wine_dir"
     wine_dir=""
   else
@@ -64,4 +73,20 @@ for leg in $legs; do
 done
 echo "=== API reference"
 bash scripts/docs.sh
+echo "=== ABI"
+abi_dirs=()
+for leg in $legs; do
+  case "$leg" in
+    linux-x64|linux-x86) abi_dirs+=("build/$leg") ;;
+  esac
+done
+if [ ${#abi_dirs[@]} -gt 0 ]; then
+  bash scripts/abi.sh check "${abi_dirs[@]}"
+fi
+case " $legs " in
+  *" linux-x64 "*) bash scripts/abi.sh selftest build/linux-x64 ;;
+esac
+echo "=== Debian packages"
+bash scripts/package.sh deb
+bash scripts/check-packages.sh
 echo "=== all legs passed: $legs"

@@ -8,6 +8,16 @@
 #include <string>
 #include "VekTest.h"
 
+// Sanitized builds need far more address space than the memory limits of
+// the streaming runs allow, and run gigabytes too slowly.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TOOLRUN_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TOOLRUN_SANITIZED 1
+#endif
+#endif
+
 class ToolRun {
   public:
     ToolRun() : dir_(vektest::temp_dir("vektool")) {}
@@ -27,6 +37,32 @@ class ToolRun {
         vektest::write_file(path("in"), in);
         return vektest::run_command(exe() + " " + args + " < " + q("in") + " > " + q("out") + " 2> " +
                                     q("err"));
+    }
+    /* Runs a shell line in the folder, "$T" standing for the program;
+     * stdout and stderr to the files. POSIX shell only. */
+    int sh(std::string line) {
+        for (size_t at; (at = line.find("$T")) != std::string::npos;) {
+            line.replace(at, 2, exe());
+        }
+        return vektest::run_command("cd \"" + dir_ + "\" && (" + line + ") > out 2> err");
+    }
+    /* Whether runs of hundreds of megabytes under a memory limit are
+     * possible here: a POSIX shell, no sanitizer. */
+    static bool big_runs() {
+#if defined(_WIN32) || defined(TOOLRUN_SANITIZED)
+        return false;
+#else
+        return true;
+#endif
+    }
+    /* Whether a peer program is installed (never on Windows). */
+    static bool has(const std::string& program) {
+#ifdef _WIN32
+        (void)program;
+        return false;
+#else
+        return vektest::run_command("command -v " + program + " > /dev/null 2>&1") == 0;
+#endif
     }
     std::string out() const { return vektest::read_file(path("out")); }
     std::string err() const { return vektest::read_file(path("err")); }

@@ -5,12 +5,14 @@
  * no leak, and the result is either the right one or a reported failure
  * (a negative code or a null) - never a half-built success.
  */
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <initializer_list>
 #include <string>
+#include <vector>
 #include "VekTest.h"
 
 namespace {
@@ -359,6 +361,62 @@ TEST_F(Faults, ThreadsAndWaits) {
     }, {"evt", "mutex", "ret", "thrdHnd", "wname"});
 }
 
+// Timers, tasks and VekAsync: the tables grow past their first chunk and
+// give it back, pools start their workers, waits make their events.
+TEST_F(Faults, TimersTasksAndAsyncOperations) {
+    sweep("VekTimer", [] {
+        std::vector<VekTimer> ids;
+        for (int i = 0; i < 1100; i++) {
+            VekTimer t = VekTimer_new([](VekTimer, void*) {}, nullptr, VEK_TIMER_SVC_THRD);
+            if (!t) {
+                break;
+            }
+            ids.push_back(t);
+            EXPECT_EQ(0, VekTimer_start(t, 60000, 0));
+        }
+        for (VekTimer t : ids) {
+            EXPECT_EQ(1, VekTimer_delete(t, 0));
+        }
+    });
+    sweep("TaskSvr", [] {
+        // Every task posted has its clean-up run once, whatever failed.
+        static std::atomic<int> cleaned;
+        cleaned = 0;
+        TaskSvr* svr = TaskSvr_new("faults", 1, 2);
+        if (!svr) {
+            return;
+        }
+        auto fn = [](void*) -> vek_s32 { return 0; };
+        auto clean = [](void*, vek_s32) { cleaned++; };
+        int posted = 0;
+        for (int i = 0; i < 3; i++) {
+            posted += TaskSvr_post(svr, fn, clean, nullptr) != 0;
+        }
+        VekTask later = TaskSvr_postAt(svr, 1, fn, clean, nullptr);
+        posted += later != 0;
+        vek_s32 r = TaskSvr_wait(later, -1);
+        EXPECT_TRUE(r == 0 || r == VEK_ERR_FULL) << r;
+        TaskSvr_delete(svr);
+        EXPECT_EQ(posted, cleaned.load());
+    }, {"ret", "evt", "thrdHnd"});
+    sweep("VekAsync", [] {
+        struct Op {
+            IVekFunc itf;
+            static vek_s32 none(IVekFunc*, const VekGuid*, void** out) {
+                *out = nullptr;
+                return VEK_ERR_NOT_SUPPORTED;
+            }
+            static vek_s32 ref(IVekFunc*) { return 1; }
+            static vek_s32 call(IVekFunc*, vek_s32 arg) { return 40 + arg; }
+        } op;
+        static const IVekFuncVtbl vtbl = {Op::none, Op::ref, Op::ref, Op::call};
+        op.itf.vtbl = &vtbl;
+        vek_s32 r = vek_blk_call__(&op.itf, nullptr);
+        EXPECT_TRUE(r == 40 || r == VEK_ERR_WAIT_FAILED) << r;
+        TaskSvr_trim(TaskSvr_def());  // its worker is no leak
+    }, {"ret", "evt", "thrdHnd"});
+}
+
 TEST_F(Faults, TimeCodecsAndEvents) {
     sweep("ISO 8601 and SMS time", [] {
         VekDt dt;
@@ -566,7 +624,79 @@ TEST_F(IoFaults, ReadsThatFailPartWayAreErrors) {
     std::printf("[ faults   ] %-28s %d read offsets\n", "IStrm_fromFile, FileStrm", offsets);
 }
 
-// ---- issue 29: settings, XML, catalogues, UTF-8 system calls ----
+// Identifier tables, interface collections, block chains, window and test
+// streams: a failed step leaves what was there before.
+TEST_F(Faults, TablesCollectionsChainsAndWindows) {
+    sweep("StrId/WcsId", [] {
+        StrId t;
+        WcsId w;
+        StrId_new(&t, STRID_NO_CASE);
+        WcsId_new(&w, 0);
+        for (int i = 0; i < 60; i++) {
+            std::string name = "Name" + std::to_string(i);
+            const vek_wchar wide[] = {(vek_wchar)('a' + i % 26), (vek_wchar)i, 0};
+            if (StrId_add(&t, name.c_str(), -1) == VEK_ERR_FULL) {
+                EXPECT_EQ(VEK_ERR_NOT_FOUND, StrId_find(&t, name.c_str(), -1));
+            }
+            WcsId_add(&w, wide, -1);
+        }
+        for (vek_s32 id = StrId_next(&t, 0); id; id = StrId_next(&t, id)) {
+            EXPECT_EQ(id, StrId_find(&t, StrId_str(&t, id), -1));
+        }
+        StrId_delete(&t);
+        WcsId_delete(&w);
+    });
+    sweep("ItfVol, EncpStrm, TestStrm", [] {
+        ItfVol vol;
+        ItfVol_new(&vol);
+        IStrm* t = TestStrm_xcreatex__(nullptr, kIni, -1, __FILE__, __LINE__);
+        IStrm* w = t ? EncpStrm_xcreatex__(nullptr, t, 7, 5, __FILE__, __LINE__) : nullptr;
+        IVekEnum* e = nullptr;
+        for (int i = 0; w && i < 12; i++) {
+            vek_s32 before = ItfVol_count(&vol);
+            if (i == 6) {
+                e = ItfEnum_xcreate__(nullptr, &vol, __FILE__, __LINE__);  // later changes copy
+            }
+            if ((i % 4 == 3 ? ItfVol_delAt(&vol, 0) : ItfVol_add(&vol, w)) == VEK_ERR_FULL) {
+                EXPECT_EQ(before, ItfVol_count(&vol));
+            }
+        }
+        if (IStrm* c = w ? IStrm_clone(w) : nullptr) {
+            EXPECT_EQ("[Net]", strm_text(c));
+            IStrm_release(c);
+        }
+        if (e) {
+            IVekEnum_release(e);
+        }
+        ItfVol_delete(&vol);
+        release(w);
+        release(t);
+    });
+    sweep("VekDatas", [] {
+        std::string text(300, 'x');
+        VekData *c = nullptr, *cp = nullptr, *back = nullptr;
+        if (VekDatas_fromBuf(&c, text.data(), 300, 64) < 0) {
+            EXPECT_EQ(nullptr, c);
+            return;
+        }
+        if (VekDatas_appd(&c, text.data(), 100, 64) < 0) {
+            EXPECT_EQ(300, VekDatas_len(c));  // as it was
+        }
+        IStrm* m = mem_strm();
+        if (VekDatas_copy(&cp, c, 50) == 0 && m && VekDatas_toStrm(cp, m) == 0) {
+            IStrm_seek(m, 0, 0);
+            if (VekDatas_fromStrm(&back, m, -1, 32) == 0) {
+                EXPECT_EQ(0, VekDatas_cmp(c, back));
+            }
+        }
+        release(m);
+        for (VekData* x : {c, cp, back}) {
+            VekDatas_delete(x);
+        }
+    });
+}
+
+// ---- settings, XML, catalogues, UTF-8 system calls ----
 
 TEST_F(Faults, SettingsXmlAndLanguages) {
     static const CfgIniDef defs[] = {{"Net", "Port", CFGINI_INT, "8080", 1, 65535},

@@ -2,8 +2,10 @@
  * The heap monitor: block layout, leak counting and reports, corruption
  * reports, statistics; the leak monitor; the process and UI heaps.
  */
+#include <atomic>
 #include <chrono>
 #include <cstring>
+#include <mutex>
 #include <thread>
 #include <vector>
 #include "VekTest.h"
@@ -205,6 +207,8 @@ TEST_F(HeapFaults, ForeignPointerIsRefused) {
     void* viaMalloc = al_malloc(32);
     mon.free(viaMalloc);
     EXPECT_TRUE(fault_contains("freeNode not in list"));
+    EXPECT_EQ(nullptr, mon.m->vtbl->reallocMem(mon.m, stackBuf + 32, 64));  // refused, not copied
+    EXPECT_TRUE(fault_contains("freeNode not in list"));
     al_free(viaMalloc);
     mon.free(keep);
     mon.free(nullptr);  // ignored
@@ -290,6 +294,213 @@ TEST_F(HeapFaults, KeptBlocksAndFourThreads) {
     EXPECT_EQ(0, st.liveBlocks);
     EXPECT_EQ(0, st.liveBytes);
     EXPECT_EQ(0, st.liveRaw);
+}
+
+using HeapThreads = VekTest;
+
+// Producers allocate and hand their blocks to consumers on other threads,
+// while the main thread verifies the heap and reads the statistics; each
+// producer keeps three blocks and ends. The report must count exactly the
+// kept blocks, and the main thread must then free them (their threads are
+// gone) down to nothing.
+TEST_F(HeapThreads, CrossThreadFreesWalkersAndEndedThreads) {
+    Monitor mon(1, 0, 1);
+    constexpr int kProducers = 3, kEach = 3000;
+    std::mutex lock;
+    std::vector<char*> handed;
+    std::atomic<int> running{kProducers};
+    std::vector<std::vector<char*>> kept(kProducers);
+    std::vector<std::thread> ts;
+    for (int t = 0; t < kProducers; t++) {
+        ts.emplace_back([&, t] {
+            for (int i = 0; i < kEach; i++) {
+                size_t n = 1 + (size_t)(i * 37 + t) % 1500;
+                char* p = (char*)mon.alloc(n);
+                std::memset(p, 'a' + t, n);
+                if (i % 1000 == 0) {
+                    kept[t].push_back(p);
+                } else {
+                    std::lock_guard<std::mutex> g(lock);
+                    handed.push_back(p);
+                }
+            }
+            running--;
+        });
+    }
+    for (int c = 0; c < 2; c++) {
+        ts.emplace_back([&] {
+            for (;;) {
+                char* p = nullptr;
+                {
+                    std::lock_guard<std::mutex> g(lock);
+                    if (!handed.empty()) {
+                        p = handed.back();
+                        handed.pop_back();
+                    }
+                }
+                if (p) {
+                    mon.free(p);
+                } else if (running == 0) {
+                    return;
+                } else {
+                    std::this_thread::yield();
+                }
+            }
+        });
+    }
+    VekHeapStat st;
+    while (running > 0) {
+        EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 4));
+        ASSERT_EQ(0, mon.m->vtbl->getStat(mon.m, &st));
+        EXPECT_GE(st.liveBlocks, 0);
+    }
+    for (auto& t : ts) {
+        t.join();
+    }
+    ASSERT_EQ(0, mon.m->vtbl->getStat(mon.m, &st));
+    EXPECT_EQ(3 * kProducers, st.liveBlocks);
+    EXPECT_EQ((vek_u64)(kProducers * kEach), st.allocCount);
+    {
+        TraceCapture trc;
+        EXPECT_EQ(3 * kProducers, mon.m->vtbl->outLeak(mon.m, 0));
+        EXPECT_TRUE(trc.contains("detect 9 mem leaks in TestHeap\n"));
+        for (auto& k : kept) {
+            char line[40];
+            vek_snprintf(line, sizeof line, ": %p, size=", (void*)k[1]);
+            EXPECT_TRUE(trc.contains(line)) << line;
+        }
+    }
+    for (auto& k : kept) {
+        for (char* p : k) {
+            mon.free(p);
+        }
+    }
+    ASSERT_EQ(0, mon.m->vtbl->getStat(mon.m, &st));
+    EXPECT_EQ(0, st.liveBlocks);
+    EXPECT_EQ(0, st.liveBytes);
+    EXPECT_EQ(0, st.liveRaw);
+    EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 4));
+}
+
+// A thread that ends leaves its shard to the next thread, which goes on
+// linking after the blocks it finds there.
+TEST_F(HeapThreads, AnEndedThreadsShardIsAdopted) {
+    Monitor mon(0);
+    char* a = nullptr;
+    char* b = nullptr;
+    std::thread([&] {
+        a = (char*)mon.alloc(8);
+        b = (char*)mon.alloc(8);
+        mon.free(mon.alloc(8));
+    }).join();
+    char* c = nullptr;
+    std::thread([&] {
+        c = (char*)mon.alloc(8);
+        mon.free(a);  // the head of the adopted list, now its own
+    }).join();
+    void* prev;
+    std::memcpy(&prev, c - kHdr, sizeof prev);
+    EXPECT_EQ((void*)(b - kHdr), prev);
+    mon.free(b);
+    mon.free(c);
+    VekHeapStat st;
+    mon.m->vtbl->getStat(mon.m, &st);
+    EXPECT_EQ(0, st.liveBlocks);
+}
+
+// The proof of ownership holds across threads and monitors: a block of
+// another monitor, a second free from yet another thread, a damaged block
+// freed by a thread that does not own it.
+TEST_F(HeapThreads, ForeignRepeatedAndDamagedFreesAcrossThreads) {
+    Monitor mon(0, 0, 1);
+    Monitor other(0);
+    void* own = mon.alloc(16);  // both monitors now have a shard of this thread
+    void* p = other.alloc(16);
+    mon.free(p);
+    EXPECT_TRUE(fault_contains("freeNode not in list"));
+    other.free(p);
+    mon.free(own);
+
+    char* q = (char*)mon.alloc(40);
+    std::memcpy(q, "kept", 5);
+    std::thread([&] {
+        char* r = (char*)mon.m->vtbl->reallocMem(mon.m, q, 4000);  // not this thread's block
+        EXPECT_STREQ("kept", r);
+        q = r;
+    }).join();
+    std::thread([&] { mon.free(q); }).join();
+    std::thread([&] { mon.free(q); }).join();
+    EXPECT_TRUE(fault_contains("freeNode not in list"));
+
+    char* before = (char*)mon.alloc(8);
+    char* d = (char*)mon.alloc(24);
+    char* after = (char*)mon.alloc(8);
+    d[24] = 'X';
+    std::thread([&] { mon.free(d); }).join();  // found through its neighbours
+    EXPECT_TRUE(fault_contains("tail guard broken"));
+    EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 2));
+    mon.free(before);
+    mon.free(after);
+    VekHeapStat st;
+    mon.m->vtbl->getStat(mon.m, &st);
+    EXPECT_EQ(0, st.liveBlocks);
+    EXPECT_EQ(0, st.liveBytes);
+}
+
+// A peak is the most the threads held together: neither the largest
+// shard's peak nor the sum of the shards' peaks.
+TEST_F(HeapThreads, PeaksAddUpAllThreadsAtOnce) {
+    Monitor mon(0, 0, 1);
+    std::vector<void*> mine, theirs;
+    for (int i = 0; i < 10; i++) {
+        mine.push_back(mon.alloc(100));
+    }
+    std::thread([&] {
+        for (int i = 0; i < 5; i++) {
+            theirs.push_back(mon.alloc(50));
+        }
+    }).join();
+    for (void* p : mine) {
+        mon.free(p);
+    }
+    for (void* p : theirs) {
+        mon.free(p);
+    }
+    mine.clear();
+    for (int i = 0; i < 12; i++) {
+        mine.push_back(mon.alloc(100));
+    }
+    for (void* p : mine) {
+        mon.free(p);
+    }
+    VekHeapStat st;
+    mon.m->vtbl->getStat(mon.m, &st);
+    EXPECT_EQ(27u, st.allocCount);
+    EXPECT_EQ(15, st.peakBlocks);
+    EXPECT_EQ(1250, st.peakBytes);
+    EXPECT_EQ(0, st.liveBlocks);
+}
+
+// A thread whose shard cannot be made (the injected failure meets it)
+// still allocates, from the shared list, and its blocks free from any
+// thread.
+TEST_F(HeapThreads, ANewThreadWithoutMemoryForItsShard) {
+    Monitor mon(0);
+    void* a = nullptr;
+    void* b = nullptr;
+    std::thread([&] {
+        vek_heap_fail_at__(1);
+        a = mon.alloc(32);
+        EXPECT_EQ(1, vek_heap_fail_at__(0));
+        b = mon.alloc(32);
+        mon.free(a);
+    }).join();
+    ASSERT_TRUE(a && b);
+    EXPECT_EQ(0, mon.m->vtbl->verify(mon.m, 4));
+    mon.free(b);
+    VekHeapStat st;
+    mon.m->vtbl->getStat(mon.m, &st);
+    EXPECT_EQ(0, st.liveBlocks);
 }
 
 using HeapStats = VekTest;
@@ -415,6 +626,10 @@ TEST_F(ProcessHeap, EntryPointsForwardToTheMonitor) {
     vek_free_func()(p);
     EXPECT_EQ((void*)vek_malloc__, (void*)vek_malloc_func());
     vek_free__(nullptr);
+    std::thread([] {  // a thread's first heap: its short path, with a kept block at hand
+        vek_free__(vek_malloc__(8));
+        EXPECT_EQ(nullptr, vek_malloc__((size_t)-1));
+    }).join();
 }
 
 TEST_F(ProcessHeap, UiHeapIsSeparate) {

@@ -233,7 +233,7 @@ TEST_F(IoWait, ACancelRacingTheDataLosesNoByte) {
     constexpr int kRounds = 2000;  // a wake-up lost once in a thousand shows
 #endif
     for (Link& l : links_) {
-        std::atomic<int> cancels{0}, dataFirst{0}, errors{0};
+        std::atomic<int> cancels{0}, errors{0};
         std::atomic<bool> stop{false};
         std::string got;
         vek_u32 tid = spawn([&] {
@@ -242,8 +242,7 @@ TEST_F(IoWait, ACancelRacingTheDataLosesNoByte) {
                 char b[64];
                 vek_s32 r = l.read(b, sizeof b, 5000, 0);
                 if (r > 0) {
-                    got.append(b, (size_t)r);
-                    dataFirst += vek_thrd_aborted();  // the data won over a cancel already there
+                    got.append(b, (size_t)r);  // also when the data won over a cancel already there
                 } else if (r == VEK_ERR_ABORTED) {
                     vek_thrd_abort_clear();
                     cancels = ++seen;
@@ -272,7 +271,6 @@ TEST_F(IoWait, ACancelRacingTheDataLosesNoByte) {
         for (int i = 0; i < kRounds; i++) {
             ASSERT_EQ((char)('A' + i % 26), got[(size_t)i]) << l.what << " byte " << i;
         }
-        std::printf("[ race     ] %s: %d rounds, data won %d times\n", l.what.c_str(), kRounds, dataFirst.load());
     }
 }
 
@@ -308,8 +306,6 @@ TEST_F(IoWait, HandlesEndAndOverlappedOperationsOfTheCallerAreCancelled) {
     EXPECT_EQ(VEK_ERR_PEER_CLOSED, vek_hnd_swrite(srv, "x", 1, 5000, 0));
     CloseHandle(ov.hEvent);
     CloseHandle(srv);
-    EXPECT_ASSERT("hnd && ovl", EXPECT_EQ(VEK_ERR_BAD_ARG, vek_ovl_swait(nullptr, nullptr, nullptr, 0, 0)));
-    EXPECT_ASSERT("buf && size >= 0", EXPECT_EQ(VEK_ERR_BAD_ARG, vek_hnd_sread(srv, nullptr, 1, 0, 0)));
 }
 #else
 TEST_F(IoWait, ReadinessTimeoutsAndEnds) {
@@ -348,8 +344,5 @@ TEST_F(IoWait, ReadinessTimeoutsAndEnds) {
     EXPECT_EQ(VEK_ERR_UNSUPPORTED, vek_hnd_sread(nullptr, b, 1, 0, 0));
     EXPECT_EQ(VEK_ERR_UNSUPPORTED, vek_hnd_swrite(nullptr, b, 1, 0, 0));
     EXPECT_EQ(VEK_ERR_UNSUPPORTED, vek_ovl_swait(nullptr, nullptr, nullptr, 0, 0));
-    EXPECT_ASSERT("fds && n >= 1 && n <= 64", EXPECT_EQ(VEK_ERR_BAD_ARG, vek_fds_swait(fds, 65, 0, 0)));
-    EXPECT_ASSERT("buf && size >= 0", EXPECT_EQ(VEK_ERR_BAD_ARG, vek_fd_swrite(1, nullptr, 1, 0, 0)));
-    EXPECT_EQ(0, vek_fd_sread(0, b, 0, 0, 0));
 }
 #endif

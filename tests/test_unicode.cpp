@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 #include <vector>
-#include "VekTest.h"
+#include "StrmTest.h"
 
 namespace {
 
@@ -24,50 +24,23 @@ std::u16string swapped(std::u16string s) {
     return s;
 }
 
-/* A stream over a std::string: the interface pointer is the first member.
- * Writes fail with writeErr once failAfter bytes are held. */
-struct FakeStrm {
-    IStrm itf;
-    std::string data;
-    size_t pos = 0;
-    size_t failAfter = std::string::npos;
-    vek_s32 writeErr = -94;
-    int reads = 0;
-
-    explicit FakeStrm(std::string d = "") : data(std::move(d)) { itf.vtbl = &kVtbl; }
-    IStrm* s() { return &itf; }
-    std::u16string units() const { return std::u16string((const char16_t*)data.data(), data.size() / 2); }
-
-    static FakeStrm* self(IStrm* s) { return (FakeStrm*)(void*)s; }
-    static vek_s32 getc_(IStrm* s) {
-        FakeStrm* f = self(s);
-        return f->pos < f->data.size() ? (vek_u8)f->data[f->pos++] : -202;
+/* A test stream over bytes (StrmTest.h) with the views the checks want. */
+struct Bytes {
+    vektest::StrmPtr p;
+    explicit Bytes(const std::string& d = "") : p(vektest::test_strm(d, TestStrmCfg{0, 0, -1, -1, -1, 0})) {}
+    IStrm* s() const { return p.get(); }
+    std::string data() const { return vektest::test_bytes(p.get()); }
+    std::u16string units() const {
+        std::string d = data();
+        return std::u16string((const char16_t*)d.data(), d.size() / 2);
     }
-    static vek_s32 ungetc_(IStrm* s) {
-        FakeStrm* f = self(s);
-        return f->pos > 0 ? (f->pos--, 0) : -23;
+    size_t pos() const { return (size_t)IStrm_tell(p.get()); }
+    int reads() const { return vektest::reads_of(p.get()); }
+    void fail_writes_after(vek_s64 n) {
+        TestStrmCfg c{0, 0, -1, n, -1, VEK_ERR_READ_ONLY};
+        TestStrm_setCfg(p.get(), &c);
     }
-    static vek_s32 read_(IStrm* s, void* buf, vek_s32 len) {
-        FakeStrm* f = self(s);
-        f->reads++;
-        size_t n = std::min((size_t)len, f->data.size() - f->pos);
-        std::memcpy(buf, f->data.data() + f->pos, n);
-        f->pos += n;
-        return (vek_s32)n;
-    }
-    static vek_s32 write_(IStrm* s, const void* d, vek_s32 len) {
-        FakeStrm* f = self(s);
-        if (f->data.size() + (size_t)len > f->failAfter) {
-            return f->writeErr;
-        }
-        f->data.append((const char*)d, (size_t)len);
-        return len;
-    }
-    static const IStrmVtbl kVtbl;
 };
-// Only the slots the conversions use are filled.
-const IStrmVtbl FakeStrm::kVtbl = {nullptr, nullptr, nullptr, nullptr, getc_,  ungetc_, read_, write_,
-                                   nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr};
 
 struct Decoded {
     vek_wchar c;
@@ -86,18 +59,18 @@ std::string to_utf8(const std::u16string& s) {
 }
 
 std::string utf8_to_utf7(const std::string& s) {
-    FakeStrm in(s), out;
+    Bytes in(s), out;
     vek_s32 n = utf8_strm_to_utf7_strm(in.s(), out.s());
-    EXPECT_EQ((vek_s32)out.data.size(), n);
-    return out.data;
+    EXPECT_EQ((vek_s32)out.data().size(), n);
+    return out.data();
 }
 std::string utf7_to_utf8(const std::string& s) {
     std::vector<char> buf(s.size() * 3 + 8);
     vek_s32 n = utf7_str_to_utf8_str(s.c_str(), buf.data(), (vek_s32)buf.size());
-    FakeStrm in(s), out;
+    Bytes in(s), out;
     EXPECT_EQ(n, utf7_strm_to_utf8_strm(in.s(), out.s())) << s;  // both forms agree
-    EXPECT_EQ(std::string(buf.data(), (size_t)n), out.data) << s;
-    return out.data;
+    EXPECT_EQ(std::string(buf.data(), (size_t)n), out.data()) << s;
+    return out.data();
 }
 
 } // namespace
@@ -388,7 +361,7 @@ TEST_F(Utf8Buffers, VectorBlockEdges) {
 using Utf8Streams = VekTest;
 
 TEST_F(Utf8Streams, CharactersFromAStream) {
-    FakeStrm in("\xC3\xA9\x80\x80Z\xF0\x9F\x98\x80\xE2\x82");
+    Bytes in("\xC3\xA9\x80\x80Z\xF0\x9F\x98\x80\xE2\x82");
     vek_s32 used = -1;
     EXPECT_EQ(0xE9, utf8_strm_to_wcs_char(in.s(), &used));
     EXPECT_EQ(2, used);
@@ -405,27 +378,27 @@ TEST_F(Utf8Streams, CharactersFromAStream) {
 }
 
 TEST_F(Utf8Streams, StreamIntoBufferStopsWhereItIsFull) {
-    FakeStrm in("ab\xE2\x82\xAC" "cd");
+    Bytes in("ab\xE2\x82\xAC" "cd");
     vek_wchar dst[4];
     EXPECT_EQ(3, utf8_strm_to_wcs_str(in.s(), dst, 4));
     EXPECT_EQ(u"ab\u20AC", u16(dst));
-    EXPECT_EQ(5u, in.pos);  // nothing behind the last character was taken
+    EXPECT_EQ(5u, in.pos());  // nothing behind the last character was taken
     EXPECT_EQ(2, utf8_strm_to_ucs2_str(in.s(), dst, 4));
     EXPECT_EQ(swapped(u"cd"), u16(dst));
-    FakeStrm zero(std::string("x\0y", 3));
+    Bytes zero(std::string("x\0y", 3));
     EXPECT_EQ(1, utf8_strm_to_wcs_str(zero.s(), dst, 4));
 
-    FakeStrm units(std::string("a\0\xAC\x20\0\0z\0", 8));
+    Bytes units(std::string("a\0\xAC\x20\0\0z\0", 8));
     char out[16];
     EXPECT_EQ(4, wcs_strm_to_utf8_str(units.s(), out, sizeof out));
     EXPECT_STREQ("a\xE2\x82\xAC", out);
-    EXPECT_EQ(6u, units.pos);  // a 0 unit ends the text
-    FakeStrm be(std::string("\0a\x20\xAC\0", 5));
+    EXPECT_EQ(6u, units.pos());  // a 0 unit ends the text
+    Bytes be(std::string("\0a\x20\xAC\0", 5));
     EXPECT_EQ(4, ucs2_strm_to_utf8_str(be.s(), out, sizeof out));  // the odd byte is ignored
     EXPECT_STREQ("a\xE2\x82\xAC", out);
-    FakeStrm room(std::string("a\0b\0c\0", 6));
+    Bytes room(std::string("a\0b\0c\0", 6));
     EXPECT_EQ(1, wcs_strm_to_utf8_str(room.s(), out, 5));
-    EXPECT_EQ(2u, room.pos);
+    EXPECT_EQ(2u, room.pos());
 }
 
 TEST_F(Utf8Streams, WholeStreamsAcrossBlockBoundaries) {
@@ -437,42 +410,42 @@ TEST_F(Utf8Streams, WholeStreamsAcrossBlockBoundaries) {
         text += "\xE2\x82\xAC\xC3\xA9";
         wide += u"\u20AC\u00E9";
     }
-    FakeStrm in(text), out;
+    Bytes in(text), out;
     EXPECT_EQ((vek_s32)wide.size(), utf8_strm_to_wcs_strm(in.s(), out.s()));
     EXPECT_EQ(wide, out.units());
-    FakeStrm in2(text), be;
+    Bytes in2(text), be;
     EXPECT_EQ((vek_s32)wide.size(), utf8_strm_to_ucs2_strm(in2.s(), be.s()));
     EXPECT_EQ(swapped(wide), be.units());
 
-    FakeStrm back(out.data), utf8;
+    Bytes back(out.data()), utf8;
     EXPECT_EQ((vek_s32)text.size(), wcs_strm_to_utf8_strm(back.s(), utf8.s()));
-    EXPECT_EQ(text, utf8.data);
-    FakeStrm back2(be.data), utf8b;
+    EXPECT_EQ(text, utf8.data());
+    Bytes back2(be.data()), utf8b;
     EXPECT_EQ((vek_s32)text.size(), ucs2_strm_to_utf8_strm(back2.s(), utf8b.s()));
-    EXPECT_EQ(text, utf8b.data);
+    EXPECT_EQ(text, utf8b.data());
 
-    FakeStrm s1, s2, s3, s4;
+    Bytes s1, s2, s3, s4;
     EXPECT_EQ(2, utf8_str_to_wcs_strm("a\xC3\xA9\xE2", s1.s()));  // the cut sequence ends it
     EXPECT_EQ(u"a\u00E9", s1.units());
     EXPECT_EQ(1, utf8_str_to_ucs2_strm("\xC3\xA9", s2.s()));
     EXPECT_EQ(swapped(u"\u00E9"), s2.units());
     EXPECT_EQ(5, wcs_str_to_utf8_strm(wp(u"\u20ACab\u0000c"), s3.s()));
-    EXPECT_EQ("\xE2\x82\xAC" "ab", s3.data);
+    EXPECT_EQ("\xE2\x82\xAC" "ab", s3.data());
     EXPECT_EQ(2, ucs2_str_to_utf8_strm(wp(swapped(u"\u00E9")), s4.s()));
-    EXPECT_EQ("\xC3\xA9", s4.data);
+    EXPECT_EQ("\xC3\xA9", s4.data());
 }
 
 TEST_F(Utf8Streams, TargetErrorsAreReturned) {
     std::string text(5000, 'q');
-    FakeStrm in(text), out;
-    out.failAfter = 3000;
+    Bytes in(text), out;
+    out.fail_writes_after(3000);
     EXPECT_EQ(-94, utf8_strm_to_wcs_strm(in.s(), out.s()));
-    EXPECT_LT(in.reads, 5);  // conversion stopped soon after the failure
-    FakeStrm in2(text), out2;
-    out2.failAfter = 0;
+    EXPECT_LT(in.reads(), 5);  // conversion stopped soon after the failure
+    Bytes in2(text), out2;
+    out2.fail_writes_after(0);
     EXPECT_EQ(-94, utf8_strm_to_utf7_strm(in2.s(), out2.s()));
-    FakeStrm out3;
-    out3.failAfter = 0;
+    Bytes out3;
+    out3.fail_writes_after(0);
     EXPECT_EQ(-94, wcs_str_to_utf8_strm(wp(u"x"), out3.s()));
     EXPECT_ASSERT("src && dst", EXPECT_EQ(0, utf8_strm_to_wcs_strm(nullptr, out.s())));
 }

@@ -208,6 +208,13 @@ TEST_F(QuotedPrintable, StreamDecode) {
         EXPECT_EQ((vek_s32)std::strlen(v[1]), qp_dec_strm_to_strm(src.get(), dst.get()));
         EXPECT_EQ(v[1], bytes_of(dst.get()));
     }
+    // Escapes, soft breaks and invalid pairs across the decoder's 4 KiB reads.
+    for (size_t at = 4090; at < 4098; at++) {
+        StrmPtr src = src_of(std::string(at, 'a') + "=41=\r\nb=zz=3d");
+        StrmPtr dst = mem_strm_with();
+        qp_dec_strm_to_strm(src.get(), dst.get());
+        EXPECT_EQ(std::string(at, 'a') + "Ab=zz=", bytes_of(dst.get())) << at;
+    }
 }
 
 using IraHex = VekTest;

@@ -8,8 +8,7 @@
 #include <string>
 #include <thread>
 #include <vector>
-#include "ChunkStrm.h"
-#include "VekTest.h"
+#include "StrmTest.h"
 
 namespace {
 
@@ -363,13 +362,13 @@ TEST_F(VekStrTest, DirectBufferUse) {
 
 TEST_F(VekStrTest, StreamAppendLoopsUntilCountOrEnd) {
     Str s("<");
-    ChunkStrm st("0123456789", 3);
-    EXPECT_EQ(7, VekStr_appdStrm(&s.s, st.itf(), 7));
-    EXPECT_EQ(3, st.reads);
-    EXPECT_EQ(3, VekStr_appdStrm(&s.s, st.itf(), 100));  // the stream ends first
+    vektest::StrmPtr st = vektest::chunk_strm("0123456789", 3);
+    EXPECT_EQ(7, VekStr_appdStrm(&s.s, st.get(), 7));
+    EXPECT_EQ(3, vektest::reads_of(st.get()));
+    EXPECT_EQ(3, VekStr_appdStrm(&s.s, st.get(), 100));  // the stream ends first
     EXPECT_EQ("<0123456789", s.text());
-    ChunkStrm again("abc", 2);
-    EXPECT_STREQ("ab", VekStr_buf(VekStr_setStrm(&s.s, again.itf(), 2)));
+    vektest::StrmPtr again = vektest::chunk_strm("abc", 2);
+    EXPECT_STREQ("ab", VekStr_buf(VekStr_setStrm(&s.s, again.get(), 2)));
 }
 
 TEST_F(VekStrTest, TrimAndPathIntoAString) {
@@ -426,12 +425,12 @@ TEST_F(VekStrTest, Utf16IntoAString) {
     VekStr_setWchar(&s.s, 0x20AC);
     EXPECT_EQ("\xE2\x82\xAC", s.text());
 
-    ChunkStrm st(std::string((const char*)text, 6) + "\x01", 3);  // an odd last byte
+    vektest::StrmPtr st = vektest::chunk_strm(std::string((const char*)text, 6) + "\x01", 3);  // an odd last byte
     VekStr_clear(&s.s);
-    EXPECT_EQ(6, wcs_strm_to_utf8_cstr(st.itf(), &s.s));
+    EXPECT_EQ(6, wcs_strm_to_utf8_cstr(st.get(), &s.s));
     EXPECT_EQ("A\xC3\xA9\xE2\x82\xAC", s.text());
-    ChunkStrm sw(std::string((const char*)swapped, 6), 4);
-    EXPECT_EQ(6, ucs2_strm_to_utf8_cstr(sw.itf(), &s.s));
+    vektest::StrmPtr sw = vektest::chunk_strm(std::string((const char*)swapped, 6), 4);
+    EXPECT_EQ(6, ucs2_strm_to_utf8_cstr(sw.get(), &s.s));
     EXPECT_ASSERT("src && str", EXPECT_EQ(0, wcs_buf_to_utf8_cstr(nullptr, 3, &s.s)));
 }
 

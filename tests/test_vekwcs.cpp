@@ -5,8 +5,7 @@
  */
 #include <cstring>
 #include <string>
-#include "ChunkStrm.h"
-#include "VekTest.h"
+#include "StrmTest.h"
 
 namespace {
 
@@ -138,15 +137,15 @@ TEST_F(VekWcsTest, NumbersAndWideFormatting) {
 TEST_F(VekWcsTest, StreamReadsTwoBytesAUnit) {
     std::string bytes((const char*)u"abcdefg", 14);
     Wcs w;
-    ChunkStrm st(bytes, 3);
-    EXPECT_EQ(4, VekWcs_appdStrm(&w.w, st.itf(), 4));  // 8 bytes: 3 + 3 + 2
+    vektest::StrmPtr st = vektest::chunk_strm(bytes, 3);
+    EXPECT_EQ(4, VekWcs_appdStrm(&w.w, st.get(), 4));  // 8 bytes: 3 + 3 + 2
     EXPECT_EQ(u"abcd", w.text());
-    ChunkStrm odd(bytes.substr(0, 5), 2);
-    VekWcs_setStrm(&w.w, odd.itf(), 10);  // 2 + 2 + 1: the short read ends it
+    vektest::StrmPtr odd = vektest::chunk_strm(bytes.substr(0, 5), 2);
+    VekWcs_setStrm(&w.w, odd.get(), 10);  // 2 + 2 + 1: the short read ends it
     EXPECT_EQ(u"ab", w.text());
-    ChunkStrm trickle(bytes, 1);
-    EXPECT_EQ(0, VekWcs_appdStrm(&w.w, trickle.itf(), 3));
-    EXPECT_EQ(1, trickle.reads);
+    vektest::StrmPtr trickle = vektest::chunk_strm(bytes, 1);
+    EXPECT_EQ(0, VekWcs_appdStrm(&w.w, trickle.get(), 3));
+    EXPECT_EQ(1, vektest::reads_of(trickle.get()));
 }
 
 TEST_F(VekWcsTest, FillingFromOtherText) {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 #include <vector>
-#include "ChunkStrm.h"
+#include "StrmTest.h"
 #include "VekTest.h"
 #ifdef HAVE_EXPAT
 #include <expat.h>
@@ -354,9 +354,9 @@ TEST_F(Xml, LongTokensFedByteByByte) {
 TEST_F(Xml, StreamAndTree) {
     const char* text = "<dev id='7'><name>modem</name><port>COM3</port><port>COM4</port>"
                        "<note>a<b/>b<![CDATA[c]]></note></dev>";
-    ChunkStrm strm(text, 3);  // reads come three bytes at a time
+    vektest::StrmPtr strm = vektest::chunk_strm(text, 3);  // reads come three bytes at a time
     XmlErr err{1, 1, 1};
-    XmlDoc* doc = XmlDoc_parseStrm(strm.itf(), nullptr, &err);
+    XmlDoc* doc = XmlDoc_parseStrm(strm.get(), nullptr, &err);
     ASSERT_NE(nullptr, doc);
     EXPECT_EQ(0, err.code);
     XmlNode* root = XmlDoc_root(doc);
@@ -388,7 +388,7 @@ TEST_F(Xml, StreamAndTree) {
     // A stream or fed bytes, not both; nothing after the end.
     XmlDec* d = XmlDec_new(nullptr);
     EXPECT_EQ(0, XmlDec_feed(d, "<a/>", 4));
-    EXPECT_EQ(VEK_ERR_BAD_ARG, XmlDec_setStrm(d, strm.itf()));
+    EXPECT_EQ(VEK_ERR_BAD_ARG, XmlDec_setStrm(d, strm.get()));
     XmlDec_end(d);
     EXPECT_EQ(VEK_ERR_BAD_ARG, XmlDec_feed(d, "x", 1));
     XmlDec_delete(d);

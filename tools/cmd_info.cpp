@@ -20,10 +20,7 @@ void print_config(const char* label, const char* path) {
                 file_exists(path) ? "present" : "missing");
 }
 
-int cmd_info(int argc, char**) {
-    if (argc != 0) {
-        return vektool::kUsage;
-    }
+int cmd_info(const vektool::Args&) {
     std::printf("BaseLib %s\n", vek_version());
     std::printf("%-14s %s\n", "base folder:", vek_base_fld());
     print_config("system config:", vek_sys_rtc_file());
@@ -52,9 +49,11 @@ int cmd_info(int argc, char**) {
     return 0;
 }
 
+const vektool::SubCommand kInfoRun[] = {
+    {nullptr, "info", "version, folders, configuration, environment and heap statistics", cmd_info}};
+
 } // namespace
 
-static const vektool::Command kInfo = {
-    "info", "info", "version, folders, configuration, environment and heap statistics",
-    cmd_info, nullptr, 0};
+static const vektool::Command kInfo = {"info", "info", "version, folders, configuration, environment and heap statistics",
+                                       kInfoRun, 1};
 VEKTOOL_COMMAND(kInfo);

@@ -7,7 +7,16 @@
  * they could read completely, only regular files, and only to a text that
  * reads back exactly as intended. The write itself is the library's safe
  * replacement. A file whose lines end in LF keeps LF.
+ *
+ * Programs built on the library read these files too, so the commands
+ * read them exactly as IniFile does, quirks included, and say so when a
+ * user probably meant something else: a name that keeps the blanks before
+ * "=" or inside "[ ]", a value that keeps a "; comment", values compared
+ * without regard to case. A UTF-8 byte-order mark that hides the first
+ * line's header or key (IniFile reads the mark as part of that line) is
+ * refused by every command alike.
  */
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +25,7 @@
 
 namespace {
 
+using vektool::Args;
 using vektool::kDone;
 using vektool::kFailed;
 using vektool::kNotFound;
@@ -37,17 +47,17 @@ std::string ini_error(vek_s32 code) {
 }
 
 /* A document read from a file or standard input, with the text it came from. */
-struct Input {
+struct IniInput {
     const char* cmd = "";
     const char* path = "";
     std::string text;
     vektool::InputInfo info;
     IniFile* doc = nullptr;
 
-    Input() = default;
-    Input(const Input&) = delete;
-    Input& operator=(const Input&) = delete;
-    ~Input() {
+    IniInput() = default;
+    IniInput(const IniInput&) = delete;
+    IniInput& operator=(const IniInput&) = delete;
+    ~IniInput() {
         if (doc) {
             IniFile_delete(doc);
         }
@@ -55,13 +65,15 @@ struct Input {
     int fail(const std::string& reason) const { return vektool::fail(cmd, path, reason); }
 
     /* Reads and parses path; for a change, a missing file is an empty
-     * document and anything but a regular file is refused. Prints the
-     * error and returns false on failure. */
-    bool load(const char* command, const char* file, bool forChange) {
+     * document and anything but a regular file is refused; with
+     * missingOk a missing file is no error (info.missing tells). Prints
+     * the error and returns false on failure. */
+    bool load(const char* command, const char* file, bool forChange, bool missingOk = false) {
         cmd = command;
         path = file;
         info.regularOnly = forChange;
-        if (!vektool::read_input(cmd, path, text, forChange ? &info : nullptr)) {
+        bool asked = forChange || missingOk;
+        if (!vektool::read_input(cmd, path, text, asked ? &info : nullptr) || hidden_by_bom()) {
             return false;
         }
         vek_s32 err = 0;
@@ -72,18 +84,80 @@ struct Input {
         return doc != nullptr;
     }
 
-    /* Lookups by section name miss the first section behind a byte-order
-     * mark, which the document keeps as text: say so rather than answer
-     * "not found" or add a second copy of the section. */
-    bool refuse_bom() const {
+    /* IniFile keeps a byte-order mark as the start of the first line: a
+     * header or key there is hidden from every lookup (and a change would
+     * add a second copy of it). Said and refused alike by every command;
+     * a mark before a comment or a blank line hides nothing. */
+    bool hidden_by_bom() const {
         if (text.compare(0, 3, kBom) != 0) {
             return false;
         }
-        fail("the file starts with a UTF-8 byte-order mark, which hides its first section; "
-             "remove the first 3 bytes");
-        return true;
+        std::size_t end = text.find_first_of("\r\n");
+        std::string first = text.substr(3, end == std::string::npos ? std::string::npos : end - 3);
+        IniFile* probe = IniFile_newBuf(first.empty() ? ";" : first.c_str(), -1, nullptr);
+        IniSect* s = probe ? IniFile_sectById(probe, 0) : nullptr;
+        bool hides = s && (VekStr_len(&s->name) > 0 || IniFile_fieldById(probe, "", 0));
+        if (probe) {
+            IniFile_delete(probe);
+        }
+        if (hides) {
+            fail("the file starts with a UTF-8 byte-order mark, which BaseLib reads as part of the first line, "
+                 "so \"" + first + "\" there is neither a section nor a key; remove the first 3 bytes");
+        }
+        return hides;
     }
 };
+
+bool same_ci(const std::string& a, const std::string& b) {
+    if (a.size() != b.size()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < a.size(); i++) {
+        if (std::tolower((unsigned char)a[i]) != std::tolower((unsigned char)b[i])) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string trim_blanks(const std::string& s) {
+    std::size_t b = s.find_first_not_of(" \t"), e = s.find_last_not_of(" \t");
+    return b == std::string::npos ? std::string() : s.substr(b, e - b + 1);
+}
+
+// A name that differs from want only by blanks around it.
+bool near_name(const std::string& have, const std::string& want) {
+    return !same_ci(have, want) && same_ci(trim_blanks(have), trim_blanks(want));
+}
+
+/* When sect or key is missing, says which name the file has that the user
+ * probably meant (blanks are part of IniFile's names). */
+void note_near(const IniInput& in, const char* sect, const char* key, bool added = false) {
+    IniSect* s = IniFile_findSect(in.doc, sect);
+    if (!s) {
+        for (vek_s32 i = 0; IniSect* o = IniFile_sectById(in.doc, i); i++) {
+            if (*sect && near_name(VekStr_buf(&o->name), sect)) {
+                vektool::note(in.cmd, in.path,
+                              std::string(added ? "added section '" : "no section '") + sect + "'; the file has '" +
+                                  VekStr_buf(&o->name) + "' (the name keeps the blanks inside the brackets)");
+                return;
+            }
+        }
+        return;
+    }
+    if (!key) {
+        return;
+    }
+    for (VekListNode* n = s->fields.hdr; n; n = n->next) {
+        auto* f = (IniField*)n;
+        if (IniField_valid(f) && near_name(VekStr_buf(&f->name), key)) {
+            vektool::note(in.cmd, in.path,
+                          std::string(added ? "added key '" : "no key '") + key + "'; the section has '" +
+                              VekStr_buf(&f->name) + "' (the name keeps the space before '=')");
+            return;
+        }
+    }
+}
 
 // Why a name or value cannot be stored so that it reads back the same, or
 // null when it can.
@@ -145,7 +219,7 @@ bool reads_back(IniFile* a, IniFile* b) {
 /* Writes the changed document back where it came from (standard output
  * for "-"), in the line ends the input used, once it is certain to read
  * back as it stands. */
-int save(const Input& in) {
+int save(const IniInput& in) {
     char* buf = nullptr;
     vek_s32 len = IniFile_outBuf(in.doc, &buf);
     std::string text(buf ? buf : "", len > 0 ? (size_t)len : 0);
@@ -198,8 +272,8 @@ int change_file(const char* cmd, const char* path, bool mustExist, Change change
     if (!lock.ok()) {
         return vektool::fail(cmd, path, "the file's lock cannot be taken");
     }
-    Input in;
-    if (!in.load(cmd, path, true) || in.refuse_bom()) {
+    IniInput in;
+    if (!in.load(cmd, path, true)) {
         return kFailed;
     }
     if (mustExist && in.info.missing) {
@@ -209,86 +283,82 @@ int change_file(const char* cmd, const char* path, bool mustExist, Change change
     return rc == kDone ? save(in) : rc;
 }
 
-int ini_get(int argc, char** argv) {
-    const char* def = nullptr;
-    char* args[3];
-    int n = 0;
-    for (int i = 0; i < argc; i++) {
-        if (!std::strcmp(argv[i], "--default") && i + 1 < argc) {
-            def = argv[++i];
-        } else if (!std::strncmp(argv[i], "--default=", 10)) {
-            def = argv[i] + 10;
-        } else if (n < 3) {
-            args[n++] = argv[i];
-        } else {
-            return kUsage;
-        }
+int ini_get(const Args& a) {
+    const char* def = a.value("--default");
+    const char* sect = sect_arg(a[1]);
+    const char* key = a[2];
+    if (!*key) {
+        return vektool::fail(a.cmd, a[0], "the key is empty");
     }
-    if (n != 3) {
-        return kUsage;
-    }
-    if (!*args[2]) {
-        return vektool::fail("ini get", args[0], "the key is empty");
-    }
-    Input in;
-    if (!in.load("ini get", args[0], false) || in.refuse_bom()) {
+    IniInput in;
+    if (!in.load(a.cmd, a[0], false, def != nullptr)) {
         return kFailed;
     }
-    IniField* f = IniFile_findField(in.doc, sect_arg(args[1]), args[2]);
+    IniField* f = in.info.missing ? nullptr : IniFile_findField(in.doc, sect, key);
+    if (!f && !in.info.missing) {
+        note_near(in, sect, key);
+    }
+    if (f) {
+        std::string value = VekStr_buf(&f->value);
+        std::size_t semi = value.find(';');
+        if (semi != std::string::npos && semi > 0 && (value[semi - 1] == ' ' || value[semi - 1] == '\t')) {
+            vektool::note(a.cmd, a[0], "the value keeps \"" + value.substr(semi) +
+                                           "\": \";\" starts a comment only at the start of a line");
+        }
+    }
     if (f || def) {
         std::printf("%s\n", f ? VekStr_buf(&f->value) : def);
     }
     return f || def ? kDone : kNotFound;
 }
 
-int ini_set(int argc, char** argv) {
-    if (argc != 4) {
-        return kUsage;
+int ini_set(const Args& a) {
+    const char* sect = sect_arg(a[1]);
+    if (const char* why = bad_name(sect, a[2], a[3])) {
+        return vektool::fail(a.cmd, a[0], std::string(why) + "; nothing written");
     }
-    const char* sect = sect_arg(argv[1]);
-    if (const char* why = bad_name(sect, argv[2], argv[3])) {
-        return vektool::fail("ini set", argv[0], std::string(why) + "; nothing written");
-    }
-    return change_file("ini set", argv[0], false, [&](Input& in) -> int {
-        IniFile_setStr(in.doc, sect, argv[2], argv[3]);
+    return change_file(a.cmd, a[0], false, [&](IniInput& in) -> int {
+        if (!IniFile_findField(in.doc, sect, a[2])) {
+            note_near(in, sect, a[2], true);
+        }
+        IniFile_setStr(in.doc, sect, a[2], a[3]);
         return kDone;
     });
 }
 
-int ini_del(int argc, char** argv) {
-    if (argc != 2 && argc != 3) {
-        return kUsage;
+int ini_del(const Args& a) {
+    const char* key = a.count() == 3 ? a[2] : nullptr;
+    if (key && !*key) {
+        return vektool::fail(a.cmd, a[0], "the key is empty");
     }
-    if (argc == 3 && !*argv[2]) {
-        return vektool::fail("ini del", argv[0], "the key is empty");
-    }
-    return change_file("ini del", argv[0], true, [&](Input& in) -> int {
-        vek_s32 r = argc == 3 ? IniFile_delField(in.doc, sect_arg(argv[1]), argv[2])
-                              : IniFile_delSect(in.doc, sect_arg(argv[1]));
-        return r == VEK_ERR_NOT_FOUND ? kNotFound : kDone;
+    return change_file(a.cmd, a[0], true, [&](IniInput& in) -> int {
+        vek_s32 r = key ? IniFile_delField(in.doc, sect_arg(a[1]), key) : IniFile_delSect(in.doc, sect_arg(a[1]));
+        if (r == VEK_ERR_NOT_FOUND) {
+            note_near(in, sect_arg(a[1]), key);
+            return kNotFound;
+        }
+        return kDone;
     });
 }
 
-int ini_rename(int argc, char** argv) {
-    if (argc != 3 && argc != 4) {
-        return kUsage;
-    }
-    const char* sect = sect_arg(argv[1]);
-    const char* key = argc == 4 ? argv[2] : nullptr;
-    const char* to = argv[argc - 1];
+int ini_rename(const Args& a) {
+    const char* sect = sect_arg(a[1]);
+    const char* key = a.count() == 4 ? a[2] : nullptr;
+    const char* to = a[a.count() - 1];
     if (key && !*key) {
-        return vektool::fail("ini rename", argv[0], "the key is empty");
+        return vektool::fail(a.cmd, a[0], "the key is empty");
     }
     const char* why = key ? bad_name(nullptr, to, "") : is_stdio(to) || !*to ? "the new section name is empty"
                                                                               : bad_name(to, nullptr, nullptr);
     if (why) {
-        return vektool::fail("ini rename", argv[0], std::string(why) + "; nothing written");
+        return vektool::fail(a.cmd, a[0], std::string(why) + "; nothing written");
     }
-    return change_file("ini rename", argv[0], true, [&](Input& in) -> int {
+    return change_file(a.cmd, a[0], true, [&](IniInput& in) -> int {
         if (!key) {
             IniSect* s = IniFile_findSect(in.doc, sect);
             IniSect* other = IniFile_findSect(in.doc, to);
             if (!s) {
+                note_near(in, sect, nullptr);
                 return kNotFound;
             }
             if (other && other != s) {
@@ -300,6 +370,7 @@ int ini_rename(int argc, char** argv) {
         IniField* f = IniFile_findField(in.doc, sect, key);
         IniField* other = IniFile_findField(in.doc, sect, to);
         if (!f) {
+            note_near(in, sect, key);
             return kNotFound;
         }
         if (other && other != f) {
@@ -317,16 +388,14 @@ int ini_rename(int argc, char** argv) {
     });
 }
 
-int ini_keys(int argc, char** argv) {
-    if (argc != 2) {
-        return kUsage;
-    }
-    Input in;
-    if (!in.load("ini keys", argv[0], false) || in.refuse_bom()) {
+int ini_keys(const Args& a) {
+    IniInput in;
+    if (!in.load(a.cmd, a[0], false)) {
         return kFailed;
     }
-    const char* sect = sect_arg(argv[1]);
+    const char* sect = sect_arg(a[1]);
     if (!IniFile_findSect(in.doc, sect)) {
+        note_near(in, sect, nullptr);
         return kNotFound;
     }
     for (vek_s32 i = 0; IniField* f = IniFile_fieldById(in.doc, sect, i); i++) {
@@ -337,12 +406,9 @@ int ini_keys(int argc, char** argv) {
 
 // Lists the sections ("-" for the nameless one) or, with fields, every
 // field as SECT.KEY=VALUE, in document order.
-int print_doc(const char* cmd, int argc, char** argv, bool fields) {
-    if (argc != 1) {
-        return kUsage;
-    }
-    Input in;
-    if (!in.load(cmd, argv[0], false)) {
+int print_doc(const Args& a, bool fields) {
+    IniInput in;
+    if (!in.load(a.cmd, a[0], false)) {
         return kFailed;
     }
     for (vek_s32 i = 0; i < IniFile_sectCount(in.doc); i++) {
@@ -361,12 +427,12 @@ int print_doc(const char* cmd, int argc, char** argv, bool fields) {
     return kDone;
 }
 
-int ini_dump(int argc, char** argv) {
-    return print_doc("ini dump", argc, argv, true);
+int ini_dump(const Args& a) {
+    return print_doc(a, true);
 }
 
-int ini_sections(int argc, char** argv) {
-    return print_doc("ini sections", argc, argv, false);
+int ini_sections(const Args& a) {
+    return print_doc(a, false);
 }
 
 void write_doc(IniFile* doc) {
@@ -376,20 +442,36 @@ void write_doc(IniFile* doc) {
     vek_free__(text);
 }
 
-int ini_diff(int argc, char** argv) {
-    if (argc != 2) {
-        return kUsage;
+/* IniFile_diff compares values without regard to case: says where two
+ * values that differ only so were taken as equal. */
+void note_case(const IniInput& oldIn, const IniInput& newIn) {
+    for (vek_s32 i = 0; IniSect* s = IniFile_sectById(newIn.doc, i); i++) {
+        for (VekListNode* n = s->fields.hdr; n; n = n->next) {
+            auto* f = (IniField*)n;
+            IniField* o = IniField_valid(f) ? IniFile_findField(oldIn.doc, VekStr_buf(&s->name), VekStr_buf(&f->name))
+                                            : nullptr;
+            if (o && !same(o->value, f->value) && same_ci(VekStr_buf(&o->value), VekStr_buf(&f->value))) {
+                vektool::note(newIn.cmd, newIn.path,
+                              std::string("[") + VekStr_buf(&s->name) + "] " + VekStr_buf(&f->name) + ": \"" +
+                                  VekStr_buf(&o->value) + "\" and \"" + VekStr_buf(&f->value) +
+                                  "\" count as equal (values are compared without regard to case)");
+            }
+        }
     }
-    if (is_stdio(argv[0]) && is_stdio(argv[1])) {
+}
+
+int ini_diff(const Args& a) {
+    if (is_stdio(a[0]) && is_stdio(a[1])) {
         std::fprintf(stderr, "vektool ini diff: standard input can be only one of the two files\n");
         return kFailed;
     }
-    Input oldIn, newIn;
-    if (!oldIn.load("ini diff", argv[0], false) || !newIn.load("ini diff", argv[1], false)) {
+    IniInput oldIn, newIn;
+    if (!oldIn.load(a.cmd, a[0], false) || !newIn.load(a.cmd, a[1], false)) {
         return kFailed;
     }
     IniFile* parts[3] = {IniFile_new(nullptr), IniFile_new(nullptr), IniFile_new(nullptr)};
     vek_s32 differ = IniFile_diff(oldIn.doc, newIn.doc, parts[0], parts[1], parts[2]);
+    note_case(oldIn, newIn);
     const char* names[3] = {"added", "changed", "removed"};
     vektool::binary_stdout();
     for (int i = 0; i < 3; i++) {
@@ -400,12 +482,9 @@ int ini_diff(int argc, char** argv) {
     return differ ? kNotFound : kDone;
 }
 
-int ini_fmt(int argc, char** argv) {
-    if (argc != 1) {
-        return kUsage;
-    }
-    Input in;
-    if (!in.load("ini fmt", argv[0], false)) {
+int ini_fmt(const Args& a) {
+    IniInput in;
+    if (!in.load(a.cmd, a[0], false)) {
         return kFailed;
     }
     vektool::binary_stdout();
@@ -413,19 +492,45 @@ int ini_fmt(int argc, char** argv) {
     return kDone;
 }
 
+const vektool::Option kGetOptions[] = {
+    {"--default", nullptr, "VALUE", "print VALUE when the key, the section or the file is missing"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+
+// Where every ini command departs from reading the file with IniFile alone.
+#define INI_BOM                                                                                  \
+    "A UTF-8 byte-order mark before a section or key on the first line is refused: IniFile reads\n" \
+    "the mark as part of that line, which hides them."
+#define INI_NEAR                                                                                  \
+    "\nA missing name that the file has with blanks around it is noted (\"Baud \": the blank before\n" \
+    "\"=\" belongs to IniFile's name; \"[ Net ]\")."
+
 const vektool::SubCommand kIniCommands[] = {
     {"get", "ini get [--default VALUE] FILE SECT KEY", "print a value (exit 1 when absent, unless a default is given)",
-     ini_get},
-    {"set", "ini set FILE SECT KEY VALUE", "set a value (the file is created when missing)", ini_set},
-    {"del", "ini del FILE SECT [KEY]", "delete a field or a whole section (exit 1 when absent)", ini_del},
-    {"rename", "ini rename FILE SECT [KEY] NEWNAME", "rename a section or a field (exit 1 when absent)",
-     ini_rename},
-    {"keys", "ini keys FILE SECT", "list the keys of a section in order (exit 1 when absent)", ini_keys},
-    {"sections", "ini sections FILE", "list the sections (\"-\" is the nameless one)", ini_sections},
-    {"dump", "ini dump FILE", "print every field as SECT.KEY=VALUE, one a line", ini_dump},
+     ini_get, 3, 3, kGetOptions,
+     "--default also for a missing file (IniUtil_getFileStr: -64); near misses noted\n"
+     "IniUtil_getFileStr returns -64 for a missing file and applies no default. The value is\n"
+     "IniFile_getStr's; one that keeps a \"; comment\" is noted." INI_NEAR "\n" INI_BOM},
+    {"set", "ini set FILE SECT KEY VALUE", "set a value (the file is created when missing)", ini_set, 4, 4, nullptr,
+     "a byte-order mark hiding the first line is refused; near misses noted\n" INI_BOM INI_NEAR},
+    {"del", "ini del FILE SECT [KEY]", "delete a field or a whole section (exit 1 when absent)", ini_del, 2, 3,
+     nullptr, "a byte-order mark hiding the first line is refused; near misses noted\n" INI_BOM INI_NEAR},
+    {"rename", "ini rename FILE SECT [KEY] NEWNAME", "rename a section or a field (exit 1 when absent)", ini_rename,
+     3, 4, nullptr,
+     "a renamed key keeps its value (IniFile_renField writes \"name=\" only)\n" INI_BOM INI_NEAR},
+    {"keys", "ini keys FILE SECT", "list the keys of a section in order (exit 1 when absent)", ini_keys, 2, 2, nullptr,
+     "a byte-order mark hiding the first line is refused; near misses noted\n" INI_BOM INI_NEAR},
+    {"sections", "ini sections FILE", "list the sections (\"-\" is the nameless one)", ini_sections, 1, 1, nullptr,
+     "a byte-order mark hiding the first line's section or key is refused\n" INI_BOM},
+    {"dump", "ini dump FILE", "print every field as SECT.KEY=VALUE, one a line", ini_dump, 1, 1, nullptr,
+     "a byte-order mark hiding the first line's section or key is refused\n" INI_BOM},
     {"diff", "ini diff OLD NEW", "print what was added, changed and removed, as INI text (exit 1 when different)",
-     ini_diff},
-    {"fmt", "ini fmt FILE", "write the file back to stdout (CR LF line ends)", ini_fmt},
+     ini_diff, 2, 2, nullptr,
+     "values equal but for case are noted (IniFile_diff takes them as equal)\n"
+     "Such values count as equal, as IniFile_diff compares them; each pair is noted on standard\n"
+     "error.\n" INI_BOM},
+    {"fmt", "ini fmt FILE", "write the file back to stdout (CR LF line ends)", ini_fmt, 1, 1, nullptr,
+     "a byte-order mark hiding the first line's section or key is refused\n" INI_BOM},
 };
 
 } // namespace
@@ -434,5 +539,5 @@ static const vektool::Command kIni = {
     "ini", "ini get|set|del|rename|keys|sections|dump|diff|fmt ...",
     "INI files (section \"-\" or \"\" is the nameless one; FILE \"-\" is standard input, and set, del "
     "and rename then write the result to standard output)",
-    nullptr, kIniCommands, sizeof kIniCommands / sizeof kIniCommands[0]};
+    kIniCommands, sizeof kIniCommands / sizeof kIniCommands[0]};
 VEKTOOL_COMMAND(kIni);

@@ -1,167 +1,409 @@
 /*
  * vektool sms: septet packing, address fields and service-centre time
  * stamps of short-message PDUs, in the hexadecimal form modems use.
+ *
+ * pack and unpack stream (any length in the same small memory). The field
+ * commands check their field against 3GPP TS 23.040 before the library
+ * reads it, and refuse what it would read wrong.
  */
 #include <cstdio>
 #include "CodecTool.h"
 
 using namespace codectool;
+using vektool::Args;
+using vektool::kDone;
+using vektool::kFailed;
+using vektool::Reader;
 
 namespace {
 
-// Septets (one per byte, each below 0x80) packed; the octets in hex.
-int sms_pack(int argc, char** argv) {
-    int fill = 0;
-    if (!int_option(argc, argv, "--fill", 0, 6, fill) || argc > 1) {
-        return vektool::kUsage;
-    }
-    std::string in;
-    if (!input("sms pack", argc, argv, in)) {
-        return vektool::kFailed;
-    }
-    for (char c : in) {
-        if (c & 0x80) {
-            return bad_input("sms pack", argc, argv, "a byte above 0x7F is not a septet");
+/* Hexadecimal text on standard output in pieces, then a line end. */
+class HexOut {
+  public:
+    void put(const vek_u8* p, std::size_t n) {
+        while (n) {
+            std::size_t take = n < vektool::kChunk ? n : vektool::kChunk;
+            text_.resize(2 * take + 2);
+            vek_s32 len = ira_enc_buf_from_buf(text_.data(), (vek_s32)text_.size(), p, (vek_s32)take);
+            vektool::write_out(text_.data(), (std::size_t)len);
+            p += take;
+            n -= take;
         }
     }
-    std::vector<vek_u8> out(in.size() + 2);
-    vek_s32 n = GsmUtil_enc7BitStr(out.data(), (vek_s32)out.size(), (const vek_u8*)in.data(), (vek_s32)in.size(),
-                                   fill);
-    put_hex_line(out.data(), (size_t)n);
-    return vektool::kDone;
+    void end() { vektool::write_out("\n", 1); }
+
+  private:
+    std::vector<char> text_;
+};
+
+/*
+ * Septets in blocks of 8 (7 whole bytes each). With fill bits the last
+ * byte of a block is shared with the next one: it is held back and OR-ed
+ * into the next block's first byte, which the packer leaves clear.
+ */
+int sms_pack(const Args& a) {
+    long long fill = 0;
+    Reader in;
+    if (!a.number("--fill", 0, 6, 0, fill) || !in.open(a.cmd, a.operand(0, "-"))) {
+        return kFailed;
+    }
+    HexOut out;
+    std::vector<vek_u8> bytes(vektool::kChunk + 8);
+    vek_u8 carry = 0;
+    bool held = false;
+    long long offset = 0;
+    bool ok = each_block(in, 8, [&](const char* p, std::size_t n, bool last) {
+        for (std::size_t i = 0; i < n; i++) {
+            if (p[i] & 0x80) {
+                in.fail("byte " + std::to_string(offset + (long long)i) + " is above 0x7F, not a septet");
+                return false;
+            }
+        }
+        offset += (long long)n;
+        vek_s32 len = n ? GsmUtil_enc7BitStr(bytes.data(), (vek_s32)bytes.size(), (const vek_u8*)p, (vek_s32)n,
+                                             (vek_s32)fill)
+                        : 0;
+        if (held) {
+            if (len) {
+                bytes[0] |= carry;
+            } else {
+                bytes[len++] = carry;
+            }
+        }
+        held = fill && !last && len;
+        if (held) {
+            carry = bytes[(std::size_t)--len];
+        }
+        out.put(bytes.data(), (std::size_t)len);
+        return true;
+    });
+    out.end();
+    return ok ? kDone : kFailed;
 }
 
-// Packed octets in hex unpacked; the septets as bytes, cut to --count.
-int sms_unpack(int argc, char** argv) {
-    int fill = 0, count = -1;
-    for (int before = -1; before != argc;) {
-        before = argc;
-        if (!int_option(argc, argv, "--fill", 0, 6, fill) || !int_option(argc, argv, "--count", 0, 1 << 30, count)) {
-            return vektool::kUsage;
-        }
-    }
-    if (argc > 1) {
-        return vektool::kUsage;
-    }
-    std::string in;
-    std::vector<vek_u8> packed;
-    if (!input("sms unpack", argc, argv, in)) {
-        return vektool::kFailed;
-    }
-    if (!from_hex(in, packed)) {
-        return bad_input("sms unpack", argc, argv, "not an even number of hexadecimal digits");
-    }
-    std::vector<vek_u8> out(packed.size() * 8 / 7 + 2);
-    vek_s32 n = GsmUtil_dec7BitStr(out.data(), (vek_s32)out.size(), packed.data(), (vek_s32)packed.size(), fill);
-    if (count >= 0 && count < n) {
-        n = count;
+/*
+ * Octets given in hex. With fill bits the bit stream is first shifted by
+ * them, so that blocks of 7 bytes unpack on their own into 8 septets; the
+ * count is then cut to the septets the input holds, (8 x bytes - fill) / 7,
+ * as the library counts them.
+ */
+int sms_unpack(const Args& a) {
+    long long fill = 0, count = -1;
+    Reader in;
+    if (!a.number("--fill", 0, 6, 0, fill) || !a.number("--count", 0, 1LL << 62, -1, count) ||
+        !in.open(a.cmd, a.operand(0, "-"))) {
+        return kFailed;
     }
     vektool::binary_stdout();
-    vektool::write_out(out.data(), (size_t)n);
-    return vektool::kDone;
-}
-
-// A field given in hex, padded so the decoder never reads past it; false
-// when the hex is bad or shorter than the field says.
-bool field_arg(const char* text, size_t minLen, std::vector<vek_u8>& out, size_t* given) {
-    if (!from_hex(text, out) || out.size() < minLen) {
-        return false;
-    }
-    *given = out.size();
-    out.resize(out.size() + 300, 0);
-    return true;
-}
-
-int sms_number(int argc, char** argv) {
-    bool smsc = flag(argc, argv, "--smsc");
-    bool enc = flag(argc, argv, "--enc");
-    smsc = flag(argc, argv, "--smsc") || smsc;
-    if (argc != 1) {
-        return vektool::kUsage;
-    }
-    if (enc) {
-        vek_u8 out[160];
-        if (!*argv[0] || std::strlen(argv[0]) > 150) {
-            return vektool::fail("sms number", argv[0], "a number of 1 to 150 characters is needed");
+    int f = (int)fill;
+    std::vector<vek_u8> bytes(vektool::kChunk / 2 + 2);
+    std::vector<vek_u8> packed;  // shifted bytes not yet unpacked
+    std::vector<vek_u8> septets(vektool::kChunk + 16);
+    vek_u8 prev = 0;
+    bool havePrev = false;
+    long long total = 0, written = 0;
+    auto unpack = [&](std::size_t n, long long limit) {
+        vek_s32 got = GsmUtil_dec7BitStr(septets.data(), (vek_s32)septets.size(), packed.data(), (vek_s32)n, 0);
+        long long room = limit - written;
+        std::size_t put = got < room ? (std::size_t)got : (std::size_t)(room > 0 ? room : 0);
+        vektool::write_out(septets.data(), put);
+        written += (long long)put;
+        packed.erase(packed.begin(), packed.begin() + (std::ptrdiff_t)n);
+    };
+    long long unlimited = count < 0 ? 1LL << 62 : count;
+    bool ok = each_hex(in, [&](const char* digits, std::size_t n) {
+        vek_s32 got = ira_dec_str_to_buf(digits, bytes.data(), (vek_s32)(n / 2 + 1));
+        for (vek_s32 i = 0; i < got; i++) {
+            if (!f) {
+                packed.push_back(bytes[(std::size_t)i]);
+            } else if (havePrev) {
+                packed.push_back((vek_u8)((prev >> f) | (bytes[(std::size_t)i] << (8 - f))));
+            }
+            prev = bytes[(std::size_t)i];
+            havePrev = true;
         }
-        vek_s32 n = GsmUtil_encNo(out, sizeof out, argv[0], smsc ? 0 : 1);
-        put_hex_line(out, (size_t)n);
-        return vektool::kDone;
+        total += got;
+        if (packed.size() >= 7 * 4096) {
+            unpack(packed.size() / 7 * 7, unlimited);
+        }
+        return written < unlimited;
+    });
+    if (!ok && written >= unlimited) {
+        return kDone;  // --count septets are out; the rest is not needed
     }
+    if (f && havePrev) {
+        packed.push_back((vek_u8)(prev >> f));
+    }
+    long long held = total * 8 - f > 0 ? (total * 8 - f) / 7 : 0;
+    if (ok) {
+        unpack(packed.size(), held < unlimited ? held : unlimited);
+    }
+    return ok ? kDone : kFailed;
+}
+
+/* ---- address fields ---- */
+
+// Bytes given in hex on the command line; false when not whole bytes.
+bool hex_arg(const char* text, std::vector<vek_u8>& out) {
+    return from_hex(text, out);
+}
+
+// A septet string as UTF-8, through the GSM alphabet and its extension table.
+std::string gsm_to_utf8(const vek_u8* septets, std::size_t n) {
+    std::vector<vek_u16> units(n + 1);
+    vek_s32 got = SmsAlph_from7BitStr(septets, (vek_s32)n, units.data(), (vek_s32)units.size());
+    std::string text;
+    for (vek_s32 i = 0; i < got; i++) {
+        const vek_u8* b = (const vek_u8*)&units[(std::size_t)i];  // big-endian in memory
+        char utf8[4];
+        text.append(utf8, (std::size_t)wcs_char_to_utf8_char((vek_wchar)(b[0] << 8 | b[1]), utf8));
+    }
+    return text;
+}
+
+int sms_number_enc(const Args& a) {
+    const char* num = a[0];
+    bool smsc = a.flag("--smsc");
+    std::string s = num;
+    std::size_t digits = s.find_first_not_of("0123456789", s[0] == '+' ? 1 : 0);
+    bool numeric = digits == std::string::npos;
+    std::size_t count = s.size() - (s[0] == '+');
+    std::string why;
+    if (s.empty() || (numeric && count == 0)) {
+        why = "a number needs digits";
+    } else if (numeric && count > 20) {
+        why = "an address holds at most 20 digits";
+    } else if (!numeric && s[0] == '+') {
+        why = "an international number is \"+\" and digits only";
+    } else if (!numeric && s.size() > 11) {
+        why = "an alphanumeric address holds at most 11 characters";
+    } else if (!numeric) {
+        // GsmUtil_encNo packs the text's bytes as septets as they stand: right
+        // only for the characters whose GSM code is their ASCII code.
+        for (unsigned char c : s) {
+            if (c >= 0x80 || SmsAlph_toUcs2(c) != c) {
+                why = std::string("\"") + (char)c +
+                      "\" is not sent as itself (an alphanumeric address here takes letters, digits, space and "
+                      "!\"#%&'()*+,-./:;<=>?)";
+                break;
+            }
+        }
+    }
+    if (!why.empty()) {
+        return vektool::fail(a.cmd, num, why);
+    }
+    vek_u8 out[32];
+    vek_s32 n = GsmUtil_encNo(out, sizeof out, num, smsc ? 0 : 1);
+    if (!numeric && !smsc) {
+        // The semi-octets the septets use; twice the octets would read back
+        // with one more septet ("@") when 7 characters fill 7 octets.
+        out[0] = (vek_u8)((7 * s.size() + 3) / 4);
+    }
+    put_hex_line(out, (size_t)n);
+    return kDone;
+}
+
+/*
+ * The type of address is taken by its type of number (bits 4-6): any
+ * international one gets the "+", any alphanumeric one is unpacked (the
+ * library knows the values 0x91 and 0xD0 only) and cut to the septets its
+ * length holds. Digits A-E and fillers before the end are refused: the
+ * library would drop them.
+ */
+int sms_number_dec(const Args& a) {
+    const char* text = a[0];
+    bool smsc = a.flag("--smsc");
     std::vector<vek_u8> addr;
-    size_t given = 0;
-    if (!field_arg(argv[0], 2, addr, &given)) {
-        return vektool::fail("sms number", argv[0], "not an address field in hexadecimal");
+    if (!hex_arg(text, addr) || addr.size() < 2) {
+        return vektool::fail(a.cmd, text, "not an address field in hexadecimal (length, type, digits)");
     }
-    VekStr num;
-    VekStr_new(&num);
-    vek_s32 used = GsmUtil_getNo(&num, addr.data(), smsc ? 1 : 0);
-    if ((size_t)used > given) {
-        VekStr_delete(&num);
-        return vektool::fail("sms number", argv[0], "shorter than its length byte says");
+    std::size_t len = addr[0];
+    int toa = addr[1];
+    int ton = (toa >> 4) & 7;
+    if (!(toa & 0x80)) {
+        return vektool::fail(a.cmd, text, "byte 1 is no type of address (its bit 7 is clear)");
     }
-    if (smsc && addr[1] != GSM_TOA_ALPHA) {
-        // Service-centre style: the length counts octets, the digits fill them.
-        char digits[600];
-        GsmUtil_decNo(digits, sizeof digits, addr.data(), 0);
-        VekStr_setStr(&num, digits);
+    bool alpha = ton == 5;
+    std::size_t body = smsc ? (len ? len - 1 : 0) : (len + 1) / 2;
+    if (smsc && !len) {
+        return vektool::fail(a.cmd, text, "the length byte counts the type too, so it is at least 1");
     }
-    VekStr_appdChar(&num, '\n');
-    vektool::write_out(VekStr_buf(&num), (size_t)VekStr_len(&num));
-    VekStr_delete(&num);
-    return vektool::kDone;
+    if (addr.size() != 2 + body) {
+        return vektool::fail(a.cmd, text,
+                             addr.size() < 2 + body ? "shorter than its length byte says"
+                                                    : "longer than its length byte says");
+    }
+    std::string out;
+    if (alpha) {
+        // The septets the field's bits hold: its length counts semi-octets,
+        // or (service-centre style) octets with the type.
+        std::size_t real = smsc ? body * 8 / 7 : len * 4 / 7;
+        std::vector<vek_u8> septets(body * 8 / 7 + 2);
+        vek_s32 n = GsmUtil_dec7BitStr(septets.data(), (vek_s32)septets.size(), addr.data() + 2, (vek_s32)body, 0);
+        out = gsm_to_utf8(septets.data(), (std::size_t)n < real ? (std::size_t)n : real);
+    } else {
+        std::size_t digits = smsc ? 2 * body : len;
+        for (std::size_t i = 0; i < 2 * body; i++) {
+            int nib = i % 2 ? addr[2 + i / 2] >> 4 : addr[2 + i / 2] & 15;
+            bool last = i + 1 == 2 * body;
+            if (smsc && last && nib == 15) {
+                digits--;
+            } else if (i < digits && nib > 9) {
+                return vektool::fail(a.cmd, text,
+                                     "digit " + std::to_string(i + 1) + " is 0x" + "0123456789ABCDEF"[nib] +
+                                         " (GsmUtil_decNo would drop it)");
+            } else if (i >= digits && nib != 15) {
+                return vektool::fail(a.cmd, text, "the filler after the last digit is not F");
+            }
+        }
+        std::vector<vek_u8> field(addr);
+        field[1] = ton == 1 ? GSM_TOA_INTL : GSM_TOA_NATIONAL;
+        std::vector<char> buf(2 * body + 4);
+        GsmUtil_decNo(buf.data(), (vek_s32)buf.size(), field.data(), smsc ? 0 : 1);
+        out = buf.data();
+    }
+    out += '\n';
+    vektool::write_out(out.data(), out.size());
+    return kDone;
 }
 
-int sms_scts(int argc, char** argv) {
-    bool enc = flag(argc, argv, "--enc");
-    if (argc != 1) {
-        return vektool::kUsage;
+int sms_number(const Args& a) {
+    return a.flag("--enc") ? sms_number_enc(a) : sms_number_dec(a);
+}
+
+/* ---- time stamps ---- */
+
+bool valid_date(int y, int m, int d) {
+    static const int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+    return m >= 1 && m <= 12 && d >= 1 && d <= (m == 2 && leap ? 29 : kDays[m - 1]);
+}
+
+// Quarter hours of an offset as the zone byte writes them.
+vek_u8 zone_byte(int minutes) {
+    int q = (minutes < 0 ? -minutes : minutes) / 15;
+    return (vek_u8)(((q % 10) << 4) | (q / 10) | (minutes < 0 ? 0x08 : 0));
+}
+
+int scts_enc(const Args& a) {
+    const char* text = a[0];
+    int y, mo, d, h, mi, s, n = 0;
+    char sign = 0;
+    int zh = 0, zm = 0, zn = 0;
+    bool shape = std::sscanf(text, "%4d-%2d-%2d %2d:%2d:%2d%n", &y, &mo, &d, &h, &mi, &s, &n) == 6 && n == 19 &&
+                 text[4] == '-' && text[13] == ':' && std::strspn(text, "0123456789-: ") >= 19;
+    if (shape && text[n] && (std::sscanf(text + n, " %c%2d:%2d%n", &sign, &zh, &zm, &zn) != 3 ||
+                             (sign != '+' && sign != '-') || text[n + zn] || zh < 0 || zm < 0 || zm > 59)) {
+        shape = false;
     }
-    if (enc) {
-        VekDt dt;
-        VekDt_init(&dt);
-        char tail = 0;
-        if (std::sscanf(argv[0], "%d-%d-%d %d:%d:%d%c", &dt.year, &dt.month, &dt.day, &dt.hour, &dt.minute,
-                        &dt.second, &tail) != 6 ||
-            dt.year < 0 || dt.year > 2099) {
-            return vektool::fail("sms scts", argv[0], "expected \"yyyy-MM-dd hh:mm:ss\"");
-        }
-        vek_u8 out[7];
-        GsmUtil_encObsTime(out, &dt);
-        put_hex_line(out, 7);
-        return vektool::kDone;
+    std::string why;
+    if (!shape) {
+        why = "expected \"yyyy-MM-dd hh:mm:ss\", and a zone \" +hh:mm\" if any";
+    } else if (y < 1981 || y > 2080) {
+        why = "the stamp's two-digit year reads back as 1981-2080 only";
+    } else if (!valid_date(y, mo, d) || h > 23 || mi > 59 || s > 59) {
+        why = "not a date and time of the calendar";
+    } else if ((zh * 60 + zm) % 15 || zh * 60 + zm > 14 * 60) {
+        why = "the zone is whole quarter hours within 14:00";
     }
+    if (!why.empty()) {
+        return vektool::fail(a.cmd, text, why);
+    }
+    VekDt dt;
+    VekDt_init(&dt);
+    VekDt_set(&dt, y, mo, d, h, mi, s, 0, 0);
+    vek_u8 out[7];
+    GsmUtil_encObsTime(out, &dt);
+    out[6] = zone_byte(sign == '-' ? -(zh * 60 + zm) : zh * 60 + zm);
+    put_hex_line(out, 7);
+    return kDone;
+}
+
+/*
+ * The fields are checked as BCD and as a calendar date; the zone is read
+ * from its byte here, whole quarter hours and all (the library drops a
+ * quarter-hour remainder and reads a zero zone as none).
+ */
+int scts_dec(const Args& a) {
+    const char* text = a[0];
     std::vector<vek_u8> ts;
-    size_t given = 0;
-    if (!field_arg(argv[0], 7, ts, &given) || given != 7) {
-        return vektool::fail("sms scts", argv[0], "not a 7-byte time stamp in hexadecimal");
+    if (!hex_arg(text, ts) || ts.size() != 7) {
+        return vektool::fail(a.cmd, text, "not a 7-byte time stamp in hexadecimal");
+    }
+    static const char* const kField[] = {"year", "month", "day", "hour", "minute", "second"};
+    for (int i = 0; i < 6; i++) {
+        if ((ts[(size_t)i] & 15) > 9 || (ts[(size_t)i] >> 4) > 9) {
+            return vektool::fail(a.cmd, text, std::string("the ") + kField[i] + " is not two BCD digits");
+        }
+    }
+    if ((ts[6] >> 4) > 9) {
+        return vektool::fail(a.cmd, text, "the zone is not BCD quarter hours");
     }
     VekDt dt;
     GsmUtil_decObsTime(&dt, ts.data());
-    std::printf("%04d-%02d-%02d %02d:%02d:%02d", (int)dt.year, (int)dt.month, (int)dt.day, (int)dt.hour,
-                (int)dt.minute, (int)dt.second);
-    if (dt.zone != VEK_ZONE_UNKNOWN) {
-        // The record holds the bias (UTC = local + zone); print the offset.
-        int off = -(int)dt.zone;
-        std::printf(" %c%02d:%02d", off < 0 ? '-' : '+', (off < 0 ? -off : off) / 60, (off < 0 ? -off : off) % 60);
+    int quarters = (ts[6] & 7) * 10 + (ts[6] >> 4);
+    if (!valid_date(dt.year, dt.month, dt.day) || dt.hour > 23 || dt.minute > 59 || dt.second > 59) {
+        return vektool::fail(a.cmd, text, "not a date and time of the calendar");
     }
-    std::printf("\n");
-    return vektool::kDone;
+    if (quarters > 56) {
+        return vektool::fail(a.cmd, text, "a zone beyond 14:00");
+    }
+    int off = (ts[6] & 8) ? -quarters * 15 : quarters * 15;
+    std::printf("%04d-%02d-%02d %02d:%02d:%02d %c%02d:%02d\n", (int)dt.year, (int)dt.month, (int)dt.day,
+                (int)dt.hour, (int)dt.minute, (int)dt.second, off < 0 ? '-' : '+', quarters * 15 / 60,
+                quarters * 15 % 60);
+    return kDone;
 }
 
+int sms_scts(const Args& a) {
+    return a.flag("--enc") ? scts_enc(a) : scts_dec(a);
+}
+
+const vektool::Option kFill[] = {
+    {"--fill", nullptr, "N", "N (0-6) fill bits before the first septet"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+const vektool::Option kUnpack[] = {
+    {"--fill", nullptr, "N", "N (0-6) fill bits before the first septet"},
+    {"--count", nullptr, "N", "at most N septets (the message's length)"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+const vektool::Option kNumber[] = {
+    {"--enc", nullptr, nullptr, "encode NUMBER"},
+    {"--smsc", nullptr, nullptr, "service-centre style: the length counts octets"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+const vektool::Option kScts[] = {
+    {"--enc", nullptr, nullptr, "encode the date and time"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+
 const vektool::SubCommand kSms[] = {
-    {"pack", "sms pack [--fill N] [FILE|-]", "pack septets (bytes below 0x80); the octets in hex", sms_pack},
+    {"pack", "sms pack [--fill N] [FILE|-]", "pack septets (bytes below 0x80); the octets in hex", sms_pack, 0, 1,
+     kFill},
     {"unpack", "sms unpack [--fill N] [--count N] [FILE|-]", "unpack octets given in hex; the septets as bytes",
-     sms_unpack},
+     sms_unpack, 0, 1, kUnpack},
     {"number", "sms number [--smsc] HEX | --enc [--smsc] NUMBER",
-     "decode an address field given in hex, or encode a number (--smsc: octet length)", sms_number},
-    {"scts", "sms scts HEX | --enc \"yyyy-MM-dd hh:mm:ss\"", "decode a 7-byte time stamp given in hex, or encode one",
-     sms_scts},
+     "decode an address field given in hex, or encode a number (--smsc: octet length)", sms_number, 1, 1, kNumber,
+     "fields checked (TS 23.040); alphanumeric shown as UTF-8 (GsmUtil_decNo)\n"
+     "Fields are checked first: length against the bytes, digits 0-9 with F only as the filler;\n"
+     "alphanumeric text is cut to the septets its length holds and shown as UTF-8 through the GSM\n"
+     "alphabet; any international or alphanumeric type of number counts (GsmUtil_decNo knows 0x91\n"
+     "and 0xD0 only). --enc takes at most 20 digits, or 11 characters that GsmUtil_encNo sends as\n"
+     "themselves (it packs the text's bytes unconverted); an alphanumeric length counts the semi-octets\n"
+     "its septets use (GsmUtil_encNo counts its octets twice)."},
+    {"scts", "sms scts HEX | --enc \"yyyy-MM-dd hh:mm:ss[ +hh:mm]\"",
+     "decode a 7-byte time stamp given in hex, or encode one", sms_scts, 1, 1, kScts,
+     "BCD and calendar checked; zone in quarter hours (GsmUtil_decObsTime)\n"
+     "Non-BCD digits and dates off the calendar are refused; the zone is shown in whole quarter\n"
+     "hours and \"+00:00\" for UTC (GsmUtil_decObsTime drops quarter hours and reads 00 as no zone).\n"
+     "--enc takes the years 1981-2080, which the two-digit year reads back as, and writes the zone\n"
+     "given (GsmUtil_encObsTime writes 00, UTC)."},
 };
 
 } // namespace
 
 static const vektool::Command kSmsCmd = {"sms", "sms pack|unpack|number|scts ...",
-                                         "short-message PDU fields: septets, addresses, time stamps", nullptr, kSms,
+                                         "short-message PDU fields: septets, addresses, time stamps", kSms,
                                          sizeof kSms / sizeof kSms[0]};
 VEKTOOL_COMMAND(kSmsCmd);

@@ -356,4 +356,17 @@ vek_s32 dll_unload(void* module) {
     return module && FreeLibrary((HMODULE)module) ? 1 : 0;
 }
 
+// ---- process-wide barrier ----
+
+vek_s32 process_barrier_init(void) {
+    // Wine's FlushProcessWriteBuffers is an empty stub, so there the
+    // threads must fence themselves.
+    HMODULE nt = GetModuleHandleW(L"ntdll.dll");
+    return nt && !GetProcAddress(nt, "wine_get_version") ? 1 : 0;
+}
+
+void process_barrier(void) {
+    FlushProcessWriteBuffers();
+}
+
 } // namespace plat

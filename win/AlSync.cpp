@@ -125,6 +125,37 @@ vek_s32 tls_set(vek_u32 slot, void* value) {
     return TlsSetValue(slot, value) ? 1 : 0;
 }
 
+namespace {
+DWORD g_endSlot = FLS_OUT_OF_INDEXES;
+void (*g_endFn)(void*);
+
+VOID WINAPI end_callback(PVOID value) {
+    if (value && g_endFn) {
+        g_endFn(value);
+    }
+}
+} // namespace
+
+vek_s32 thread_end_hook(void (*fn)(void* value)) {
+    if (g_endSlot != FLS_OUT_OF_INDEXES) {
+        FlsFree(g_endSlot);  // runs the callback for the values still stored
+        g_endSlot = FLS_OUT_OF_INDEXES;
+    }
+    g_endFn = fn;
+    if (fn) {
+        g_endSlot = FlsAlloc(end_callback);
+    }
+    return g_endSlot != FLS_OUT_OF_INDEXES || !fn;
+}
+
+vek_s32 thread_end_set(void* value) {
+    return g_endSlot != FLS_OUT_OF_INDEXES && FlsSetValue(g_endSlot, value) ? 1 : 0;
+}
+
+void* thread_end_get(void) {
+    return g_endSlot != FLS_OUT_OF_INDEXES ? FlsGetValue(g_endSlot) : nullptr;
+}
+
 void* thrd_create(void* startRec, vek_u32 stackSize, vek_u32* tid) {
     DWORD id = 0;
     HANDLE h = nullptr;

@@ -42,7 +42,7 @@ void error_text(DWORD e, char* why, vek_s32 whySize) {
     }
     w[n] = 0;
     if (n == 0) {
-        vek_snprintf(why, whySize, "error %lu", (unsigned long)e);
+        std::snprintf(why, (size_t)whySize, "error %lu", (unsigned long)e);
     } else {
         win::to_utf8(w, why, whySize);
     }
@@ -221,7 +221,7 @@ void* lib_load(const char* path, char* why, vek_s32 whySize) {
     win::Wide w(path);
     if (!w.ok()) {
         if (why) {
-            vek_snprintf(why, whySize, "out of memory");
+            plat::copy_out(why, whySize, "out of memory");
         }
         return nullptr;
     }
@@ -307,7 +307,12 @@ vek_s32 user_langs(char* buf, vek_s32 size) {
             for (const wchar_t* p = list; *p && out < size - 1; p += std::wcslen(p) + 1) {
                 char tag[128];
                 win::to_utf8(p, tag, (int)sizeof tag);
-                out += vek_snprintf(buf + out, size - out, "%s%s", out ? ":" : "", tag);
+                int k = std::snprintf(buf + out, (size_t)(size - out), "%s%s", out ? ":" : "", tag);
+                if (k < 0 || k >= size - out) {
+                    buf[out] = 0;  // the list keeps the names that fit whole
+                    break;
+                }
+                out += k;
             }
         }
     }
