@@ -9,12 +9,15 @@
  * transfer returns -94 (VEK_ERR_NO_LIBRARY) at once and the rest of the
  * library works as before; a libcurl older than 7.32 gives -790.
  *
- * Every transfer runs on the calling thread with an easy handle of its own
- * (libcurl's rule: one handle, one thread), signals off (CURLOPT_NOSIGNAL),
- * HTTP and HTTPS only (also for redirects). It is cancellable as every
- * blocking call of the library is: vek_thrd_cancel of the thread, or
- * vek_call_cancel, ends it within 50 ms with -5, also while the server
- * sends nothing at all. The progress callback runs on the calling thread.
+ * A single transfer runs on the calling thread with an easy handle of its
+ * own (libcurl's rule: one handle, one thread), signals off
+ * (CURLOPT_NOSIGNAL), HTTP and HTTPS only (also for redirects). It is
+ * cancellable as every blocking call of the library is: vek_thrd_cancel of
+ * the thread, or vek_call_cancel, ends it within 50 ms with -5, also while
+ * the server sends nothing at all; so is a transfer that a task of the task
+ * server makes (TaskSvr_cancel with running set). The progress callback
+ * runs on the calling thread. net_multi_down runs a batch on the task
+ * server.
  *
  * Results: 0 when the server answered with a status below 400 (*status
  * receives it when status is not null, also on failure once a status
@@ -30,6 +33,7 @@
 #ifndef VEK_HTTP_H
 #define VEK_HTTP_H
 
+#include "TaskSvr.h"
 #include "VekType.h"
 
 VEK_BEGIN_DECLS
@@ -71,6 +75,39 @@ VEK_API vek_s32 net_http_get(const char* url, VekStr* out, const NetReqOpt* opt,
  * append the answer's body to resp (null: discarded). */
 VEK_API vek_s32 net_http_post(const char* url, const void* body, vek_s32 len, VekStr* resp,
                               const NetReqOpt* opt, vek_s32* status);
+
+/* ---- several transfers at once ----
+ * One transfer of a batch: the caller fills the inputs, net_multi_down the
+ * outputs. */
+typedef struct NetDown {
+    const char* url;       /* in: the URL */
+    const char* path;      /* in: GET into this file, written safely (as
+                              net_http_get_file); null: into body */
+    VekStr* body;          /* in: with path null, the answer's body is
+                              appended here (null: discarded) */
+    const void* post;      /* in: non-null: POST postLen bytes of it (negative:
+                              up to the terminator) instead of a GET; the
+                              answer goes to body, path must be null */
+    vek_s32 postLen;
+    const NetReqOpt* opt;  /* in: this transfer's options (null: defaults);
+                              its progress callback runs on the worker */
+    vek_s32 result;        /* out: as the single transfer calls give it; -5
+                              for a transfer that never started */
+    vek_s32 status;        /* out: the HTTP status, 0 without one */
+} NetDown;
+
+/* Runs count transfers, at most maxParallel at a time (0 or less: all at
+ * once), each as a task of svr (null: the default pool) with an easy handle
+ * of its own on its worker. One transfer's failure does not stop the
+ * others. Returns once every transfer has ended: 0 when all succeeded; -5
+ * when the caller was cancelled (vek_thrd_cancel, vek_call_cancel): the
+ * running transfers are cancelled too and the call returns within 100 ms,
+ * those not started get -5; -94 without libcurl (every result -94);
+ * otherwise the result of the first transfer, in array order, that failed
+ * (-201 for one that could not be posted, -81 for a bad entry). A null
+ * downs with count above 0 asserts and returns -81. Not from a task of svr
+ * when svr has fewer workers than the batch needs. */
+VEK_API vek_s32 net_multi_down(NetDown* downs, vek_s32 count, vek_s32 maxParallel, TaskSvr* svr);
 
 VEK_END_DECLS
 

@@ -10,8 +10,14 @@
  * slices it asks whether the call was cancelled, and whether bytes still
  * move. The easy interface would sit in curl_easy_perform, where the
  * progress callback may come only once a second while nothing arrives.
+ *
+ * A batch (net_multi_down) is one task per transfer on the task server:
+ * each worker makes its own easy handle, as libcurl wants, and a cancelled
+ * task's worker sees the cancel as any single transfer does.
  */
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
@@ -560,6 +566,146 @@ VEK_API vek_s32 net_http_post(const char* url, const void* body, vek_s32 len, Ve
     x.opt = opt;
     x.str = resp;
     return with_curl(x, [&] { return transfer(x, url, body ? body : "", len, status); });
+}
+
+} // extern "C"
+
+namespace {
+
+/* The state of one net_multi_down call, on its caller's stack: the tasks'
+ * clean-ups report to it under mu, and the caller returns only once every
+ * task it posted has reported. */
+struct Batch {
+    std::mutex mu;
+    std::condition_variable cv;
+    vek_s32 running = 0;
+};
+
+struct DownTask {
+    Batch* batch;
+    NetDown* down;
+    VekTask id;
+};
+
+vek_s32 down_run(void* ctx) {
+    NetDown* d = ((DownTask*)ctx)->down;
+    if (d->post) {
+        return net_http_post(d->url, d->post, d->postLen, d->body, d->opt, &d->status);
+    }
+    if (d->path) {
+        return net_http_get_file(d->url, d->path, d->opt, &d->status);
+    }
+    if (d->body) {
+        return net_http_get(d->url, d->body, d->opt, &d->status);
+    }
+    VekStr sink;  // a body nobody wants is still received, then dropped
+    VekStr_new(&sink);
+    vek_s32 r = net_http_get(d->url, &sink, d->opt, &d->status);
+    VekStr_delete(&sink);
+    return r;
+}
+
+/* Runs exactly once per posted task: after it ran, or when it was removed
+ * before it started (-5). */
+void down_clean(void* ctx, vek_s32 res) {
+    DownTask* t = (DownTask*)ctx;
+    std::lock_guard<std::mutex> lk(t->batch->mu);
+    t->down->result = res;
+    t->batch->running--;
+    t->batch->cv.notify_all();
+}
+
+bool down_ok(const NetDown& d) {
+    return url_ok(d.url) && !(d.post && d.path) && (d.path == nullptr || *d.path);
+}
+
+} // namespace
+
+extern "C" {
+
+VEK_API vek_s32 net_multi_down(NetDown* downs, vek_s32 count, vek_s32 maxParallel, TaskSvr* svr) {
+    if (count <= 0) {
+        return 0;
+    }
+    if (!downs) {
+        VEK_ASSERT(downs);
+        return VEK_ERR_BAD_ARG;
+    }
+    for (vek_s32 i = 0; i < count; i++) {
+        downs[i].result = VEK_ERR_ABORTED;
+        downs[i].status = 0;
+    }
+    // The library stays loaded for the whole batch, and its absence is
+    // known before anything is posted.
+    vek_s32 err = 0;
+    CurlApi* api = api_acquire(&err);
+    if (!api) {
+        for (vek_s32 i = 0; i < count; i++) {
+            downs[i].result = err;
+        }
+        return err;
+    }
+    DownTask* tasks = (DownTask*)vek_malloc__(sizeof(DownTask) * (size_t)count);
+    if (!tasks) {
+        api_release(api);
+        return VEK_ERR_FULL;
+    }
+    if (!svr) {
+        svr = TaskSvr_def();
+    }
+    Batch b;
+    vek_s32 next = 0;
+    bool aborted = vek_call_aborted() != 0;
+    {
+        std::unique_lock<std::mutex> lk(b.mu);
+        for (;;) {
+            while (!aborted && next < count && (maxParallel <= 0 || b.running < maxParallel)) {
+                DownTask* t = &tasks[next];
+                NetDown* d = &downs[next++];
+                *t = {&b, d, 0};
+                if (!down_ok(*d)) {
+                    d->result = VEK_ERR_BAD_ARG;
+                    continue;
+                }
+                b.running++;
+                lk.unlock();  // a clean-up may run before the post returns
+                VekTask id = TaskSvr_post(svr, down_run, down_clean, t);
+                lk.lock();
+                t->id = id;
+                if (!id) {
+                    b.running--;
+                    d->result = VEK_ERR_FULL;
+                }
+            }
+            if (b.running == 0 && (aborted || next == count)) {
+                break;
+            }
+            // Slices as short as a transfer's own, so a cancel of the
+            // caller reaches the workers in time.
+            b.cv.wait_for(lk, std::chrono::milliseconds(20));
+            if (!aborted && vek_call_aborted()) {
+                aborted = true;
+                lk.unlock();  // a task removed before its start reports here
+                for (vek_s32 i = 0; i < next; i++) {
+                    if (tasks[i].id) {
+                        TaskSvr_cancel(tasks[i].id, 1);
+                    }
+                }
+                lk.lock();
+            }
+        }
+    }
+    vek_free__(tasks);
+    api_release(api);
+    if (aborted) {
+        return VEK_ERR_ABORTED;
+    }
+    for (vek_s32 i = 0; i < count; i++) {
+        if (downs[i].result != 0) {
+            return downs[i].result;
+        }
+    }
+    return 0;
 }
 
 } // extern "C"

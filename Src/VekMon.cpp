@@ -225,7 +225,13 @@ vek_s32 mon_new(Kind kind, Open open, vek_mon_cb cb, void* ctx, T** mon) {
     if (!mem) {
         return VEK_ERR_FULL;
     }
-    T* m = new (mem) T();
+    T* m;
+    try {
+        m = new (mem) T();  // the event queue allocates its first block here
+    } catch (const std::bad_alloc&) {
+        vek_free__(mem);
+        return VEK_ERR_FULL;
+    }
     m->kind = kind;
     vek_s32 r = open(m);
     if (r == 0 && cb) {

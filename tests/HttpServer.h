@@ -2,7 +2,7 @@
  * HttpServer.h - a loopback HTTP/1.0 server for the download tests, one
  * thread per connection. Paths:
  *   GET  /bytes/N      N bytes of byte_at(i), with their length
- *   GET  /slow/N       the same, 1 KiB every 20 ms
+ *   GET  /slow/N       the same, 1 KiB every 20 ms (peak() counts them)
  *   GET  /stall        headers and 10 of 1000 bytes, then nothing
  *   GET  /status/N     status N with the body "status N"
  *   GET  /redirect     302 to /bytes/10
@@ -79,6 +79,10 @@ class HttpServer {
     }
     /* Connections that ended (the client closed or was served). */
     int finished() const { return finished_.load(); }
+    /* The most /slow bodies being sent at once (each counts until its
+     * last piece goes out, so a client that starts the next transfer
+     * once it has the whole body never overlaps it). */
+    int peak() const { return peak_.load(); }
 
   private:
     void accept_loop() {
@@ -163,9 +167,18 @@ class HttpServer {
         } else if (p.rfind("/slow/", 0) == 0) {
             size_t n = std::stoul(p.substr(6));
             reply(c, 200, "", "", n);
+            int now = ++active_;
+            for (int p = peak_.load(); now > p && !peak_.compare_exchange_weak(p, now);) {
+            }
             for (size_t off = 0; off < n && !stop_; off += 1024) {
                 std::string part = pattern(off, std::min<size_t>(1024, n - off));
+                if (off + 1024 >= n) {
+                    active_--;
+                }
                 if (!send_all(c, part.data(), part.size())) {
+                    if (off + 1024 < n) {
+                        active_--;
+                    }
                     return;
                 }
                 nap(20);
@@ -201,6 +214,8 @@ class HttpServer {
     int port_ = 0;
     std::atomic<bool> stop_{false};
     std::atomic<int> finished_{0};
+    std::atomic<int> active_{0};
+    std::atomic<int> peak_{0};
     std::thread acceptor_;
     std::mutex mu_;
     std::vector<std::thread> conns_;

@@ -161,6 +161,122 @@ TEST_F(Http, StallsTimeOutAndCancelsEndTransfersAtOnce) {
     EXPECT_LT(idle.endedAt - cancelAt, 1000);
 }
 
+TEST_F(Http, ABatchRunsAtOnceWithinItsLimitAndReportsEachTransfer) {
+    std::string dir = vektest::temp_dir("httpmulti");
+    std::string path = dir + "/a.bin";
+    vektest::write_file(path, "old");
+    VekStr posted;
+    VekStr_new(&posted);
+    std::string slow = srv_.url("/slow/16000"), missing = srv_.url("/status/404");
+    std::string echo = srv_.url("/echo"), bytes = srv_.url("/bytes/3000");
+    NetDown downs[6] = {};
+    downs[0].url = slow.c_str();
+    downs[0].body = &out_;
+    downs[1].url = bytes.c_str();
+    downs[1].path = path.c_str();
+    downs[2].url = echo.c_str();
+    downs[2].post = "ping";
+    downs[2].postLen = -1;
+    downs[2].body = &posted;
+    downs[3].url = missing.c_str();
+    downs[4].url = slow.c_str();
+    downs[4].path = path.c_str();  // bad: a POST or a GET, not both
+    downs[4].post = "x";
+    downs[5].url = slow.c_str();
+    // The first failure in array order is the call's result; the others ran.
+    EXPECT_EQ(VEK_ERR_HTTP_STATUS, net_multi_down(downs, 6, 0, nullptr));
+    EXPECT_EQ(0, downs[0].result);
+    EXPECT_EQ(16000, VekStr_len(&out_));
+    EXPECT_EQ(0, downs[1].result);
+    EXPECT_EQ(3000u, vektest::read_file(path).size());
+    EXPECT_EQ("application/octet-stream\nping", str_of(posted));
+    EXPECT_EQ(404, downs[3].status);
+    EXPECT_EQ(VEK_ERR_BAD_ARG, downs[4].result);
+    EXPECT_EQ(0, downs[5].result);
+    EXPECT_EQ(200, downs[5].status);
+    EXPECT_GE(srv_.peak(), 2) << "the slow transfers overlapped";
+
+    // A limit of two is kept while five slow transfers run.
+    vektest::HttpServer own;
+    std::string url = own.url("/slow/6000");
+    NetDown five[5] = {};
+    for (NetDown& d : five) {
+        d.url = url.c_str();
+    }
+    EXPECT_EQ(0, net_multi_down(five, 5, 2, nullptr));
+    EXPECT_EQ(2, own.peak());
+    VekStr_delete(&posted);
+    vektest::remove_tree(dir);
+}
+
+namespace {
+
+struct Batch {
+    NetDown downs[3] = {};
+    vek_s32 result = 1;
+    std::atomic<long> endedAt{-1};
+    Clock::time_point t0 = Clock::now();
+};
+
+vek_u32 run_batch(void* arg) {
+    Batch* b = (Batch*)arg;
+    b->result = net_multi_down(b->downs, 3, 2, nullptr);
+    b->endedAt = ms_since(b->t0);
+    return 0;
+}
+
+vek_s32 get_task(void* arg) {
+    VekStr s;
+    VekStr_new(&s);
+    vek_s32 r = net_http_get(((Job*)arg)->url.c_str(), &s, nullptr, nullptr);
+    VekStr_delete(&s);
+    return r;
+}
+
+void get_task_end(void* arg, vek_s32 res) {
+    ((Job*)arg)->result = res;
+}
+
+} // namespace
+
+TEST_F(Http, CancellingABatchOrATaskEndsItsTransfers) {
+    std::atomic<vek_s64> seen{0};
+    NetReqOpt opt = {};
+    opt.progress = count_progress;
+    opt.progressCtx = &seen;
+    std::string url = srv_.url("/slow/10000000");
+    Batch b;
+    for (NetDown& d : b.downs) {
+        d.url = url.c_str();
+        d.opt = &opt;
+    }
+    vek_u32 tid = vek_thrd_create__(run_batch, &b, 0);
+    ASSERT_NE(0u, tid);
+    EXPECT_TRUE(vektest::until([&] { return seen.load() >= 3000; })) << "the bodies were flowing";
+    long cancelAt = ms_since(b.t0);
+    vek_thrd_cancel(tid);
+    vek_thrd_join(tid);
+    EXPECT_EQ(VEK_ERR_ABORTED, b.result);
+    for (const NetDown& d : b.downs) {
+        EXPECT_EQ(VEK_ERR_ABORTED, d.result);  // two cancelled, one never started
+    }
+    long latency = b.endedAt - cancelAt;
+    std::printf("[ http     ] cancel of a batch ended it after %ld ms\n", latency);
+    EXPECT_LT(latency, 1000);
+
+    // A transfer a task makes ends when the task is cancelled.
+    Job j;
+    j.url = srv_.url("/stall");
+    int before = srv_.finished();
+    VekTask task = TaskSvr_post(TaskSvr_def(), get_task, get_task_end, &j);
+    ASSERT_NE(0u, task);
+    vek_sleep(150);  // connected and waiting for a body that never comes
+    EXPECT_EQ(2, TaskSvr_cancel(task, 1));
+    EXPECT_EQ(0, TaskSvr_wait(task, 5000));
+    EXPECT_EQ(VEK_ERR_ABORTED, j.result);
+    EXPECT_TRUE(vektest::until([&] { return srv_.finished() > before; })) << "the connection was closed";
+}
+
 using NoCurl = VekTest;
 
 TEST_F(NoCurl, WithoutLibcurlTransfersAnswer94) {
@@ -170,6 +286,10 @@ TEST_F(NoCurl, WithoutLibcurlTransfersAnswer94) {
     vek_s32 status = 7;
     EXPECT_EQ(VEK_ERR_NO_LIBRARY, net_http_get("http://127.0.0.1:1/", &s, nullptr, &status));
     EXPECT_EQ(0, status);
+    NetDown d = {};
+    d.url = "http://127.0.0.1:1/";
+    EXPECT_EQ(VEK_ERR_NO_LIBRARY, net_multi_down(&d, 1, 0, nullptr));
+    EXPECT_EQ(VEK_ERR_NO_LIBRARY, d.result);
     VekStr_delete(&s);
     char v[32];
     EXPECT_EQ(0, net_curl_version(v, sizeof v));
