@@ -84,6 +84,10 @@ struct FileWatch {
         if (h == INVALID_HANDLE_VALUE) {
             return;
         }
+        struct Closer {  // also when running out of memory part way
+            HANDLE h;
+            ~Closer() { FindClose(h); }
+        } closer{h};
         do {
             if (!wcscmp(fd.cFileName, L".") || !wcscmp(fd.cFileName, L"..")) {
                 continue;
@@ -97,7 +101,6 @@ struct FileWatch {
                 list_tree(path, q);
             }
         } while (FindNextFileW(h, &fd));
-        FindClose(h);
     }
 
     void appeared(const VString& name, MonQue& q) {
@@ -167,37 +170,42 @@ struct FileWatch {
     }
 };
 
-vek_s32 filewatch_open(const char* dir, bool recursive, FileWatch** out) try {
-    WString w = wide(dir);
-    DWORD attr = GetFileAttributesW(w.c_str());
-    if (attr == INVALID_FILE_ATTRIBUTES) {
-        DWORD e = GetLastError();
-        return e == ERROR_FILE_NOT_FOUND || e == ERROR_PATH_NOT_FOUND ? VEK_ERR_NOT_FOUND : VEK_ERR_FILE_OPEN;
-    }
-    if (!(attr & FILE_ATTRIBUTE_DIRECTORY)) {
-        return VEK_ERR_FILE_OPEN;
-    }
-    void* mem = vek_malloc__(sizeof(FileWatch));
-    if (!mem) {
-        return VEK_ERR_FULL;
-    }
-    FileWatch* fw = new (mem) FileWatch();
-    fw->recursive = recursive;
-    fw->root = w;
-    while (fw->root.size() > 3 && (fw->root.back() == L'\\' || fw->root.back() == L'/')) {
-        fw->root.pop_back();
-    }
-    fw->dir = CreateFileW(fw->root.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                          nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr);
-    fw->ov.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    if (fw->dir == INVALID_HANDLE_VALUE || !fw->ov.hEvent || !fw->arm()) {
+vek_s32 filewatch_open(const char* dir, bool recursive, FileWatch** out) {
+    FileWatch* fw = nullptr;
+    try {
+        WString w = wide(dir);
+        DWORD attr = GetFileAttributesW(w.c_str());
+        if (attr == INVALID_FILE_ATTRIBUTES) {
+            DWORD e = GetLastError();
+            return e == ERROR_FILE_NOT_FOUND || e == ERROR_PATH_NOT_FOUND ? VEK_ERR_NOT_FOUND : VEK_ERR_FILE_OPEN;
+        }
+        if (!(attr & FILE_ATTRIBUTE_DIRECTORY)) {
+            return VEK_ERR_FILE_OPEN;
+        }
+        void* mem = vek_malloc__(sizeof(FileWatch));
+        if (!mem) {
+            return VEK_ERR_FULL;
+        }
+        fw = new (mem) FileWatch();  // allocates nothing: the record is freed by close from here on
+        fw->recursive = recursive;
+        fw->root = w;
+        while (fw->root.size() > 3 && (fw->root.back() == L'\\' || fw->root.back() == L'/')) {
+            fw->root.pop_back();
+        }
+        fw->dir = CreateFileW(fw->root.c_str(), FILE_LIST_DIRECTORY,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr);
+        fw->ov.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+        if (fw->dir == INVALID_HANDLE_VALUE || !fw->ov.hEvent || !fw->arm()) {
+            filewatch_close(fw);
+            return VEK_ERR_FILE_OPEN;
+        }
+    } catch (const std::bad_alloc&) {
         filewatch_close(fw);
-        return VEK_ERR_FILE_OPEN;
+        return VEK_ERR_FULL;
     }
     *out = fw;
     return 0;
-} catch (const std::bad_alloc&) {
-    return VEK_ERR_FULL;
 }
 
 vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
