@@ -717,7 +717,10 @@ vek_s32 emit_built(vek_s32 level, const char* title, vek_s32 n, Make make) {
 
 /* The limits, read without a lock: a writer makes seq odd while it
  * changes the table and even again after, and a reader retries when seq
- * was odd or changed under it. */
+ * was odd or changed under it. The entries are stored with release and
+ * loaded with acquire: a reader that sees one value of a change in
+ * progress then sees seq odd or moved on, and retries (no fences, which
+ * ThreadSanitizer cannot follow). */
 constexpr vek_s32 kMaxLimits = 1024;
 constexpr vek_s32 kDefaultLimit = 3;
 struct LimitEntry {
@@ -741,7 +744,6 @@ struct LimitSet {
 
 void table_begin() {
     g_limits.seq.store(g_limits.seq.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
 }
 
 void table_end() {
@@ -757,17 +759,17 @@ bool table_set(vek_s32 module, vek_s32 field, vek_s32 level) {
         LimitEntry& e = g_limits.e[i];
         if (e.module.load(std::memory_order_relaxed) == module &&
             e.field.load(std::memory_order_relaxed) == field) {
-            e.level.store(level, std::memory_order_relaxed);
+            e.level.store(level, std::memory_order_release);
             return true;
         }
     }
     if (n >= kMaxLimits) {
         return false;
     }
-    g_limits.e[n].module.store(module, std::memory_order_relaxed);
-    g_limits.e[n].field.store(field, std::memory_order_relaxed);
-    g_limits.e[n].level.store(level, std::memory_order_relaxed);
-    g_limits.count.store(n + 1, std::memory_order_relaxed);
+    g_limits.e[n].module.store(module, std::memory_order_release);
+    g_limits.e[n].field.store(field, std::memory_order_release);
+    g_limits.e[n].level.store(level, std::memory_order_release);
+    g_limits.count.store(n + 1, std::memory_order_release);
     return true;
 }
 
@@ -780,22 +782,21 @@ vek_s32 table_limit(vek_s32 module, vek_s32 field) {
             std::this_thread::yield();
             continue;
         }
-        vek_s32 n = g_limits.count.load(std::memory_order_relaxed);
+        vek_s32 n = g_limits.count.load(std::memory_order_acquire);
         vek_s32 fieldLim = -1, modLim = -1;
         for (vek_s32 i = 0; i < n && i < kMaxLimits; i++) {
             const LimitEntry& e = g_limits.e[i];
-            if (e.module.load(std::memory_order_relaxed) != module) {
+            if (e.module.load(std::memory_order_acquire) != module) {
                 continue;
             }
-            vek_s32 f = e.field.load(std::memory_order_relaxed);
+            vek_s32 f = e.field.load(std::memory_order_acquire);
             if (f == field) {
-                fieldLim = e.level.load(std::memory_order_relaxed);
+                fieldLim = e.level.load(std::memory_order_acquire);
             } else if (f == -1) {
-                modLim = e.level.load(std::memory_order_relaxed);
+                modLim = e.level.load(std::memory_order_acquire);
             }
         }
-        vek_s32 def = g_limits.def.load(std::memory_order_relaxed);
-        std::atomic_thread_fence(std::memory_order_acquire);
+        vek_s32 def = g_limits.def.load(std::memory_order_acquire);
         if (g_limits.seq.load(std::memory_order_relaxed) == s1) {
             return fieldLim >= 0 ? fieldLim : modLim >= 0 ? modLim : def;
         }
@@ -1002,11 +1003,11 @@ vek_s32 dbg_cfg_load(const char* path, bool remember) {
     {
         std::lock_guard<std::mutex> lk(g_limitLock);
         table_begin();
-        g_limits.count.store(0, std::memory_order_relaxed);
+        g_limits.count.store(0, std::memory_order_release);
         for (vek_s32 i = 0; i < n; i++) {
             table_set(sets[i].module, sets[i].field, sets[i].level);
         }
-        g_limits.def.store(def, std::memory_order_relaxed);
+        g_limits.def.store(def, std::memory_order_release);
         table_end();
     }
     al_free(sets);
@@ -1345,7 +1346,7 @@ VEK_API void DbgMng_setLevel(vek_s32 module, vek_s32 field, vek_s32 level) {
         std::lock_guard<std::mutex> lk(g_limitLock);
         table_begin();
         if (module < 0) {
-            g_limits.def.store(level, std::memory_order_relaxed);
+            g_limits.def.store(level, std::memory_order_release);
         } else {
             full = !table_set(module, field < 0 ? -1 : field, level);
         }
