@@ -92,6 +92,10 @@ struct FileWatch {
         if (!d) {
             return;
         }
+        struct Closer {  // also when running out of memory part way
+            DIR* d;
+            ~Closer() { closedir(d); }
+        } closer{d};
         while (struct dirent* de = readdir(d)) {
             if (!std::strcmp(de->d_name, ".") || !std::strcmp(de->d_name, "..")) {
                 continue;
@@ -110,7 +114,6 @@ struct FileWatch {
                 add_tree(path, list, q);
             }
         }
-        closedir(d);
     }
 
     /* Forgets the watches of the folder rel and everything under it. */
