@@ -33,6 +33,7 @@
  *                                      description (win/RpcEvt), which the
  *                                      RPC runtime calls
  *   vek_msec vek::ms_left vek::fd_wait vek_fd_swait vek_fds_swait
+ *   vek_ovl_swait vek_sleep vek_ssleep
  *                                      the clock and the waits a cancel ends
  *                                      (IoWait): the reads, writes and
  *                                      watches on the system's own
