@@ -41,6 +41,10 @@
 /* waits on the system's descriptors and handles, per-thread event dispatch */
 #include "VekErp.h"
 #include "VekIoWait.h"
+/* trace, monitors, loadable libraries, downloads */
+#include "VekCm.h"
+#include "VekHttp.h"
+#include "VekMon.h"
 /* timers and the task server */
 #include "VekTimer.h"
 #include "TaskSvr.h"

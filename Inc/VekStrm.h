@@ -1,8 +1,9 @@
 /*
  * VekStrm.h - the stream classes: MemStrm (growable, in memory), FileStrm
  * (one OS-layer file), StrStrm (read-only, over a caller's bytes),
- * CstrStrm (over a VekStr), EncpStrm (a window of another stream) and
- * TestStrm (a memory stream that misbehaves on purpose, for tests).
+ * CstrStrm (over a VekStr), EncpStrm (a window of another stream),
+ * TestStrm (a memory stream that misbehaves on purpose, for tests) and
+ * TrcStrm (write-only, into the trace).
  *
  * Every class follows the object model of BaseItf.h. The records are public
  * so that callers can build streams in their own storage:
@@ -27,6 +28,7 @@
 #include "BaseItf.h"
 #include "VekStr.h"
 #include "VekData.h"
+#include "VekTrc.h"
 
 VEK_BEGIN_DECLS
 
@@ -35,6 +37,7 @@ VEK_BEGIN_DECLS
 #define VEK_CLS_FILESTRM 0xD732EDu
 #define VEK_CLS_STRSTRM  0xDA2063u
 #define VEK_CLS_CSTRSTRM 0x209F1Bu
+#define VEK_CLS_TRCSTRM  0x7C3A11u
 #define VEK_CLS_ENCPSTRM 0x5E1C7Au
 #define VEK_CLS_TESTSTRM 0x7E57A9u
 
@@ -193,6 +196,37 @@ VEK_API VekStr* CstrStrm_detach(IStrm* strm);
 /* Clears the class word and frees the record as above; the string stays. */
 VEK_API void CstrStrm_delete(CstrStrm* obj);
 
+/* ---- TrcStrm ----
+ * Write-only into the trace: the bytes written are cut into lines and each
+ * line (without its CR LF or LF) becomes one record of (module, field,
+ * level), filtered like VEK_TRACE (the decision is cached per configuration
+ * generation). A line still open is written by flush and when the stream is
+ * destroyed; a line longer than 4096 bytes is written in pieces of that
+ * size. Lines that do not pass cost no formatting. getc and read find the
+ * end (-202, 0); ungetc -23; seek, clear and setSize -95; tell and size
+ * count the bytes written. className "TrcStrm". */
+typedef struct TrcStrm {
+    vek_u32 cls;            /* VEK_CLS_TRCSTRM, | VEK_CLS_OWNED when allocated */
+    AlAtom ref;
+    const IStrmVtbl* vtbl;
+    vek_s32 module, field, level;
+    VekTrcSite site;
+    vek_s64 written;        /* bytes written so far */
+    char* line;             /* the open line (OS-layer allocation), or null */
+    vek_s32 lineLen;
+    vek_s32 lineCap;
+} TrcStrm;
+
+/* Makes a trace stream whose lines become records of module, field and
+ * level, in mem or (mem null) allocated; the stream, null when out of
+ * memory. */
+VEK_API TrcStrm* TrcStrm_new(TrcStrm* mem, vek_s32 module, vek_s32 field, vek_s32 level);
+/* TrcStrm_new, then one reference. */
+VEK_API IStrm* TrcStrm_xcreate__(TrcStrm* mem, vek_s32 module, vek_s32 field, vek_s32 level,
+                                 const char* path, vek_s32 line);
+/* Writes the open line, clears the class word and frees the record as
+ * above. */
+VEK_API void TrcStrm_delete(TrcStrm* obj);
 /* ---- EncpStrm ----
  * A window of another stream (the inner one): the len bytes from offset off
  * of inner, seen as a stream of their own whose position 0 is inner's off.

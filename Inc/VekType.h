@@ -105,6 +105,17 @@ typedef void* vek_handle;
 #define VEK_ERR_IO              (-850) /* a system read, write or wait failed (errno / GetLastError) */
 #define VEK_ERR_PEER_CLOSED     (-851) /* a write found the other end closed */
 
+/* ---- trace, monitors, loadable libraries, downloads (-790..-819) ---- */
+#define VEK_ERR_NO_LIBRARY      (-94)  /* a library (or the service it brings) is not present */
+#define VEK_ERR_LIB_SYMBOL      (-790) /* a loaded library lacks an entry point it needs */
+#define VEK_ERR_HTTP_STATUS     (-791) /* the server answered with an error status (400 and above) */
+#define VEK_ERR_HOST_UNKNOWN    (-792) /* the host name could not be resolved */
+#define VEK_ERR_CONNECT         (-793) /* no connection could be made to the server */
+#define VEK_ERR_TRANSFER        (-794) /* the transfer broke off (connection lost, bad response) */
+#define VEK_ERR_WRITE           (-795) /* received data could not be stored (disc full, write error) */
+#define VEK_ERR_TLS             (-796) /* the secure connection failed (certificate, handshake) */
+#define VEK_ERR_WATCH_LIMIT     (-797) /* the system's limit of file watches is reached */
+
 /* Timers and the task server */
 #define VEK_ERR_TIMER_RUNNING   (-860) /* a timer's callback runs on another thread (not waited for) */
 

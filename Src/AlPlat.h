@@ -41,6 +41,18 @@
  *   vek_dev_uevent_parse vek::dev_kind_of  the kernel uevent reader and the
  *                                      serial device names (VekDev), which
  *                                      the device list and watch share
+ *   vek_msec vek::ms_left vek::fd_wait vek_fd_swait vek_fds_swait
+ *   vek_ovl_swait vek_sleep vek_ssleep
+ *                                      the clock and the waits a cancel ends
+ *                                      (IoWait): the reads, writes and
+ *                                      watches on the system's own
+ *                                      descriptors block only through them
+ *   vek_assert__                       only the exported reads and writes
+ *                                      on descriptors and handles (AlIo),
+ *                                      on bad arguments, before they hold
+ *                                      anything of the platform's
+ *   vek::mountinfo_parse vek::uevent_parse  this contract's portable
+ *                                      parsers of the disc watch (MonParse)
  */
 #ifndef VEK_ALPLAT_H
 #define VEK_ALPLAT_H
@@ -178,6 +190,8 @@ struct LocalTime {
     vek_s32 year, month, day, hour, minute, second, msec;
 };
 void local_time(LocalTime* out);
+/* Wall-clock time: milliseconds since 1970-01-01 UTC. */
+vek_s64 wall_msec(void);
 
 /* The current time zone (AlTime / WinTime): bias and daylight bias in
  * minutes with UTC = local + bias; returns 1 when summer time is in force

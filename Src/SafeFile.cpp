@@ -24,7 +24,7 @@ bool SafeFile::openTemp(bool existing) {
     return false;
 }
 
-vek_s32 SafeFile::open(const char* path) {
+vek_s32 SafeFile::open(const char* path, bool tempOnly) {
     discard();
     if (!path || !*path || plat::file_resolve(path, target_, kPathMax) <= 0) {
         return VEK_ERR_FILE_OPEN;
@@ -39,6 +39,9 @@ vek_s32 SafeFile::open(const char* path) {
     }
     bool replaceable = kind == plat::FileKind::missing || (kind == plat::FileKind::regular && links == 1);
     if (!replaceable || !openTemp(kind == plat::FileKind::regular)) {
+        if (tempOnly) {
+            return VEK_ERR_NOT_SUPPORTED;
+        }
         file_ = AlFile_open(target_, "wb");
     }
     return file_ ? 0 : VEK_ERR_FILE_OPEN;

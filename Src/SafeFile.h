@@ -33,8 +33,11 @@ class SafeFile {
 
     /* Opens path for writing, through a temporary file where that is safe.
      * VEK_ERR_FILE_OPEN when the target is a directory, exists but may not
-     * be written, or cannot be opened. */
-    vek_s32 open(const char* path);
+     * be written, or cannot be opened. With tempOnly, a target that would be
+     * written in place is left untouched and the answer is
+     * VEK_ERR_NOT_SUPPORTED (a writer that may fail half-way then keeps the
+     * content elsewhere until it is complete). */
+    vek_s32 open(const char* path, bool tempOnly = false);
     /* The file to write to (null before open). */
     AlFile* file() const { return file_; }
     /* Completes the write: 0, or the negative error (a replaced original

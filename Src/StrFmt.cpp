@@ -431,7 +431,8 @@ template <class Ch, class Arg>
 vek_s32 emit_string(Out<Ch>* o, vek_s32 limit, const Arg* s) {
     vek_s32 n = 0;
     if constexpr (sizeof(Ch) == sizeof(Arg)) {
-        while (s[n] && (limit < 0 || n < limit)) {
+        // The limit first: "%.*s" may be given bytes without a terminator.
+        while ((limit < 0 || n < limit) && s[n]) {
             n++;
         }
         if (o) {
@@ -440,7 +441,7 @@ vek_s32 emit_string(Out<Ch>* o, vek_s32 limit, const Arg* s) {
     } else if constexpr (sizeof(Ch) == 1) {
         // UTF-16 argument into 8-bit output.
         char tmp[4];
-        for (; *s; s++) {
+        for (; (limit < 0 || n < limit) && *s; s++) {
             vek_s32 k = wcs_char_to_utf8_char((vek_wchar)*s, tmp);
             if (limit >= 0 && n + k > limit) {
                 break;

@@ -30,6 +30,8 @@ constexpr vek_s32 kModBase = 10;   /* the library itself */
 constexpr vek_s32 kFldLife = 1;    /* lifecycle records */
 constexpr vek_s32 kFldAssert = 2;  /* assertion records */
 constexpr vek_s32 kFldHeap = 3;    /* heap monitor records */
+constexpr vek_s32 kFldNet = 4;     /* downloads */
+constexpr vek_s32 kFldMon = 5;     /* file and disc monitors */
 
 /* One configuration source: a file path and/or an in-memory text. */
 struct RtcSrc {
@@ -101,14 +103,30 @@ vek_s32 trc_active(void);           /* a sink or a listener receives records */
 vek_s32 trc_hold_supported(void);
 void trc_hold_start(void);
 void trc_hold_stop(void);
+/* The asynchronous sink as "AsyncQue" / "AsyncFull" configure it
+ * (BaseLib_init), and its end: the ring drained, the writer thread gone
+ * (BaseLib_exit). */
+void trc_async_start(void);
+void trc_async_stop(void);
+/* The fault path: writes what the ring holds and flushes the trace file,
+ * giving up on locks that stay held (a crashed thread may hold them). */
+void trc_fault_flush(void);
 /* Writes one record when tracing (or a listener) is on and the debug
  * manager lets (module, field, level) through. */
 void trc_record(const char* path, vek_s32 line, vek_s32 module, vek_s32 field, vek_s32 level,
                 const char* text, vek_s32 len);
-vek_s32 trc_printf(vek_s32 module, vek_s32 field, vek_s32 level, const char* fmt, ...)
-    VEK_PRINTF(4, 5);
+/* The file DbgMng_cfgByFile read last into buf; its length, 0 before. */
+vek_s32 dbg_cfg_path(char* buf, vek_s32 cap);
+/* DbgMng_cfgByFile; remember false leaves the watched file as it is (the
+ * watcher loading it again). */
+vek_s32 dbg_cfg_load(const char* path, bool remember);
+/* The watcher of that file (DbgWatch.cpp): started by BaseLib_init,
+ * stopped by BaseLib_exit, moved to the new file by DbgMng_cfgByFile. */
+void dbg_watch_start(void);
+void dbg_watch_stop(void);
+void dbg_watch_restart(void);
 /* Lifecycle record: module 10, field 1, level 1. */
-#define VEK_LIFE_TRACE(...) ::vek::trc_printf(::vek::kModBase, ::vek::kFldLife, 1, __VA_ARGS__)
+#define VEK_LIFE_TRACE(...) VEK_TRACE(::vek::kModBase, ::vek::kFldLife, 1, __VA_ARGS__)
 
 /* ---- heap ---- */
 IHeapMon* heap_mon(void);
@@ -122,6 +140,14 @@ vek_s32 file_sync(AlFile* f);
 /* Makes the folder entry of path durable after a rename; 0 or a negative
  * error. Both syncs count as the file layer's kind 2 of injected failures. */
 vek_s32 folder_sync(const char* path);
+
+/* ---- downloads (VekHttp.cpp) ----
+ * BaseLib_exit's stop: unloads a libcurl no transfer uses any more. */
+void net_stop(void);
+
+/* ---- loadable-library manager (VekCm.cpp) ----
+ * BaseLib_exit's stop: traces the libraries still loaded. */
+void cm_stop(void);
 
 /* ---- symbol support (CallStack.cpp) ---- */
 vek_s32 sym_start(void);

@@ -124,10 +124,10 @@ void load_exit(void) {
     }
     close_heap(g_core.heapMon);
     close_heap(g_core.uiHeapMon);
-    if (g_core.trcEnabled) {
-        vek::trc_stop();
-        g_core.trcEnabled = 0;
-    }
+    // Also when the configuration left tracing off: tout_set_file may
+    // have started it since.
+    vek::trc_stop();
+    g_core.trcEnabled = 0;
     AlAtom_set(&g_core.mainTid, 0);
     AlOs_exit();
 }
@@ -256,6 +256,7 @@ VEK_API vek_s32 BaseLib_init(void) {
     vek_thrd_beg();
     vek::timer_svc_start();
     vek::task_svr_start();
+    vek::dbg_watch_start();
 
     if (g_core.trcEnabled) {
         if (vek::trc_hold_supported() && vek_dbg_rtc_bval("VekTrc", "HoldConn", 1)) {
@@ -264,6 +265,7 @@ VEK_API vek_s32 BaseLib_init(void) {
         } else {
             vek_printf("TrcHold disabled, %s\n", vek::trc_hold_supported() ? "by cfg" : "for trc not supp hold");
         }
+        vek::trc_async_start();
     }
     VEK_LIFE_TRACE("BaseLib_init() end");
     return 0;
@@ -277,13 +279,15 @@ VEK_API void BaseLib_exit(void) {
         vek_assert__("al_thrd_id() == vek_prim_thrd", __FILE__, __LINE__);
     }
     VEK_LIFE_TRACE("%s%s", "BaseLib_exit()", " beg");
-    if (g_core.trcHold) {
-        g_core.trcHold = 0;
-        vek::trc_hold_stop();
-    }
+    vek::dbg_watch_stop();
+    vek::trc_async_stop();
+    g_core.trcHold = 0;
+    vek::trc_hold_stop();  // also a file that tout_set_file holds
     vek::task_svr_stop();
     vek::timer_svc_stop();
     vek_thrd_end();
+    vek::net_stop();
+    vek::cm_stop();
     vek::erpmng_destroy();
     EvtMng_exit();
     vek::thrdcm_destroy();
@@ -350,6 +354,9 @@ VEK_API vek_s32 al_fault_proc(const char* fmt, ...) {
     if (t_assertDepth == 0) {  // vek_assert__ has traced its own, fuller record
         vek::trc_record(__FILE__, __LINE__, vek::kModBase, vek::kFldAssert, 1, t, -1);
     }
+    // What the trace holds must be on disc before the dialog, whose answer
+    // may end the process at once.
+    vek::trc_fault_flush();
     vek_s32 answer = fault_answer(c, t, 0x12012);
     al_free(text);
     al_free(caption);
@@ -400,6 +407,7 @@ VEK_API void win_assert__(const char* expr, const char* path, vek_s32 line) {
     vek_snprintf(text, sizeof text,
                  "Assert fail (win_assert)\r\nProc: %s\r\nSrc: %s[%d]\r\nExp: %s\r\nPress OK to exit the program",
                  name, str_path_name(path ? path : ""), (int)line, expr ? expr : "");
+    vek::trc_fault_flush();
     fault_answer(caption, text, 0x1010);
     vek_exit();
 }
@@ -409,6 +417,7 @@ VEK_API void vek_exit(void) {
     // violation at the caller. The address is read through a volatile so the
     // compiler cannot turn the read into a trap of its own.
     static volatile std::uintptr_t zeroAddr = 0;
+    vek::trc_fault_flush();
     for (;;) {
         volatile int* p = (volatile int*)zeroAddr;
         if (*p == 0) {

@@ -2,12 +2,13 @@
 #   cmake -DHEADERS_DIR=Inc -DABI_DIR=abi -DSOVERSION=1 -DNODE=BASELIB_1.0
 #         -DOUT=BaseLib.map -P BaseLibSymbols.cmake
 #
-# The exports are the functions the public headers declare with VEK_API, so
-# a function added to a header is exported and versioned without a list to
-# keep by hand. A function keeps the version node the ABI baseline of this
-# SONAME (abi/libBaseLib.so.<SOVERSION>.*.abi) records for it: a release
-# never moves a symbol to another node. Everything not yet recorded joins
-# NODE, the node of the version being built, which inherits the older ones.
+# The exports are the functions (and the few data words) the public headers
+# declare with VEK_API, so a function added to a header is exported and
+# versioned without a list to keep by hand. A function keeps the version
+# node the ABI baseline of this SONAME (abi/libBaseLib.so.<SOVERSION>.*.abi)
+# records for it: a release never moves a symbol to another node.
+# Everything not yet recorded joins NODE, the node of the version being
+# built, which inherits the older ones.
 # Every other symbol is local.
 cmake_minimum_required(VERSION 3.20)
 foreach(var HEADERS_DIR ABI_DIR SOVERSION NODE OUT)
@@ -23,6 +24,13 @@ foreach(header IN LISTS headers)
   file(STRINGS "${header}" lines REGEX "^[ \t]*VEK_API[^(;]*[A-Za-z_0-9]+\\(")
   foreach(line IN LISTS lines)
     if(line MATCHES "^[ \t]*VEK_API[^(;]*[^A-Za-z_0-9]([A-Za-z_0-9]+)\\(")
+      list(APPEND declared "${CMAKE_MATCH_1}")
+    endif()
+  endforeach()
+  # Exported data: "extern VEK_API type name;" (the trace's generation word).
+  file(STRINGS "${header}" lines REGEX "^[ \t]*extern VEK_API [^(;]*[A-Za-z_0-9]+;")
+  foreach(line IN LISTS lines)
+    if(line MATCHES "^[ \t]*extern VEK_API [^(;]*[^A-Za-z_0-9]([A-Za-z_0-9]+);")
       list(APPEND declared "${CMAKE_MATCH_1}")
     endif()
   endforeach()

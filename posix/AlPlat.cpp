@@ -235,6 +235,12 @@ void local_time(LocalTime* out) {
     out->msec = (vek_s32)(ts.tv_nsec / 1000000);
 }
 
+vek_s64 wall_msec(void) {
+    struct timespec ts;
+    clock_gettime(CLOCK_REALTIME, &ts);
+    return (vek_s64)ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
+}
+
 vek_s32 is_ui_thread(void) {
     return 0;  // no window messages on POSIX
 }

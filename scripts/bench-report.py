@@ -61,6 +61,12 @@ ROWS = [
 ROWS += [
     ("erp post from another thread -> handler runs, round trip", "BM_erp_roundtrip_vek/real_time",
      "BM_erp_roundtrip_eventfd/real_time", "eventfd + mutex queue", 1.5),
+    # trace and monitors
+    ("a disabled trace call", "BM_vek_trace_off", "BM_spdlog_debug_off", "spdlog SPDLOG_DEBUG, level off", 1.0),
+    ("an enabled record to a file, synchronously", "BM_vek_trace_file", "BM_spdlog_file",
+     "spdlog basic file sink", 1.2),
+    ("file created -> event delivered", "BM_filemon_created/real_time", "BM_inotify_created/real_time",
+     "inotify read directly", 1.5),
 ]
 
 # Transports and the buffered stream (throughput >= 0.9x is time <= 1.11x).
@@ -81,6 +87,7 @@ ABS_ROWS = [
      "median_us", 50.0, "µs"),
     ("cancel -> blocked descriptor read returns -5, p99", "BM_cancel_read_vek/iterations:1/real_time",
      "p99_us", 1000.0, "µs"),
+    ("a disabled trace call", "BM_vek_trace_off", "cpu_time", 2.0, "ns"),
 ]
 
 # Timers and the task server.

@@ -7,6 +7,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 dir=$1
 declared=$(grep -h -o -E '^\s*VEK_API[^(;]*[A-Za-z_0-9]+\(' Inc/*.h | sed -E 's/.*[^A-Za-z_0-9]([A-Za-z_0-9]+)\($/\1/' | sort -u)
+# Exported data: "extern VEK_API type name;" (the trace's generation word).
+data=$(grep -h -o -E '^\s*extern VEK_API [^(;]*[A-Za-z_0-9]+;' Inc/*.h | sed -E 's/.*[^A-Za-z_0-9]([A-Za-z_0-9]+);$/\1/' | sort -u)
+declared=$(printf '%s\n%s\n' "$declared" "$data" | sed '/^$/d' | sort -u)
 if [ -f "$dir/bin/BaseLib.dll" ]; then
   exported=$(x86_64-w64-mingw32-objdump -p "$dir/bin/BaseLib.dll" |
     sed -n '/\[Ordinal\/Name Pointer\] Table/,/^$/p' | sed -n -E 's/^\s*\[\s*[0-9]+\] (.*)$/\1/p' | sort -u)

@@ -2,7 +2,8 @@
 # Installs what BaseLib needs on Debian, skipping what is already there.
 #   deps.sh main    compiler and CMake (build and run vektool)
 #   deps.sh test    also GoogleTest, clang, the x86 and Windows toolchains,
-#                   wine64 and the time-zone data (every test leg)
+#                   wine64, the time-zone data and libcurl's runtime
+#                   (every test leg)
 #   deps.sh bench   the main set, Google Benchmark and the peer libraries
 #                   the benchmarks compare against
 #   deps.sh docs    the main set and Doxygen
@@ -21,8 +22,10 @@ pkgs=(cmake make g++ pkg-config)
 case "$want" in
   main) ;;
   test) pkgs+=(libgtest-dev clang g++-multilib mingw-w64 wine64 tzdata python3)
+        pkgs+=(libcurl4)       # the download tests load it at run time
         pkgs+=(libexpat1-dev) ;;  # the XML decoder is compared with expat
   bench) pkgs+=(libbenchmark-dev libinih-dev libglib2.0-dev zlib1g-dev libssl-dev python3)
+         pkgs+=(libspdlog-dev)
          pkgs+=(libexpat1-dev) ;;  # the XML decoder's peer
   docs) pkgs+=(doxygen python3) ;;
   fuzz) pkgs+=(clang libclang-rt-dev libgtest-dev) ;;

@@ -129,6 +129,36 @@ void write_file(const std::string& path, const std::string& data) {
     out << data;
 }
 
+bool under_wine() {
+#ifdef _WIN32
+    HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
+    return ntdll && GetProcAddress(ntdll, "wine_get_version") != nullptr;
+#else
+    return false;
+#endif
+}
+
+std::string dbg_cfg_file() {
+    static std::string path;
+    if (path.empty()) {
+        path = temp_dir("dbgcfg") + "/VekTrc.ini";
+        write_file(path, "");
+        DbgMng_cfgByFile(path.c_str());
+        // Once it has read a change, its thread is up: it cannot start (and
+        // trace its start) in the middle of a later test.
+        dbg_cfg_settle();
+    }
+    return path;
+}
+
+void dbg_cfg_settle() {
+    write_file(dbg_cfg_file(), "[Mod999]\r\nFld9=9\r\n");
+    for (int i = 0; i < 500 && !DbgMng_enabled__(nullptr, 999, 9, 9); i++) {
+        vek_sleep(10);
+    }
+    EXPECT_TRUE(DbgMng_enabled__(nullptr, 999, 9, 9)) << "the limit file's watcher did not read it again";
+}
+
 vek_u32 spawn(std::function<vek_u32()> f) {
     using Fn = std::function<vek_u32()>;
     return vek_thrd_create__(

@@ -52,6 +52,17 @@ std::string self_dir();
 /* Runs a command line through the system's shell; its exit status. */
 int run_command(const std::string& cmd);
 void write_file(const std::string& path, const std::string& data);
+/* True when the Windows build runs under wine (whose file-change
+ * notifications miss a rename over an existing file). */
+bool under_wine();
+/* The debug manager's limit file of this test program (in a folder of its
+ * own, kept until the program ends), given to DbgMng_cfgByFile at the first
+ * call: its watcher then runs for the rest of the program instead of
+ * coming and going with a test. Call it from SetUpTestSuite. */
+std::string dbg_cfg_file();
+/* Writes that file back to (nearly) nothing and waits until its watcher
+ * has read it, so no late reload of a test's limits reaches the next test. */
+void dbg_cfg_settle();
 /* Runs f on a library thread (vek_thrd_create__); returns its id. */
 vek_u32 spawn(std::function<vek_u32()> f);
 /* Polls cond every ms until it holds or 10 s pass (a loaded machine's

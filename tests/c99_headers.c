@@ -119,6 +119,15 @@ int main(void) {
     if (vek_erp_disp() != 0) {
         return 1;
     }
+    /* trace call sites and the library manager from C */
+    {
+        CmLib* lib = NULL;
+        int i = 0;
+        VEK_TRACE(10, 9, 9, "never %d", ++i);
+        if (i != 0 || cm_load("no-such-library-at-all", &lib) != VEK_ERR_NO_LIBRARY || lib != NULL) {
+            return 1;
+        }
+    }
     if (timers_and_tasks() != 0) {
         return 1;
     }

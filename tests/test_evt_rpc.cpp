@@ -39,11 +39,6 @@ namespace {
 using rpcevt::kFmt;
 using rpcevt::stub_desc;
 
-bool under_wine() {
-    HMODULE nt = GetModuleHandleA("ntdll.dll");
-    return nt && GetProcAddress(nt, "wine_get_version");
-}
-
 // An NDR body with its three user forms moved from one alignment to
 // another (a copy when the two are the same).
 std::string relayout(const std::string& body, size_t from, size_t to) {

@@ -13,6 +13,7 @@
 #include <initializer_list>
 #include <string>
 #include <vector>
+#include "HttpServer.h"
 #include "VekTest.h"
 
 namespace {
@@ -946,4 +947,51 @@ TEST_F(OsFaults, CodePageTimeZoneAndFileOwner) {
     EXPECT_EQ(1u, files);
     vektest::remove_tree(dir);
     EXPECT_EQ(VEK_ERR_BAD_ARG, vek_os_fail_at__(5, 1));
+}
+
+// Trace, monitors, loadable libraries and downloads.
+TEST_F(Faults, TraceMonitorsLibrariesDownloads) {
+    sweep("TrcStrm", [] {
+        IStrm* s = TrcStrm_xcreate__(nullptr, 10, 9, 9, __FILE__, __LINE__);
+        if (s) {
+            EXPECT_EQ(5, IStrm_write(s, "a\nb\nc", 5));
+            IStrm_release(s);
+        }
+    });
+    std::string dir = vektest::temp_dir("faultmon");
+    sweep("FileMon", [&] {
+        FileMon* mon = nullptr;
+        if (FileMon_new(dir.c_str(), VEK_FILEMON_RECURSIVE, nullptr, nullptr, &mon) != 0) {
+            return;
+        }
+        std::filesystem::create_directory(dir + "/d");
+        vektest::write_file(dir + "/d/f", "x");
+        VekMonEvt e;
+        vek_s32 r = FileMon_read(mon, &e, 2000, 0);
+        EXPECT_TRUE(r == 0 || r == VEK_ERR_FULL) << r;
+        FileMon_delete(mon);
+        std::filesystem::remove_all(dir + "/d");
+    });
+    vektest::remove_tree(dir);
+    if (net_curl_load(nullptr) != 0) {
+        std::printf("[ faults   ] downloads skipped: no libcurl\n");
+        return;
+    }
+    vektest::HttpServer srv;
+    std::string url = srv.url("/bytes/5000");
+    sweep("net_multi_down", [&] {
+        VekStr body;
+        VekStr_new(&body);
+        NetDown downs[2] = {};
+        downs[0].url = url.c_str();
+        downs[0].body = &body;
+        downs[1].url = url.c_str();
+        vek_s32 r = net_multi_down(downs, 2, 0, nullptr);
+        EXPECT_TRUE(r == 0 || r == VEK_ERR_FULL) << r;
+        if (downs[0].result == 0) {
+            EXPECT_EQ(5000, VekStr_len(&body));
+        }
+        VekStr_delete(&body);
+        TaskSvr_trim(TaskSvr_def());  // its workers are no leak
+    }, {"ret", "evt", "thrdHnd"});
 }

@@ -6,9 +6,9 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include "ChildRun.h"
 #include "StrmTest.h"
 
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -34,51 +34,12 @@ std::string sval(const char* sect, const char* key, const char* def) {
     return vek_sys_rtc_sval(sect, key, def, buf, sizeof buf);
 }
 
-/* A folder with copies of the library and the child program, and the
- * configuration files given. */
-class ChildFolder {
-  public:
-    explicit ChildFolder(const std::string& name) : dir_(vektest::temp_dir(name)) {
-        fs::path self = fs::u8path(vektest::self_dir());
-        // With the static library the program is the library's module, and
-        // its folder is the one the configuration is read from.
-#if !defined(VEK_STATIC)
-        fs::path lib = fs::u8path(vek_base_fld());
-#if defined(_WIN32)
-        fs::copy_file(lib / "BaseLib.dll", fs::u8path(dir_) / "BaseLib.dll");
-#else
-        fs::copy_file(fs::canonical(lib / "libBaseLib.so.1"), fs::path(dir_) / "libBaseLib.so.1");
-#endif
-#endif
-#ifdef _WIN32
-        fs::copy_file(self / "leak_child.exe", fs::u8path(dir_) / "leak_child.exe");
-#else
-        fs::copy_file(self / "leak_child", fs::path(dir_) / "leak_child");
-#endif
-    }
-    ~ChildFolder() { vektest::remove_tree(dir_); }
-    void config(const std::string& file, const std::string& text) {
-        vektest::write_file(dir_ + "/" + file, text);
-    }
-    int run(const std::string& mode) {
-#ifdef _WIN32
-        std::string cmd = "\"" + (fs::u8path(dir_) / "leak_child.exe").string() + "\" " + mode + " > \"" +
-                          (fs::u8path(dir_) / "out.txt").string() + "\" 2>&1";
-#else
-        std::string cmd = "LD_LIBRARY_PATH='" + dir_ + "' '" + dir_ + "/leak_child' " + mode + " > '" + dir_ +
-                          "/out.txt' 2>&1";
-#endif
-        return vektest::run_command(cmd);
-    }
-    std::string file(const std::string& name) const { return vektest::read_file(dir_ + "/" + name); }
-
-  private:
-    std::string dir_;
-};
-
 } // namespace
 
-using RtcValues = VekTest;
+class RtcValues : public VekTest {
+  protected:
+    static void SetUpTestSuite() { vektest::dbg_cfg_file(); }
+};
 
 TEST_F(RtcValues, ReadersOverAnInMemorySource) {
     Sources keep;
@@ -119,8 +80,7 @@ TEST_F(RtcValues, DefaultsApplyOnlyWhenTheSourceCannotBeOpened) {
 }
 
 TEST_F(RtcValues, DebugManagerLimitsFromAFile) {
-    std::string dir = vektest::temp_dir("dbgmng");
-    std::string path = dir + "/VekTrc.ini";
+    std::string path = vektest::dbg_cfg_file();
     vektest::write_file(path, "[DbgMng]\r\nLevel=2\r\n[Mod777]\r\nLevel=1\r\nFld5=4\r\n[Modx]\r\nLevel=9\r\n");
     ASSERT_EQ(0, DbgMng_cfgByFile(path.c_str()));
     EXPECT_EQ(1, DbgMng_enabled__(nullptr, 777, 5, 4));  // the field's limit
@@ -128,15 +88,14 @@ TEST_F(RtcValues, DebugManagerLimitsFromAFile) {
     EXPECT_EQ(1, DbgMng_enabled__(nullptr, 777, 6, 1));
     EXPECT_EQ(1, DbgMng_enabled__(nullptr, 888, 1, 2));  // the default limit
     EXPECT_EQ(0, DbgMng_enabled__(nullptr, 888, 1, 3));
-    DbgMng_setLevel(-1, -1, 3);
-    EXPECT_EQ(VEK_ERR_FILE_OPEN, DbgMng_cfgByFile((dir + "/none.ini").c_str()));
-    vektest::remove_tree(dir);
+    EXPECT_EQ(VEK_ERR_FILE_OPEN, DbgMng_cfgByFile((path + ".none").c_str()));
+    vektest::dbg_cfg_settle();
 }
 
 using RtcProcess = VekTest;
 
 TEST_F(RtcProcess, LeakReportGoesToTheTraceFile) {
-    ChildFolder f("leakfile");
+    vektest::ChildFolder f("leakfile");
     f.config("VekDbg.ini", "[VekHeap]\r\nLeakChkLev=1\r\nMaxDumpSize=8\r\n[VekTrc]\r\nTrcType=FileTrc\r\n");
     ASSERT_EQ(0, f.run("leak"));
     std::string trc = f.file("VekTrc.dlog");
@@ -152,7 +111,7 @@ TEST_F(RtcProcess, LeakReportGoesToTheTraceFile) {
 }
 
 TEST_F(RtcProcess, LevelZeroWritesTheNotice) {
-    ChildFolder f("leaknotice");
+    vektest::ChildFolder f("leaknotice");
     f.config("VekDbg.ini", "[VekHeap]\r\nLeakChkLev=0\r\n[VekTrc]\r\nTrcType=FileTrc\r\n[FileTrc]\r\nFileName=leaks.log\r\n");
     ASSERT_EQ(0, f.run("leak"));
     std::string trc = f.file("leaks.log");
@@ -161,7 +120,7 @@ TEST_F(RtcProcess, LevelZeroWritesTheNotice) {
 }
 
 TEST_F(RtcProcess, TraceSettingsAreReadAtLoad) {
-    ChildFolder f("trcinfo");
+    vektest::ChildFolder f("trcinfo");
     f.config("VekDbg.ini",
              "[VekHeap]\r\nLeakChkLev=1\r\nHoldDynDll=1\r\n[VekTrc]\r\nTrcType=SysTrc\r\nHoldConn=true\r\nBufQueSize=20000\r\n");
     ASSERT_EQ(0, f.run("info"));

@@ -314,6 +314,14 @@ void local_time(LocalTime* out) {
     out->msec = st.wMilliseconds;
 }
 
+vek_s64 wall_msec(void) {
+    FILETIME ft;
+    GetSystemTimeAsFileTime(&ft);
+    vek_u64 t = ((vek_u64)ft.dwHighDateTime << 32) | ft.dwLowDateTime;
+    // 100 ns units since 1601 to milliseconds since 1970.
+    return (vek_s64)(t / 10000) - 11644473600000LL;
+}
+
 BOOL CALLBACK any_window(HWND, LPARAM found) {
     *(bool*)found = true;
     return FALSE;
