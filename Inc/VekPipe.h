@@ -101,7 +101,8 @@ VEK_API vek_s32 VekPipe_addr(const char* name, char* buf, vek_s32 size);
  * the next one: no byte is lost.
  *
  * Results besides those: -23 closed, -81 bad argument (asserted), -201
- * memory ran out, -762, -763, -851, -850. */
+ * memory ran out (a received message is then lost, the connection goes
+ * on), -762, -763, -851, -850. */
 
 #define PM_MAX_LEN_DEF (1 << 20)  /* the default size limit of a payload */
 

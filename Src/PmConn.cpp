@@ -102,7 +102,9 @@ vek_s32 read_frame(PmConnRec* c, vek::PmFrame* f, vek_u32 start, vek_s32 tmo) {
     }
 }
 
-void to_msg(vek::PmFrame& f, PmMsg* m) {
+/* The message of a frame: 0, or -201 when its event could not be built
+ * (the frame is dropped; the stream goes on). */
+vek_s32 to_msg(vek::PmFrame& f, PmMsg* m) {
     m->kind = f.head.kind;
     m->type = f.head.type;
     m->id = f.head.id;
@@ -117,6 +119,7 @@ void to_msg(vek::PmFrame& f, PmMsg* m) {
         m->len = (vek_s32)f.head.len;
     }
     f.body = nullptr;
+    return (f.head.flags & vek::kPmFlagEvt) && !m->evt ? VEK_ERR_FULL : 0;
 }
 
 /* The code of a send that a cancel, the time-out or the peer cut after
@@ -306,9 +309,9 @@ VEK_API vek_s32 pm_recv(PmConn* conn, PmMsg* msg, vek_s32 tmo) {
     if (Parked* p = c->parkHead) {
         c->parkHead = p->next;
         c->parked--;
-        to_msg(p->f, msg);
+        vek_s32 r = to_msg(p->f, msg);
         vek_free__(p);
-        return 0;
+        return r;
     }
     vek_u32 start = vek_msec();
     for (;;) {
@@ -321,8 +324,7 @@ VEK_API vek_s32 pm_recv(PmConn* conn, PmMsg* msg, vek_s32 tmo) {
             drop(f);  // its request gave up waiting
             continue;
         }
-        to_msg(f, msg);
-        return 0;
+        return to_msg(f, msg);
     }
 }
 
@@ -346,8 +348,7 @@ VEK_API vek_s32 pm_request(PmConn* conn, vek_u32 type, const void* data, vek_s32
         }
         if (f.head.kind == PM_KIND_RSP) {
             if (f.head.id == id) {
-                to_msg(f, reply);
-                return 0;
+                return to_msg(f, reply);
             }
             drop(f);
             continue;
