@@ -132,6 +132,7 @@ typedef void* vek_handle;
 #define VEK_ERR_NO_HOST         (-704) /* the host name does not resolve */
 #define VEK_ERR_ADDR_IN_USE     (-705) /* the address or name is in use */
 #define VEK_ERR_LINE_LONG       (-706) /* a line is longer than the room given for it */
+#define VEK_ERR_NO_WATCH        (-707) /* the system gives no device notifications here */
 
 /* Local endpoints and messages between processes (VekPipe.h). */
 #define VEK_ERR_PEER_REFUSED    (-760) /* the other end runs as another user */

@@ -42,6 +42,7 @@ constexpr ErrText kTexts[] = {
     {VEK_ERR_NO_HOST, "the host name does not resolve"},
     {VEK_ERR_ADDR_IN_USE, "the address or name is in use"},
     {VEK_ERR_LINE_LONG, "a line is longer than the room given for it"},
+    {VEK_ERR_NO_WATCH, "the system gives no device notifications here"},
     {VEK_ERR_PEER_REFUSED, "the other end runs as another user"},
     {VEK_ERR_UNSAFE_DIR, "the runtime folder is not private to the user"},
     {VEK_ERR_FRAME_TOO_BIG, "a message frame is longer than the limit"},
