@@ -1,8 +1,7 @@
 /*
- * ChildProc.h - a test program's child process: started from a program
- * beside the test (fork and exec on POSIX, optionally as another user;
- * CreateProcess on Windows), its standard output to a file, killed or
- * waited for.
+ * ChildProc.h - a program beside the test run as a child process (POSIX:
+ * fork and exec, optionally as another user; Windows: CreateProcess), its
+ * output to a file; killed like a crash at the end unless waited for.
  */
 #ifndef CHILDPROC_H
 #define CHILDPROC_H
@@ -21,8 +20,6 @@
 
 class ChildProc {
   public:
-    /* Starts self_dir()/prog with args, stdout to outFile; uid >= 0 runs
-     * it as that user (POSIX, as root). */
     ChildProc(const std::string& prog, const std::vector<std::string>& args, const std::string& outFile,
               long uid = -1)
         : out_(outFile) {
@@ -38,9 +35,7 @@ class ChildProc {
         STARTUPINFOA si = {};
         si.cb = sizeof si;
         si.dwFlags = STARTF_USESTDHANDLES;
-        si.hStdOutput = f;
-        si.hStdError = f;
-        si.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+        si.hStdOutput = si.hStdError = f;
         PROCESS_INFORMATION pi = {};
         std::vector<char> line(cmd.begin(), cmd.end());
         line.push_back(0);
@@ -52,14 +47,13 @@ class ChildProc {
         CloseHandle(f);
 #else
         std::string exe = vektest::self_dir() + "/" + prog;
-        std::vector<char*> argv;
-        argv.push_back(const_cast<char*>(exe.c_str()));
+        std::vector<char*> argv{const_cast<char*>(exe.c_str())};
         for (const std::string& a : args) {
             argv.push_back(const_cast<char*>(a.c_str()));
         }
         argv.push_back(nullptr);
-        pid_t p = fork();
-        if (p == 0) {
+        pid_ = fork();
+        if (pid_ == 0) {
             int fd = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
             dup2(fd, 1);
             dup2(fd, 2);
@@ -69,7 +63,6 @@ class ChildProc {
             execv(exe.c_str(), argv.data());
             _exit(127);
         }
-        pid_ = p;
 #endif
     }
     ~ChildProc() { kill(); }
@@ -78,31 +71,21 @@ class ChildProc {
 
     long pid() const { return pid_; }
     std::string out() const { return vektest::read_file(out_); }
-    /* Waits until the child printed text (10 s at most). */
-    bool printed(const std::string& text) const {
-        return vektest::until([&] { return out().find(text) != std::string::npos; });
-    }
-    /* Its exit code (waiting up to 10 s), -1 when it did not end. */
+    /* Its exit code (waiting 10 s at most), -1 when it did not end. */
     int wait() {
 #ifdef _WIN32
         DWORD code = 0;
-        if (!proc_ || WaitForSingleObject(proc_, 10000) != WAIT_OBJECT_0 || !GetExitCodeProcess(proc_, &code)) {
-            return -1;
-        }
-        CloseHandle(proc_);
-        proc_ = nullptr;
-        return (int)code;
+        bool ended = proc_ && WaitForSingleObject(proc_, 10000) == WAIT_OBJECT_0 && GetExitCodeProcess(proc_, &code);
+        return ended ? (int)code : -1;
 #else
         int st = 0;
-        bool done = vektest::until([&] { return pid_ <= 0 || waitpid((pid_t)pid_, &st, WNOHANG) == pid_; });
-        if (!done || pid_ <= 0) {
+        if (pid_ <= 0 || !vektest::until([&] { return waitpid((pid_t)pid_, &st, WNOHANG) == pid_; })) {
             return -1;
         }
         pid_ = -1;
         return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
 #endif
     }
-    /* Ends it at once, as a crash would. */
     void kill() {
 #ifdef _WIN32
         if (proc_) {

@@ -83,7 +83,8 @@ int pipe_listen(const vektool::Args& a) {
             print_msg(m);
             seen++;
             if (m.kind == PM_KIND_REQ) {
-                pm_reply(c, &m, m.type, nullptr, 0, nullptr, 1000);
+                // A ping: the request comes back as its own answer.
+                pm_reply(c, &m, m.type, m.data, m.len, m.evt, 1000);
             }
             pm_msg_clean(&m);
         }
@@ -162,7 +163,8 @@ const char kNameNote[] =
 
 const vektool::SubCommand kPipeSubs[] = {
     {"listen", "pipe listen [-n N] NAME",
-     "serves NAME and prints each message: its text, or an event as: evt EID RID NUM1 NUM2 \"STR1\" \"STR2\"",
+     "serves NAME and prints each message: its text, or an event as: evt EID RID NUM1 NUM2 \"STR1\" \"STR2\"; "
+     "a request is answered with itself",
      pipe_listen, 1, 1, kListenOptions, kNameNote},
     {"send", "pipe send NAME TEXT|-", "sends TEXT (or standard input) as one message to the server at NAME",
      pipe_send, 2, 2, nullptr, kNameNote},
