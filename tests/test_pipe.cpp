@@ -164,7 +164,13 @@ TEST_F(Pipe, SixtyFourClientsConnectAtOnce) {
     vek_s32 err = 1;
     PipeRef srv(VekPipe_xlisten__(name.c_str(), 0, &err, __FILE__, __LINE__));
     ASSERT_TRUE(srv) << err;
+#if defined(__SANITIZE_THREAD__)
+    // ThreadSanitizer follows at most 64 locks held at once, and the leak
+    // check holds one per thread's heap shard.
+    constexpr int kClients = 32;
+#else
     constexpr int kClients = 64;
+#endif
     std::atomic<int> failed{0};
     std::vector<vek_u32> clients;
     for (int i = 0; i < kClients; i++) {
