@@ -59,4 +59,7 @@
 #include "BufStrm.h"
 #include "VekDev.h"
 
+/* Processes talking to each other: endpoints, messages, calls. */
+#include "VekPipe.h"
+
 #endif /* VEK_BASELIB_H */

@@ -145,6 +145,12 @@ typedef void* vek_handle;
 #define VEK_ERR_LINE_LONG       (-706) /* a line is longer than the room given for it */
 #define VEK_ERR_NO_WATCH        (-707) /* the system gives no device notifications here */
 
+/* Local endpoints and messages between processes (VekPipe.h). */
+#define VEK_ERR_PEER_REFUSED    (-760) /* the other end runs as another user */
+#define VEK_ERR_UNSAFE_DIR      (-761) /* the runtime folder is not private to the user */
+#define VEK_ERR_FRAME_TOO_BIG   (-762) /* a message frame is longer than the connection's limit */
+#define VEK_ERR_BAD_FRAME       (-763) /* a malformed message frame */
+
 VEK_BEGIN_DECLS
 
 /* A short English text for a result code, for a program's messages (for

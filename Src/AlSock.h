@@ -36,7 +36,12 @@ vek_s32 tcp_listen(const char* host, vek_s32 port, vek_s32 flags, SockSys* out);
 vek_s32 tcp_port(const SockSys* s);
 vek_s32 tcp_nodelay(SockSys* s, bool on);
 vek_s32 loc_connect(const char* name, vek_s32 tmo, SockSys* out);
-vek_s32 loc_listen(const char* name, SockSys* out);
+/* Who may open a local listener: kDefault as the system makes it (the
+ * umask; the default DACL), kUser the current user alone (socket 0600; a
+ * DACL with that user only), kAnyUser every local user (0666; a DACL for
+ * the users authenticated on this machine). */
+enum class LocAccess { kDefault, kUser, kAnyUser };
+vek_s32 loc_listen(const char* name, SockSys* out, LocAccess access = LocAccess::kDefault);
 vek_s32 loc_peer(const SockSys* s, VekSockPeer* peer);
 /* The next client of a listener (TCP or local, as l->local says). */
 vek_s32 sock_accept(SockSys* l, vek_s32 tmo, SockSys* out);
@@ -63,6 +68,32 @@ vek_s32 ser_set_lines(SockSys* s, vek_s32 mask, vek_s32 values);
 vek_s32 ser_get_lines(SockSys* s);
 vek_s32 ser_break(SockSys* s, vek_s32 ms);
 
+/* ---- endpoints by logical name (VekPipe.h) ---- */
+
+/* The system address of a logical name (already checked): POSIX the
+ * socket's path in the private runtime folder, which is created and
+ * checked first; Windows the pipe name "vek-NAME". 0, -81 (no room), -761
+ * (the folder is not private), -850. */
+vek_s32 pipe_addr(const char* name, char* out, size_t cap);
+/* Listens at addr. POSIX: a socket file left by a dead server (connect is
+ * refused) is removed and the name taken; a live one gives -705. Both
+ * under a lock file beside the socket, so two servers starting together
+ * never remove each other's socket. */
+vek_s32 pipe_listen(const char* addr, bool anyUser, SockSys* out);
+/* Whether peer runs as the current user (uid, or SID on Windows). */
+bool pipe_same_user(const VekSockPeer* peer);
+#ifdef _WIN32
+/* The user SID text of a process, "" when it cannot be read. */
+void process_sid(unsigned long pid, char* out, size_t cap);
+#endif
+
 } // namespace plat
+
+namespace vek {
+/* The socket object around a local connection or listener the platform
+ * opened (VekSock.cpp): null with the system object closed and *err -201
+ * when memory ran out. name: a listener's address, removed at close. */
+ISock* loc_sock_wrap(const plat::SockSys& sys, bool listener, const char* name, vek_s32* err);
+} // namespace vek
 
 #endif /* VEK_ALSOCK_H */

@@ -12,6 +12,7 @@
  */
 #include <cstring>
 #include "AlPlat.h"
+#include "PmFrame.h"
 #include "VekCore.h"
 #include "VekEvt.h"
 #include "VekStrm.h"
@@ -616,6 +617,22 @@ VEK_API GenEvt* GenEvt_dec(const void* pkt, vek_u32 len) {
 }
 
 } // extern "C"
+
+bool vek::gen_evt_ok(const void* pkt, vek_u32 len) {
+    Layout l;
+    vek_u32 used = 0;
+    const vek_u8* p = (const vek_u8*)pkt;
+    if (len == 0 || len % 8 != 0 || !check_packet(p, len, &l, &used)) {
+        return false;
+    }
+    for (vek_u32 off : {l.str1, l.str2}) {
+        vek_u32 size = get32(p + kHdrLen + off + 4);
+        if (size != 0 && size <= get32(p + kHdrLen + off + 8)) {
+            return false;
+        }
+    }
+    return true;
+}
 
 /* ---------------------------------------------------- the event manager */
 

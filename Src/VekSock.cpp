@@ -332,6 +332,17 @@ SockRec* conn_of(ISock* s, vek_u32 cls) {
 
 } // namespace
 
+ISock* vek::loc_sock_wrap(const plat::SockSys& sys, bool listener, const char* name, vek_s32* err) {
+    char* keep = nullptr;
+    if (name && !(keep = vek_strdup(name))) {
+        plat::SockSys tmp = sys;
+        plat::sock_close(&tmp, true, name);
+        *err = VEK_ERR_FULL;
+        return nullptr;
+    }
+    return make(VEK_CLS_LOCSOCK, sys, listener, err, true, keep);
+}
+
 extern "C" {
 
 VEK_API ISock* TcpSock_xconnect__(const char* host, vek_s32 port, vek_s32 flags, vek_s32 tmo, vek_s32* err,

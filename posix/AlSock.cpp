@@ -20,6 +20,7 @@
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 #include "AlSock.h"
@@ -217,7 +218,7 @@ vek_s32 loc_connect(const char* name, vek_s32 tmo, SockSys* out) {
     }
 }
 
-vek_s32 loc_listen(const char* name, SockSys* out) {
+vek_s32 loc_listen(const char* name, SockSys* out, LocAccess access) {
     struct sockaddr_un a;
     if (!set_local_name(&a, name)) {
         return VEK_ERR_BAD_ARG;
@@ -226,9 +227,18 @@ vek_s32 loc_listen(const char* name, SockSys* out) {
     if (fd < 0) {
         return sys_error(errno);
     }
-    if (bind(fd, (struct sockaddr*)&a, sizeof a) != 0 || listen(fd, SOMAXCONN) != 0) {
+    if (bind(fd, (struct sockaddr*)&a, sizeof a) != 0) {
         int e = errno;
         close(fd);
+        return sys_error(e);
+    }
+    // The mode is set before listen(): until then every connect is
+    // refused, so nobody gets in through the umask's mode.
+    bool mode_ok = access == LocAccess::kDefault || chmod(name, access == LocAccess::kUser ? 0600 : 0666) == 0;
+    if (!mode_ok || listen(fd, SOMAXCONN) != 0) {
+        int e = errno;
+        close(fd);
+        unlink(name);
         return sys_error(e);
     }
     out->h = fd;

@@ -112,6 +112,16 @@ ABS_ROWS += [
      "p99_us", 2000.0, "µs"),
 ]
 
+# Messages between processes (1 KiB throughput >= 0.7x is time <= 1.43x).
+ROWS += [
+    ("64-byte message round trip between two processes", "BM_pm_rtt/real_time", "BM_uds_rtt_raw/real_time",
+     "raw Unix domain socket", 2.0),
+    ("1 KiB messages one way, 10,000", "BM_pm_1k/real_time", "BM_uds_1k_raw/real_time",
+     "raw Unix domain socket", 1.43),
+    ("generic event sent, decoded in the other process, answered", "BM_pm_evt/real_time",
+     "BM_uds_rtt_raw/real_time", "raw 64-byte round trip", 4.0),
+]
+
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 
 # vektool's whole-process rows, from build/bench/json/vektool.json

@@ -93,6 +93,13 @@ int main(void) {
     if (b64_enc_buf_from_buf(b64, sizeof b64, (const vek_u8*)"foo", 3) != 4 || strcmp(b64, "Zm9v") != 0) {
         return 1;
     }
+    /* Endpoints by logical name: a name with a space is refused. */
+    {
+        char addr[64];
+        if (VekPipe_addr("no such", addr, (vek_s32)sizeof addr) != VEK_ERR_BAD_ARG) {
+            return 1;
+        }
+    }
     /* Addresses, URLs, identifier tables, collections, chains, windows. */
     {
         VekIpAddr ip;

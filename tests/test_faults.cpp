@@ -570,6 +570,49 @@ TEST_F(Faults, SocketsAndBufferedStreams) {
     });
 }
 
+// Endpoints and messages between processes: a failed allocation leaves no
+// listener, socket file or connection behind, and a message that went
+// through arrives whole or is reported lost.
+TEST_F(Faults, EndpointsAndMessages) {
+#ifdef _WIN32
+    std::string name = "vekfault-" + std::to_string(vek_main_tid()) + "-" + std::to_string(vek_msec());
+#else
+    std::string dir = vektest::temp_dir("pipe_faults");
+    std::string name = dir + "/f.sock";
+#endif
+    sweep("VekPipe, pm_*", [&] {
+        vek_s32 err;
+        VekPipe* srv = VekPipe_xlisten__(name.c_str(), 0, &err, __FILE__, __LINE__);
+        if (!srv) {
+            EXPECT_EQ(VEK_ERR_FULL, err);
+            return;
+        }
+        PmConn* a = pm_connect(name.c_str(), 0, 5000, &err);
+        ISock* s = nullptr;
+        PmConn* b = nullptr;
+        if (VekPipe_accept(srv, &s, nullptr, 5000) == 0) {
+            b = pm_open(s, 0, &err);
+            ISock_release(s);
+        }
+        GenEvt* e = a && b ? GenEvt_newns(3, 0, 1, 2, "x", "y") : nullptr;
+        if (e && pm_send_evt(a, 1, e, 5000) == 0) {
+            PmMsg m;
+            vek_s32 r = pm_recv(b, &m, 5000);
+            EXPECT_TRUE(r == VEK_ERR_FULL || (r == 0 && Evt_eid(m.evt) == 3)) << r;
+            pm_msg_clean(&m);
+        }
+        if (e) {
+            Evt_delete(e);
+        }
+        pm_close(a);
+        pm_close(b);
+        VekPipe_delete(srv);
+    }, {"mutex", "0"});
+#ifndef _WIN32
+    vektest::remove_tree(dir);
+#endif
+}
+
 // The device watch: a failed allocation leaves no socket or registration
 // behind and says so, and a watch that opened waits like any other.
 TEST_F(Faults, DeviceWatch) {

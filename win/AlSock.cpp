@@ -115,19 +115,66 @@ bool pipe_name(const char* name, PipeName* out) {
     return true;
 }
 
-/* A listener's state beside its waiting instance. */
+/* A listener's state beside its waiting instance: the name, and the
+ * security every instance is created with (sa null: the default DACL). */
 struct PipeLis {
     PipeName name;
+    SECURITY_ATTRIBUTES* sa;
+    SECURITY_ATTRIBUTES saRec;
+    SECURITY_DESCRIPTOR sd;
+    union {
+        ACL acl;
+        char raw[256];
+    } dacl;
 };
 
-HANDLE new_instance(const wchar_t* name, bool first) {
-    return CreateNamedPipeW(name, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | (first ? FILE_FLAG_FIRST_PIPE_INSTANCE : 0),
-                            PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
-                            PIPE_UNLIMITED_INSTANCES, kPipeBuf, kPipeBuf, 0, nullptr);
+/* A DACL for the current user (full access) and, for kAnyUser, the
+ * users authenticated on this machine, who may read and write but not
+ * create instances of their own beside the server's. */
+bool pipe_security(PipeLis* lis, plat::LocAccess access) {
+    HANDLE tok = nullptr;
+    union {
+        TOKEN_USER tu;
+        char raw[256];
+    } user;
+    DWORD n = 0;
+    bool ok = OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &tok) &&
+              GetTokenInformation(tok, TokenUser, &user, sizeof user, &n);
+    if (tok) {
+        CloseHandle(tok);
+    }
+    ok = ok && InitializeAcl(&lis->dacl.acl, sizeof lis->dacl, ACL_REVISION) &&
+         AddAccessAllowedAce(&lis->dacl.acl, ACL_REVISION, GENERIC_ALL, user.tu.User.Sid);
+    if (ok && access == plat::LocAccess::kAnyUser) {
+        union {
+            SID sid;
+            char raw[SECURITY_MAX_SID_SIZE];
+        } au;
+        DWORD size = sizeof au;
+        ok = CreateWellKnownSid(WinAuthenticatedUserSid, nullptr, &au, &size) &&
+             AddAccessAllowedAce(&lis->dacl.acl, ACL_REVISION,
+                                 (FILE_GENERIC_READ | FILE_GENERIC_WRITE) & ~FILE_CREATE_PIPE_INSTANCE, &au);
+    }
+    ok = ok && InitializeSecurityDescriptor(&lis->sd, SECURITY_DESCRIPTOR_REVISION) &&
+         SetSecurityDescriptorDacl(&lis->sd, TRUE, &lis->dacl.acl, FALSE);
+    lis->saRec.nLength = sizeof lis->saRec;
+    lis->saRec.lpSecurityDescriptor = &lis->sd;
+    lis->saRec.bInheritHandle = FALSE;
+    lis->sa = &lis->saRec;
+    return ok;
 }
 
+HANDLE new_instance(PipeLis* lis, bool first) {
+    return CreateNamedPipeW(lis->name.w,
+                            PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | (first ? FILE_FLAG_FIRST_PIPE_INSTANCE : 0),
+                            PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
+                            PIPE_UNLIMITED_INSTANCES, kPipeBuf, kPipeBuf, 0, lis->sa);
+}
+
+} // namespace
+
 /* The user SID text of a process, "" when it cannot be read. */
-void process_sid(DWORD pid, char* out, size_t cap) {
+void plat::process_sid(DWORD pid, char* out, size_t cap) {
     out[0] = 0;
     HANDLE proc = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, pid);
     HANDLE tok = nullptr;
@@ -150,7 +197,6 @@ void process_sid(DWORD pid, char* out, size_t cap) {
     }
 }
 
-} // namespace
 
 namespace plat {
 
@@ -270,7 +316,9 @@ vek_s32 loc_connect(const char* name, vek_s32 tmo, SockSys* out) {
     }
     vek_u32 start = vek_msec();
     for (;;) {
-        HANDLE h = CreateFileW(pn.w, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+        // Write data only: a pipe open to other users never grants them
+        // the right to create instances, which GENERIC_WRITE would ask for.
+        HANDLE h = CreateFileW(pn.w, GENERIC_READ | FILE_WRITE_DATA, 0, nullptr, OPEN_EXISTING,
                                FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
         if (h != INVALID_HANDLE_VALUE) {
             out->h = (vek_s64)(intptr_t)h;
@@ -296,21 +344,28 @@ vek_s32 loc_connect(const char* name, vek_s32 tmo, SockSys* out) {
     }
 }
 
-vek_s32 loc_listen(const char* name, SockSys* out) {
+vek_s32 loc_listen(const char* name, SockSys* out, LocAccess access) {
     PipeLis* lis = (PipeLis*)vek_malloc__(sizeof(PipeLis));
     if (!lis) {
         return VEK_ERR_FULL;
     }
+    lis->sa = nullptr;
     if (!pipe_name(name, &lis->name)) {
         vek_free__(lis);
         return VEK_ERR_BAD_ARG;
+    }
+    if (access != LocAccess::kDefault && !pipe_security(lis, access)) {
+        DWORD e = GetLastError();
+        vek_free__(lis);
+        SetLastError(e);
+        return VEK_ERR_IO;
     }
     // The first-instance flag refuses a name another server holds; a
     // system that does not enforce it (wine) is asked whether the name
     // answers first.
     HANDLE h = INVALID_HANDLE_VALUE;
     if (!WaitNamedPipeW(lis->name.w, 1) && GetLastError() == ERROR_FILE_NOT_FOUND) {
-        h = new_instance(lis->name.w, true);
+        h = new_instance(lis, true);
     } else {
         SetLastError(ERROR_ACCESS_DENIED);
     }
@@ -384,7 +439,7 @@ vek_s32 sock_accept(SockSys* l, vek_s32 tmo, SockSys* out) {
     if (r < 0) {
         return r;
     }
-    HANDLE next = new_instance(lis->name.w, false);
+    HANDLE next = new_instance(lis, false);
     if (next == INVALID_HANDLE_VALUE) {
         DisconnectNamedPipe(h);
         return VEK_ERR_IO;
