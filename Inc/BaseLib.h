@@ -34,13 +34,17 @@
 #include "MimeHdr.h"
 #include "GsmUtil.h"
 #include "VekEvt.h"
-#include "VekErp.h"
-#include "VekIoWait.h"
 /* binary and network helpers, identifier tables, interface collections */
 #include "MiscUtil.h"
 #include "StrId.h"
 #include "ItfUtil.h"
-/* issue 29: configuration, XML, language resources, UTF-8 OS calls */
+/* waits on the system's descriptors and handles, per-thread event dispatch */
+#include "VekErp.h"
+#include "VekIoWait.h"
+/* timers and the task server */
+#include "VekTimer.h"
+#include "TaskSvr.h"
+/* configuration, XML, language resources, UTF-8 OS calls */
 #include "OsUtf8.h"
 #include "XmlDec.h"
 #include "CfgIni.h"

@@ -21,15 +21,19 @@
 VEK_BEGIN_DECLS
 
 /* ---- VekAsync: an operation run on a worker thread ----
- * VekAsync_start runs func->call(func, arg) on a new library thread. The
- * operation is cancelled by cancelling that thread (vek_thrd_cancel): its
- * abortable waits return -5, and it should then return. A wait procedure
- * waits for the end: it receives the operation and its end event (manual
- * reset, signalled once the operation has returned) and returns 0 once
- * the event is signalled, or a negative code to give up waiting
- * (VekAsync_waitEndx then cancels the operation with that code and waits
- * for its end without limit). The default wait procedure waits for the
- * end event or the calling thread's abort event (-5). */
+ * VekAsync_start runs func->call(func, arg) as a task of the default task
+ * server (TaskSvr.h), which starts a worker when none is idle, so
+ * operations run side by side and never queue behind one another below
+ * that pool's 128 workers. The operation is cancelled by cancelling it
+ * there: a queued operation is removed (its result is -5), a running one
+ * has its worker thread cancelled (vek_thrd_cancel), so its abortable
+ * waits return -5 and it should then return. A wait procedure waits for
+ * the end: it receives the operation and its end event (manual reset,
+ * signalled once the operation has returned) and returns 0 once the event
+ * is signalled, or a negative code to give up waiting (VekAsync_waitEndx
+ * then cancels the operation with that code and waits for its end without
+ * limit). The default wait procedure waits for the end event or the
+ * calling thread's abort event (-5). */
 typedef struct VekAsync VekAsync;
 
 /* The operation interface: the object model's three slots, then call. */
@@ -49,10 +53,10 @@ typedef vek_s32 (*VekAsyncWait)(VekAsync* async, vek_handle endEvt);
 
 /* A new idle operation object (tracked heap); null on failure. */
 VEK_API VekAsync* VekAsync_new(void);
-/* Cancels a running operation, waits for its worker to end, frees. */
+/* Cancels a running operation, waits for its end, frees. */
 VEK_API void VekAsync_delete(VekAsync* async);
 /* Starts func (one reference is held while it runs) with arg. 0, or -51
- * when the operation is still running or no thread can be started. */
+ * when the operation is still running or cannot be posted. */
 VEK_API vek_s32 VekAsync_start(VekAsync* async, IVekFunc* func, vek_s32 arg);
 /* Waits for the end through wproc (null: the default wait procedure).
  * Returns the operation's result, or the non-zero argument of the cancel

@@ -105,6 +105,9 @@ typedef void* vek_handle;
 #define VEK_ERR_IO              (-850) /* a system read, write or wait failed (errno / GetLastError) */
 #define VEK_ERR_PEER_CLOSED     (-851) /* a write found the other end closed */
 
+/* Timers and the task server */
+#define VEK_ERR_TIMER_RUNNING   (-860) /* a timer's callback runs on another thread (not waited for) */
+
 /* XML decoder (XmlDec.h): -830..-843 */
 #define VEK_ERR_XML_SYNTAX      (-830) /* not well-formed: markup breaks the grammar */
 #define VEK_ERR_XML_CHAR        (-831) /* a character XML does not allow, or bytes not valid in the encoding */

@@ -259,7 +259,13 @@ VEK_TLS_FAST thread_local Binding t_bind[kBindings];
 // copy may be gone by then.
 struct ThreadRec {
     Binding bind[kBindings];
+    // Every thread's record is on one list (under the registry lock): a
+    // thread that ends after the hook is gone (a detached thread running
+    // past the process's exit) leaves its record reachable, not lost.
+    ThreadRec* prev;
+    ThreadRec* next;
 };
+ThreadRec* g_recs;
 std::atomic<bool> g_unloading;  // the end hook only frees records then
 
 __attribute__((noinline)) Binding* find_binding(vek_u64 id) {
@@ -687,6 +693,13 @@ __attribute__((noinline)) Binding* bind_shard(HeapMon* m) {
         }
     }
     reg_lock();
+    if (!rec->prev && g_recs != rec) {  // new: onto the list
+        rec->next = g_recs;
+        if (g_recs) {
+            g_recs->prev = rec;
+        }
+        g_recs = rec;
+    }
     Binding* slot = nullptr;
     for (Binding& b : t_bind) {
         if (b.monId == 0 || b.monId == m->id || !reg_find(b.monId)) {
@@ -722,16 +735,24 @@ void orphan_shard(HeapMon* m, Shard* s) {
 // become orphans.
 void thread_ends(void* value) {
     ThreadRec* rec = (ThreadRec*)value;
+    reg_lock();
     if (!g_unloading.load(std::memory_order_relaxed)) {
-        reg_lock();
         for (const Binding& b : rec->bind) {
             HeapMon* m = b.monId ? reg_find(b.monId) : nullptr;
             if (m && b.shard->gen == b.gen) {
                 orphan_shard(m, b.shard);
             }
         }
-        reg_unlock();
     }
+    if (rec->prev) {
+        rec->prev->next = rec->next;
+    } else if (g_recs == rec) {
+        g_recs = rec->next;
+    }
+    if (rec->next) {
+        rec->next->prev = rec->prev;
+    }
+    reg_unlock();
     al_free(rec);
 }
 

@@ -57,8 +57,13 @@ constexpr ErrText kTexts[] = {
     {VEK_ERR_XML_JUNK, "text or markup after the XML root element"},
     {VEK_ERR_XML_DECL, "a malformed or misplaced XML declaration"},
     {VEK_ERR_XML_DOCTYPE, "an XML DOCTYPE refused"},
+
+    /* Waits on descriptors and handles */
     {VEK_ERR_IO, "a system read, write or wait failed"},
     {VEK_ERR_PEER_CLOSED, "the other end is closed"},
+
+    /* Timers and the task server */
+    {VEK_ERR_TIMER_RUNNING, "the timer's callback is running on another thread"},
 };
 
 constexpr bool in_order() {

@@ -151,7 +151,8 @@ AlAtom g_dbgCnt;
 namespace vek {
 
 vek_s32 trc_active(void) {
-    return g_trc.type != kTrcNone || g_trc.sink != nullptr;
+    // Any thread asks, without the lock, while tout_set_sink may change it.
+    return g_trc.type != kTrcNone || __atomic_load_n(&g_trc.sink, __ATOMIC_RELAXED) != nullptr;
 }
 
 vek_s32 trc_start(void) {
@@ -320,8 +321,8 @@ VEK_API vek_s32 tout_enabled(void) {
 VEK_API vek_trc_sink tout_set_sink(vek_trc_sink sink, void* ctx) {
     trc_lock();
     vek_trc_sink old = g_trc.sink;
-    g_trc.sink = sink;
     g_trc.sinkCtx = ctx;
+    __atomic_store_n(&g_trc.sink, sink, __ATOMIC_RELAXED);
     trc_unlock();
     return old;
 }

@@ -10,6 +10,7 @@
 #include <ctime>
 #include "AlPlat.h"
 #include "ObjModel.h"
+#include "TimerSvc.h"
 #include "VekCore.h"
 #include "VekUni.h"
 
@@ -253,6 +254,8 @@ VEK_API vek_s32 BaseLib_init(void) {
     EvtMng_init();
     vek::erpmng_create();
     vek_thrd_beg();
+    vek::timer_svc_start();
+    vek::task_svr_start();
 
     if (g_core.trcEnabled) {
         if (vek::trc_hold_supported() && vek_dbg_rtc_bval("VekTrc", "HoldConn", 1)) {
@@ -278,6 +281,8 @@ VEK_API void BaseLib_exit(void) {
         g_core.trcHold = 0;
         vek::trc_hold_stop();
     }
+    vek::task_svr_stop();
+    vek::timer_svc_stop();
     vek_thrd_end();
     vek::erpmng_destroy();
     EvtMng_exit();

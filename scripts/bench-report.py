@@ -53,7 +53,7 @@ ROWS = [
      "std::unordered_map<std::string,int>", 1.0),
     ("StrId lookup among 100,000 names, absent", "BM_StrId_find/0", "BM_unordered_map_find/0",
      "std::unordered_map<std::string,int>", 1.0),
-    # issue 29: the XML decoder
+    # the XML decoder
     ("XML decoding of a 10 MB document (events only)", "BM_XmlDec_events", "BM_expat_events", "expat", 1.0),
 ]
 
@@ -81,6 +81,28 @@ ABS_ROWS = [
      "median_us", 50.0, "µs"),
     ("cancel -> blocked descriptor read returns -5, p99", "BM_cancel_read_vek/iterations:1/real_time",
      "p99_us", 1000.0, "µs"),
+]
+
+# Timers and the task server.
+ROWS += [
+    ("timer start + stop, 1,000,000 pending", "BM_vek_timer_start_stop", "BM_uv_timer_start_stop",
+     "libuv", 0.5),
+    ("100,000 timers made, due in 1 ms, run and freed", "BM_vek_timer_expiry/real_time", "BM_uv_timer_expiry/real_time",
+     "libuv", 1.0),
+    ("task post -> task runs, 4 workers", "BM_task_latency_vek/manual_time",
+     "BM_task_latency_uv/manual_time", "libuv uv_queue_work", 1.0),
+    ("task post -> task runs, 4 workers", "BM_task_latency_vek/manual_time",
+     "BM_task_latency_std/manual_time", "std::thread pool", 1.0),
+    ("10,000 tasks posted and run, 4 workers", "BM_task_burst_vek/real_time", "BM_task_burst_uv/real_time",
+     "libuv uv_queue_work", 1.0),
+    ("10,000 tasks posted and run, 4 workers", "BM_task_burst_vek/real_time", "BM_task_burst_std/real_time",
+     "std::thread pool", 1.0),
+]
+ABS_ROWS += [
+    ("timer lateness p99, 10,000 timers of 1-100 ms, no load", "BM_vek_timer_lateness/iterations:1/real_time",
+     "p99_us", 2000.0, "µs"),
+    ("libuv's timer lateness p99, the same timers, for reference", "BM_uv_timer_lateness/iterations:1/real_time",
+     "p99_us", 2000.0, "µs"),
 ]
 
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
@@ -144,7 +166,7 @@ def load_medians(json_dir):
     """Median time in ns of every benchmark found, by its name."""
     out = {}
     for name, b in load_runs(json_dir).items():
-        field = "real_time" if "/real_time" in name else "cpu_time"
+        field = "real_time" if "/real_time" in name or "/manual_time" in name else "cpu_time"
         out[name] = b[field] * UNIT_NS.get(b.get("time_unit", "ns"), 1.0)
     return out
 

@@ -40,6 +40,8 @@ esac
 # The tests also check the ABI, build the Debian packages and read the
 # manual page they install.
 [ "$want" = test ] && pkgs+=(abigail-tools dpkg-dev file man-db)
+# Timers and the task server are compared with libuv.
+if [ "$want" = bench ]; then pkgs+=(libuv1-dev); fi
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg -s "$p" 2>/dev/null | grep -q '^Status: install ok installed' || missing+=("$p")

@@ -54,6 +54,9 @@ int run_command(const std::string& cmd);
 void write_file(const std::string& path, const std::string& data);
 /* Runs f on a library thread (vek_thrd_create__); returns its id. */
 vek_u32 spawn(std::function<vek_u32()> f);
+/* Polls cond every ms until it holds or 10 s pass (a loaded machine's
+ * bound); its last answer. */
+bool until(const std::function<bool()>& cond);
 
 } // namespace vektest
 

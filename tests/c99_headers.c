@@ -3,6 +3,32 @@
 #include <stdio.h>
 #include <string.h>
 
+/* Timers and tasks: a task posted for later starts a timer from its worker.
+   The timer's thread reports through an event, the one hand-over that both
+   threads synchronise on. */
+static void on_timer(VekTimer timer, void* ctx) {
+    (void)timer;
+    vek_evt_set(*(vek_handle*)ctx);
+}
+
+static vek_s32 start_timer(void* ctx) {
+    return vek_timer_start(1, 0, on_timer, ctx, VEK_TIMER_SVC_THRD) ? 0 : -1;
+}
+
+static int timers_and_tasks(void) {
+    vek_handle fired;
+    VekTask task;
+    int rc;
+    BaseLib_init();
+    fired = vek_evt_create__(1, 0);
+    task = TaskSvr_postAt(TaskSvr_def(), 1, start_timer, NULL, &fired);
+    rc = !task || TaskSvr_wait(task, -1) != 0 ||
+         vek_evt_swait__(fired, 10000, VEK_WAIT_FORBID_ABORT) != 0;
+    vek_evt_close(fired);
+    BaseLib_exit();
+    return rc;
+}
+
 int main(void) {
     TinyStr ts;
     char buf[32];
@@ -67,10 +93,6 @@ int main(void) {
     if (b64_enc_buf_from_buf(b64, sizeof b64, (const vek_u8*)"foo", 3) != 4 || strcmp(b64, "Zm9v") != 0) {
         return 1;
     }
-    /* Before BaseLib_init no thread has an event-receive queue. */
-    if (vek_erp_disp() != 0) {
-        return 1;
-    }
     /* Addresses, URLs, identifier tables, collections, chains, windows. */
     {
         VekIpAddr ip;
@@ -93,7 +115,14 @@ int main(void) {
         IStrm_release(win);
         IStrm_release(mem);
     }
-    /* issue 29: a tree from the XML decoder, a setting, a message */
+    /* Before BaseLib_init no thread has an event-receive queue. */
+    if (vek_erp_disp() != 0) {
+        return 1;
+    }
+    if (timers_and_tasks() != 0) {
+        return 1;
+    }
+    /* a tree from the XML decoder, a setting, a message */
     {
         XmlErr xe;
         XmlDoc* xd = XmlDoc_parse("<a k='v'><b>t</b></a>", -1, NULL, &xe);

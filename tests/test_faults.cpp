@@ -5,12 +5,14 @@
  * no leak, and the result is either the right one or a reported failure
  * (a negative code or a null) - never a half-built success.
  */
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <initializer_list>
 #include <string>
+#include <vector>
 #include "VekTest.h"
 
 namespace {
@@ -359,6 +361,62 @@ TEST_F(Faults, ThreadsAndWaits) {
     }, {"evt", "mutex", "ret", "thrdHnd", "wname"});
 }
 
+// Timers, tasks and VekAsync: the tables grow past their first chunk and
+// give it back, pools start their workers, waits make their events.
+TEST_F(Faults, TimersTasksAndAsyncOperations) {
+    sweep("VekTimer", [] {
+        std::vector<VekTimer> ids;
+        for (int i = 0; i < 1100; i++) {
+            VekTimer t = VekTimer_new([](VekTimer, void*) {}, nullptr, VEK_TIMER_SVC_THRD);
+            if (!t) {
+                break;
+            }
+            ids.push_back(t);
+            EXPECT_EQ(0, VekTimer_start(t, 60000, 0));
+        }
+        for (VekTimer t : ids) {
+            EXPECT_EQ(1, VekTimer_delete(t, 0));
+        }
+    });
+    sweep("TaskSvr", [] {
+        // Every task posted has its clean-up run once, whatever failed.
+        static std::atomic<int> cleaned;
+        cleaned = 0;
+        TaskSvr* svr = TaskSvr_new("faults", 1, 2);
+        if (!svr) {
+            return;
+        }
+        auto fn = [](void*) -> vek_s32 { return 0; };
+        auto clean = [](void*, vek_s32) { cleaned++; };
+        int posted = 0;
+        for (int i = 0; i < 3; i++) {
+            posted += TaskSvr_post(svr, fn, clean, nullptr) != 0;
+        }
+        VekTask later = TaskSvr_postAt(svr, 1, fn, clean, nullptr);
+        posted += later != 0;
+        vek_s32 r = TaskSvr_wait(later, -1);
+        EXPECT_TRUE(r == 0 || r == VEK_ERR_FULL) << r;
+        TaskSvr_delete(svr);
+        EXPECT_EQ(posted, cleaned.load());
+    }, {"ret", "evt", "thrdHnd"});
+    sweep("VekAsync", [] {
+        struct Op {
+            IVekFunc itf;
+            static vek_s32 none(IVekFunc*, const VekGuid*, void** out) {
+                *out = nullptr;
+                return VEK_ERR_NOT_SUPPORTED;
+            }
+            static vek_s32 ref(IVekFunc*) { return 1; }
+            static vek_s32 call(IVekFunc*, vek_s32 arg) { return 40 + arg; }
+        } op;
+        static const IVekFuncVtbl vtbl = {Op::none, Op::ref, Op::ref, Op::call};
+        op.itf.vtbl = &vtbl;
+        vek_s32 r = vek_blk_call__(&op.itf, nullptr);
+        EXPECT_TRUE(r == 40 || r == VEK_ERR_WAIT_FAILED) << r;
+        TaskSvr_trim(TaskSvr_def());  // its worker is no leak
+    }, {"ret", "evt", "thrdHnd"});
+}
+
 TEST_F(Faults, TimeCodecsAndEvents) {
     sweep("ISO 8601 and SMS time", [] {
         VekDt dt;
@@ -678,7 +736,7 @@ TEST_F(Faults, TablesCollectionsChainsAndWindows) {
     });
 }
 
-// ---- issue 29: settings, XML, catalogues, UTF-8 system calls ----
+// ---- settings, XML, catalogues, UTF-8 system calls ----
 
 TEST_F(Faults, SettingsXmlAndLanguages) {
     static const CfgIniDef defs[] = {{"Net", "Port", CFGINI_INT, "8080", 1, 65535},

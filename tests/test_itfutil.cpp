@@ -38,6 +38,7 @@ struct Partner {
     ItfVol* vol = nullptr;
     void* partner = nullptr;
     bool* gone = nullptr;
+    static vek_s32 add_ref(IVekItf* i) { return ++((Partner*)i)->ref; }
     static vek_s32 release(IVekItf* i) {
         Partner* p = (Partner*)i;
         if (--p->ref == 0) {
@@ -50,7 +51,7 @@ struct Partner {
     }
     static constexpr IVekItfVtbl kVtbl = {
         [](IVekItf*, const VekGuid*, void**) -> vek_s32 { return VEK_ERR_NOT_SUPPORTED; },
-        [](IVekItf* i) -> vek_s32 { return ++((Partner*)i)->ref; }, release};
+        add_ref, release};
 };
 
 } // namespace

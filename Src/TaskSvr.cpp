@@ -1,0 +1,851 @@
+/*
+ * TaskSvr.cpp - the task server: pools of library threads that run tasks
+ * in FIFO order, tasks posted for later through the timer service, and
+ * cancellation before and while a task runs.
+ *
+ * One lock guards every pool and the table of tasks (ids that go stale,
+ * SlotTab.h); it is held only to move records between lists, never while
+ * a task, a clean-up, a wait or a thread cancel runs. Each pool keeps:
+ *
+ *   sched  - tasks posted for later (each with a one-shot service timer)
+ *   queue  - tasks waiting for a worker, oldest first
+ *   idle   - a stack of idle workers; a post wakes the top one, whose
+ *            cache is the warmest, through its own condition variable
+ *
+ * A running task is cancelled by cancelling its worker thread. That must
+ * never hit the worker's next task: the canceller counts itself on the
+ * worker (cancels) under the lock before it lets go and calls
+ * vek_thrd_cancel, and a worker whose task has returned waits until that
+ * count is 0 before it clears its abort state and takes the next task.
+ *
+ * Workers above a pool's minimum leave after kIdleLeave without work. A
+ * worker that left stays on the pool's list until somebody joins its
+ * thread (the next start of a worker, TaskSvr_trim, or the pool's
+ * deletion), so no thread of a pool outlives it unseen.
+ */
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include "EvtWait.h"
+#include "SlotTab.h"
+#include "TaskSvr.h"
+#include "TimerSvc.h"
+#include "VekCore.h"
+
+namespace {
+
+constexpr vek_u32 kSvrMark = 0x7A5C53;
+constexpr auto kIdleLeave = std::chrono::seconds(30);
+constexpr vek_s32 kDefMaxThrds = 128;
+
+enum : vek_u8 { kScheduled, kQueued, kRunning, kEnding };
+
+struct Worker;
+
+struct TaskRec {
+    vek_u32 slotGen;
+    vek_u32 slotNext;
+    vek_u32 idx;  // its index in the table
+    vek_u8 state;
+    TaskRec* prev;  // links of the pool's sched or queue list
+    TaskRec* next;
+    TaskSvr* svr;
+    TaskFn fn;
+    TaskCleanFn clean;
+    void* ctx;
+    vek::EvtWaiter* waiters;  // TaskSvr_wait
+    VekTimer timer;           // scheduled: the timer that queues it
+    vek_u64 queuedUs;         // when it was queued, for the statistics
+    Worker* worker;           // running: its worker
+    vek_u32 runTid;           // the thread running fn or the clean-up
+};
+
+struct TaskList {
+    TaskRec* head;
+    TaskRec* tail;
+
+    void push(TaskRec* t) {
+        t->next = nullptr;
+        t->prev = tail;
+        (tail ? tail->next : head) = t;
+        tail = t;
+    }
+    void remove(TaskRec* t) {
+        (t->prev ? t->prev->next : head) = t->next;
+        (t->next ? t->next->prev : tail) = t->prev;
+        t->prev = t->next = nullptr;
+    }
+};
+
+struct Worker {
+    Worker* next;      // the pool's workers
+    Worker* idleNext;  // the pool's idle stack
+    TaskSvr* svr;
+    std::condition_variable cv;
+    TaskRec* task;     // the task whose fn it runs
+    vek_u32 tid;       // set by the worker when it starts
+    vek_s32 cancels;   // cancels of its task between the canceller's unlock and vek_thrd_cancel
+    bool cancelled;    // its task was cancelled: clear its abort state after it
+    bool wake;         // taken off the idle stack: work, or leave
+    bool waking;       // woken for work, not yet back in its loop (counted in waking)
+    bool leave;        // asked to leave (trim, idle time)
+    bool left;         // out of the pool's loop; joinable
+    bool trimmed;      // a TaskSvr_trim waits for it to leave and joins it
+};
+
+} // namespace
+
+struct TaskSvr {
+    vek_u32 hdr;  // kSvrMark
+    TaskSvr* nextSvr;
+    char* name;
+    vek_s32 minThrds;
+    vek_s32 maxThrds;
+    vek_s32 thrds;     // workers started and not left
+    vek_s32 idle;      // on the idle stack
+    vek_s32 starting;  // started, not yet in their loop
+    vek_s32 waking;    // woken for work, not yet back in their loop
+    vek_s32 ending;    // in a clean-up: idle as soon as it returns
+    vek_s32 trimming;  // TaskSvr_trim calls waiting for ending to reach 0
+    vek_s32 tasks;     // posted and not ended
+    vek_s32 scheduled;
+    vek_s32 queued;
+    vek_s32 running;
+    vek_s32 maxQueued;
+    vek_u64 done;
+    vek_u64 cancelled;
+    vek_u64 waitUs;
+    vek_u32 maxWaitUs;
+    TaskList sched;
+    TaskList queue;
+    Worker* workers;
+    Worker* idleTop;
+    vek::EvtWaiter* drainers;
+    std::condition_variable settle;  // a worker started, or its cancels reached 0
+    // Wake-ups signalled after the lock was let go and not yet returned:
+    // the woken worker may meanwhile run its task and leave, so no worker
+    // record is freed before they have (see kick, join_left).
+    std::atomic<vek_s32> notifying;
+    bool stopping;
+};
+
+namespace {
+
+struct TaskMgr {
+    std::mutex lk;
+    // Compacted when a pool calms down (a worker leaves for lack of work,
+    // TaskSvr_trim), not whenever the last task ends: pools empty and fill
+    // in bursts.
+    vek::SlotTab<TaskRec> tab{false};
+    TaskSvr* svrs = nullptr;
+    TaskSvr* def = nullptr;
+};
+
+TaskMgr* g_mgr;
+using Guard = std::unique_lock<std::mutex>;
+
+TaskMgr* mgr() {
+    TaskMgr* m = __atomic_load_n(&g_mgr, __ATOMIC_ACQUIRE);
+    if (!m) {
+        vek_assert__("taskSvr", __FILE__, __LINE__);
+    }
+    return m;
+}
+
+/* Under the lock: the live task of id, or null. */
+TaskRec* find(TaskMgr* m, VekTask id) {
+    vek_u32 idx = m->tab.find(id);
+    return idx == m->tab.kNone ? nullptr : m->tab.at(idx);
+}
+
+TaskSvr* self(TaskSvr* svr, vek_s32 line) {
+    if (!svr || svr->hdr != kSvrMark) {
+        ObjUtil_crashExit(__FILE__, line);
+    }
+    return svr;
+}
+
+vek_u64 now_us() {
+    return (vek_u64)std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+/* Under the lock: true when the caller is one of svr's workers. */
+bool own_worker(TaskSvr* svr) {
+    vek_u32 me = al_thrd_id();
+    for (Worker* w = svr->workers; w; w = w->next) {
+        if (w->tid == me && !w->left) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/* Under the lock: a task has ended; wake its waiters and free it. */
+void finish(TaskMgr* m, TaskSvr* svr, TaskRec* t) {
+    vek::wake_all(&t->waiters);
+    m->tab.release(t->idx);
+    if (--svr->tasks == 0) {
+        vek::wake_all(&svr->drainers);
+    }
+}
+
+void enqueue(TaskSvr* svr, TaskRec* t, vek_u64 now) {
+    t->state = kQueued;
+    t->queuedUs = now;
+    svr->queue.push(t);
+    if (++svr->queued > svr->maxQueued) {
+        svr->maxQueued = svr->queued;
+    }
+}
+
+/* Under the lock: a new worker record, counted as starting; null without
+ * memory. */
+Worker* add_worker(TaskSvr* svr) {
+    void* mem = vek_malloc__(sizeof(Worker));
+    if (!mem) {
+        return nullptr;
+    }
+    Worker* w = new (mem) Worker();
+    w->svr = svr;
+    w->next = svr->workers;
+    svr->workers = w;
+    svr->thrds++;
+    svr->starting++;
+    return w;
+}
+
+/* Under the lock: unlinks the records of the workers that left into a
+ * list for join_left (those a trim waits for only when all is set). */
+Worker* take_left(TaskSvr* svr, bool all) {
+    Worker* out = nullptr;
+    for (Worker** pp = &svr->workers; *pp;) {
+        Worker* w = *pp;
+        if (w->left && (all || !w->trimmed)) {
+            *pp = w->next;
+            w->next = out;
+            out = w;
+        } else {
+            pp = &w->next;
+        }
+    }
+    return out;
+}
+
+void unlink_worker(TaskSvr* svr, Worker* w) {
+    Worker** pp = &svr->workers;
+    while (*pp != w) {
+        pp = &(*pp)->next;
+    }
+    *pp = w->next;
+}
+
+/* Without the lock: joins the threads of a take_left list and frees it. */
+void join_left(TaskSvr* svr, Worker* w) {
+    while (w && svr->notifying.load(std::memory_order_acquire)) {
+        std::this_thread::yield();  // a kick is inside notify_one: a few instructions
+    }
+    while (w) {
+        Worker* next = w->next;
+        vek_thrd_join(w->tid);
+        w->~Worker();
+        vek_free__(w);
+        w = next;
+    }
+}
+
+vek_u32 worker_main(void* p);
+
+/* Called with g locked, returns with it locked: starts the thread of a
+ * record from add_worker and joins the workers that left meanwhile. False
+ * when no thread could be started (the record is gone then). */
+bool start_worker(TaskSvr* svr, Worker* w, Guard& g) {
+    Worker* left = take_left(svr, false);
+    g.unlock();
+    join_left(svr, left);
+    vek_u32 tid = vek_thrd_create__(worker_main, w, 0);
+    g.lock();
+    if (tid) {
+        return true;
+    }
+    unlink_worker(svr, w);
+    svr->thrds--;
+    svr->starting--;
+    svr->settle.notify_all();
+    w->~Worker();
+    vek_free__(w);
+    return false;
+}
+
+/* Called with g locked, returns with it locked unless it says so: finds a
+ * worker for a task just queued. No worker is woken while those woken
+ * already are as many as the tasks queued (each runs tasks until the queue
+ * is empty), so a burst of posts does not wake the pool once per task. The
+ * top idle worker is woken after the lock is let go (*unlocked set), so
+ * that it does not wake only to wait for the lock; it cannot go away
+ * meanwhile, since it is off the idle stack and only leaves from there.
+ * Otherwise a worker starts when the pool may grow. False when the pool has
+ * no worker at all and none could be started: nobody would ever run the
+ * task. */
+bool kick(TaskSvr* svr, Guard& g, bool* unlocked) {
+    *unlocked = false;
+    if (svr->waking >= svr->queued) {
+        return true;  // the workers on their way take this task too
+    }
+    if (Worker* w = svr->idleTop) {
+        svr->idleTop = w->idleNext;
+        svr->idle--;
+        svr->waking++;
+        w->waking = true;
+        w->wake = true;
+        svr->notifying.fetch_add(1, std::memory_order_relaxed);
+        g.unlock();
+        *unlocked = true;
+        w->cv.notify_one();
+        svr->notifying.fetch_sub(1, std::memory_order_release);
+        return true;
+    }
+    if (svr->thrds < svr->maxThrds && svr->queued > svr->starting) {
+        if (Worker* w = add_worker(svr)) {
+            start_worker(svr, w, g);
+        }
+    }
+    return svr->thrds > 0;
+}
+
+/* Under the lock: runs the task at the head of the queue on worker w. */
+void run(TaskMgr* m, TaskSvr* svr, Worker* w, Guard& g) {
+    TaskRec* t = svr->queue.head;
+    svr->queue.remove(t);
+    svr->queued--;
+    svr->running++;
+    t->state = kRunning;
+    t->worker = w;
+    t->runTid = w->tid;
+    w->task = t;
+    g.unlock();
+    vek_u64 started = now_us();
+    vek_s32 res = t->fn(t->ctx);
+    g.lock();
+    vek_u64 waited = started - t->queuedUs;
+    svr->waitUs += waited;
+    if (waited > svr->maxWaitUs) {
+        svr->maxWaitUs = (vek_u32)(waited > 0xFFFFFFFFu ? 0xFFFFFFFFu : waited);
+    }
+    while (w->cancels) {  // a cancel of this task must land before the clear
+        svr->settle.wait(g);
+    }
+    t->state = kEnding;
+    t->worker = nullptr;
+    w->task = nullptr;
+    if (w->cancelled) {  // tested only then: the test costs a system call
+        w->cancelled = false;
+        vek_thrd_abortedx(1);
+    }
+    if (t->clean) {
+        svr->ending++;
+        g.unlock();
+        t->clean(t->ctx, res);
+        g.lock();
+        if (--svr->ending == 0 && svr->trimming) {
+            svr->settle.notify_all();
+        }
+    }
+    svr->running--;
+    svr->done++;
+    finish(m, svr, t);
+}
+
+vek_u32 worker_main(void* p) {
+    Worker* w = (Worker*)p;
+    TaskSvr* svr = w->svr;
+    TaskMgr* m = g_mgr;
+    vek_thrd_abort_evt();  // its abort event now, not in the first task
+    Guard g(m->lk);
+    w->tid = al_thrd_id();
+    svr->starting--;
+    svr->settle.notify_all();
+    while (!w->leave) {
+        if (svr->queue.head) {
+            run(m, svr, w, g);
+            continue;
+        }
+        if (svr->stopping) {
+            break;
+        }
+        w->wake = false;
+        w->idleNext = svr->idleTop;
+        svr->idleTop = w;
+        svr->idle++;
+        while (!w->wake) {
+            if (svr->thrds <= svr->minThrds) {
+                w->cv.wait(g);
+            } else if (w->cv.wait_for(g, kIdleLeave) == std::cv_status::timeout && !w->wake) {
+                Worker** pp = &svr->idleTop;
+                while (*pp != w) {
+                    pp = &(*pp)->idleNext;
+                }
+                *pp = w->idleNext;
+                svr->idle--;
+                w->leave = true;
+                m->tab.compact();
+                break;
+            }
+        }
+        if (w->wake && w->waking) {
+            w->waking = false;
+            svr->waking--;
+        }
+    }
+    w->left = true;
+    svr->thrds--;
+    svr->settle.notify_all();
+    return 0;
+}
+
+/* Called with g locked, returns with it locked: cancels the thread of
+ * worker w, which runs a task. The count of cancels on their way keeps the
+ * worker from taking its next task (and w from going away) before the
+ * cancel has landed; vek_thrd_cancel runs without the lock, since it calls
+ * the thread's additional cancel callback. */
+void cancel_worker(TaskSvr* svr, Worker* w, Guard& g) {
+    w->cancels++;
+    w->cancelled = true;
+    vek_u32 tid = w->tid;
+    g.unlock();
+    vek_thrd_cancel(tid);
+    g.lock();
+    if (--w->cancels == 0) {
+        svr->settle.notify_all();
+    }
+}
+
+/* Removes a task that has not started (it must be scheduled or queued):
+ * its timer stops, its clean-up runs with -5 without the lock, and it ends.
+ * Called with g locked, returns with it locked. */
+void remove_unstarted(TaskMgr* m, TaskRec* t, Guard& g) {
+    TaskSvr* svr = t->svr;
+    if (t->state == kScheduled) {
+        svr->sched.remove(t);
+        svr->scheduled--;
+    } else {
+        svr->queue.remove(t);
+        svr->queued--;
+    }
+    t->state = kEnding;
+    t->runTid = al_thrd_id();
+    VekTimer timer = t->timer;
+    g.unlock();
+    if (timer) {
+        VekTimer_delete(timer, 0);
+    }
+    if (t->clean) {
+        t->clean(t->ctx, VEK_ERR_ABORTED);
+    }
+    g.lock();
+    svr->cancelled++;
+    finish(m, svr, t);
+}
+
+/* Timer callback of a scheduled task: queues it. */
+void fire_scheduled(vek_u64 id) {
+    TaskMgr* m = g_mgr;
+    Guard g(m->lk);
+    TaskRec* t = find(m, id);
+    if (!t || t->state != kScheduled) {
+        return;  // cancelled meanwhile
+    }
+    TaskSvr* svr = t->svr;
+    t->timer = 0;
+    svr->sched.remove(t);
+    svr->scheduled--;
+    enqueue(svr, t, now_us());
+    bool unlocked;
+    if (!kick(svr, g, &unlocked) && find(m, id) == t && t->state == kQueued) {
+        vek_printf("task svr \"%s\": no worker for task %llx, removed", svr->name,
+                   (unsigned long long)id);
+        remove_unstarted(m, t, g);
+    }
+}
+
+/* Stops svr's workers, removes its tasks (reporting them when asked),
+ * and frees it. */
+void destroy(TaskMgr* m, TaskSvr* svr, bool report) {
+    Guard g(m->lk);
+    svr->stopping = true;
+    if (report && svr->tasks) {
+        TinyStr t;
+        TinyStr_new(&t);
+        TinyStr_appdf(&t, "detect %d task leak in task svr \"%s\", the bug MUST be fixed", svr->tasks,
+                      svr->name);
+        m->tab.each([&](vek_u32 idx) {
+            TaskRec* r = m->tab.at(idx);
+            if (r->svr == svr) {
+                static const char* const kStates[] = {"scheduled", "queued", "running", "ending"};
+                TinyStr_appdf(&t, "\n    task: id=%llx, %s", (unsigned long long)m->tab.id(idx),
+                              kStates[r->state]);
+            }
+        });
+        vek_printf("%s", TinyStr_buf(&t));
+        TinyStr_delete(&t);
+    }
+    while (TaskRec* t = svr->sched.head ? svr->sched.head : svr->queue.head) {
+        remove_unstarted(m, t, g);
+    }
+    // Cancel what runs, counted as TaskSvr_cancel counts. The list of
+    // workers holds still meanwhile: nothing adds to a stopping pool, and
+    // only this call takes records off it now (TaskSvr_trim leaves it be).
+    for (Worker* w = svr->workers; w; w = w->next) {
+        if (w->task) {
+            cancel_worker(svr, w, g);
+        }
+    }
+    while (Worker* w = svr->idleTop) {
+        svr->idleTop = w->idleNext;
+        w->wake = true;
+        w->cv.notify_one();
+    }
+    svr->idle = 0;
+    while (svr->starting || svr->thrds) {
+        svr->settle.wait(g);
+    }
+    Worker* left = take_left(svr, true);
+    for (TaskSvr** pp = &m->svrs; *pp; pp = &(*pp)->nextSvr) {
+        if (*pp == svr) {
+            *pp = svr->nextSvr;
+            break;
+        }
+    }
+    g.unlock();
+    join_left(svr, left);
+    while (svr->notifying.load(std::memory_order_acquire)) {
+        std::this_thread::yield();  // nor the pool, which the kick still counts on
+    }
+    vek_free__(svr->name);
+    svr->hdr = 0;
+    svr->~TaskSvr();
+    vek_free__(svr);
+}
+
+/* TaskSvr_post and TaskSvr_postAt (dueMs >= 0). */
+VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ctx) {
+    TaskMgr* m = mgr();
+    if (!m) {
+        return 0;
+    }
+    self(svr, __LINE__);
+    if (!fn) {
+        VEK_ASSERT(fn);
+        return 0;
+    }
+    vek_u64 now = now_us();
+    Guard g(m->lk);
+    if (svr->stopping) {
+        return 0;
+    }
+    vek_u32 idx = m->tab.alloc();
+    if (idx == m->tab.kNone) {
+        return 0;
+    }
+    TaskRec* t = m->tab.at(idx);
+    t->idx = idx;
+    t->svr = svr;
+    t->fn = fn;
+    t->clean = clean;
+    t->ctx = ctx;
+    t->waiters = nullptr;
+    t->timer = 0;
+    t->worker = nullptr;
+    t->runTid = 0;
+    VekTask id = m->tab.id(idx);
+    svr->tasks++;
+    if (dueMs >= 0) {
+        t->state = kScheduled;
+        t->timer = vek::timer_start_cookie(dueMs, fire_scheduled, id);
+        if (!t->timer) {
+            svr->tasks--;
+            m->tab.release(idx);
+            return 0;
+        }
+        svr->sched.push(t);
+        svr->scheduled++;
+        return id;
+    }
+    enqueue(svr, t, now);
+    bool unlocked;
+    if (!kick(svr, g, &unlocked) && find(m, id) == t && t->state == kQueued) {
+        svr->queue.remove(t);  // nobody would ever run it
+        svr->queued--;
+        svr->tasks--;
+        m->tab.release(idx);
+        return 0;
+    }
+    return id;
+}
+
+} // namespace
+
+namespace vek {
+
+void task_svr_start(void) {
+    if (__atomic_load_n(&g_mgr, __ATOMIC_ACQUIRE)) {
+        vek_assert__("!taskSvr", __FILE__, __LINE__);
+        return;
+    }
+    void* mem = vek_malloc__(sizeof(TaskMgr));
+    if (!mem) {
+        return;
+    }
+    TaskMgr* m = new (mem) TaskMgr();
+    m->tab.prime();  // posting allocates nothing until a thousand tasks wait
+    __atomic_store_n(&g_mgr, m, __ATOMIC_RELEASE);
+    m->def = TaskSvr_new("default", 0, kDefMaxThrds);
+}
+
+void task_svr_stop(void) {
+    TaskMgr* m = __atomic_load_n(&g_mgr, __ATOMIC_ACQUIRE);
+    if (!m) {
+        return;
+    }
+    Guard g(m->lk);
+    vek_s32 n = 0;
+    for (TaskSvr* s = m->svrs; s; s = s->nextSvr) {
+        n += s != m->def;
+    }
+    if (n) {
+        TinyStr t;
+        TinyStr_new(&t);
+        TinyStr_appdf(&t, "detect %d task svr leak, the bug MUST be fixed", n);
+        vek_s32 i = 0;
+        for (TaskSvr* s = m->svrs; s; s = s->nextSvr) {
+            if (s != m->def) {
+                TinyStr_appdf(&t, "\n    svr[%d]: name=\"%s\", thrds=%d", i++, s->name, s->thrds);
+            }
+        }
+        vek_printf("%s", TinyStr_buf(&t));
+        TinyStr_delete(&t);
+    }
+    while (TaskSvr* s = m->svrs) {
+        g.unlock();
+        destroy(m, s, true);
+        g.lock();
+    }
+    g.unlock();
+    __atomic_store_n(&g_mgr, nullptr, __ATOMIC_RELEASE);
+    m->~TaskMgr();
+    vek_free__(m);
+}
+
+} // namespace vek
+
+extern "C" {
+
+VEK_API TaskSvr* TaskSvr_new(const char* name, vek_s32 minThrds, vek_s32 maxThrds) {
+    TaskMgr* m = mgr();
+    if (!m) {
+        return nullptr;
+    }
+    if (!(minThrds >= 0 && minThrds <= maxThrds && maxThrds > 0)) {
+        vek_assert__("minThrds >= 0 && minThrds <= maxThrds && maxThrds > 0", __FILE__, __LINE__);
+        return nullptr;
+    }
+    size_t len = name ? std::strlen(name) : 0;
+    void* mem = vek_malloc__(sizeof(TaskSvr));
+    char* copy = (char*)vek_malloc__(len + 1);
+    if (!mem || !copy) {
+        vek_free__(mem);
+        vek_free__(copy);
+        return nullptr;
+    }
+    std::memcpy(copy, name ? name : "", len + 1);
+    TaskSvr* svr = new (mem) TaskSvr();
+    svr->hdr = kSvrMark;
+    svr->name = copy;
+    svr->minThrds = minThrds;
+    svr->maxThrds = maxThrds;
+    Guard g(m->lk);
+    svr->nextSvr = m->svrs;
+    m->svrs = svr;
+    bool ok = true;
+    for (vek_s32 i = 0; ok && i < minThrds; i++) {
+        Worker* w = add_worker(svr);
+        ok = w && start_worker(svr, w, g);
+    }
+    while (svr->starting) {  // return with the workers registered and idle
+        svr->settle.wait(g);
+    }
+    g.unlock();
+    if (!ok) {
+        destroy(m, svr, false);
+        return nullptr;
+    }
+    return svr;
+}
+
+VEK_API void TaskSvr_delete(TaskSvr* svr) {
+    TaskMgr* m = mgr();
+    if (!m) {
+        return;
+    }
+    self(svr, __LINE__);
+    Guard g(m->lk);
+    if (svr == m->def) {
+        g.unlock();
+        vek_assert__("svr != TaskSvr_def()", __FILE__, __LINE__);
+        return;
+    }
+    if (own_worker(svr)) {
+        g.unlock();
+        vek_assert__("!own worker", __FILE__, __LINE__);
+        return;
+    }
+    g.unlock();
+    destroy(m, svr, false);
+}
+
+VEK_API TaskSvr* TaskSvr_def(void) {
+    TaskMgr* m = mgr();
+    return m ? m->def : nullptr;
+}
+
+VEK_API const char* TaskSvr_name(TaskSvr* svr) {
+    return self(svr, __LINE__)->name;
+}
+
+VEK_API VekTask TaskSvr_post(TaskSvr* svr, TaskFn fn, TaskCleanFn clean, void* ctx) {
+    return post(svr, -1, fn, clean, ctx);
+}
+
+VEK_API VekTask TaskSvr_postAt(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean,
+                               void* ctx) {
+    return post(svr, dueMs < 0 ? 0 : dueMs, fn, clean, ctx);
+}
+
+VEK_API vek_s32 TaskSvr_cancel(VekTask task, vek_bool running) {
+    TaskMgr* m = mgr();
+    if (!m) {
+        return 0;
+    }
+    Guard g(m->lk);
+    TaskRec* t = find(m, task);
+    if (!t || t->state == kEnding) {
+        return 0;
+    }
+    if (t->state != kRunning) {
+        remove_unstarted(m, t, g);
+        return 1;
+    }
+    if (!running) {
+        return 3;
+    }
+    cancel_worker(t->svr, t->worker, g);
+    return 2;
+}
+
+VEK_API vek_s32 TaskSvr_wait(VekTask task, vek_s32 tmo) {
+    TaskMgr* m = mgr();
+    if (!m) {
+        return 0;
+    }
+    Guard g(m->lk);
+    TaskRec* t = find(m, task);
+    if (!t) {
+        return 0;
+    }
+    if (t->runTid == al_thrd_id()) {
+        g.unlock();
+        vek_assert__("task waits for itself", __FILE__, __LINE__);
+        return VEK_ERR_BAD_ARG;
+    }
+    return vek::wait_on(&t->waiters, g, tmo);
+}
+
+VEK_API vek_s32 TaskSvr_drain(TaskSvr* svr, vek_s32 tmo) {
+    TaskMgr* m = mgr();
+    if (!m) {
+        return 0;
+    }
+    self(svr, __LINE__);
+    Guard g(m->lk);
+    if (own_worker(svr)) {
+        g.unlock();
+        vek_assert__("!own worker", __FILE__, __LINE__);
+        return VEK_ERR_BAD_ARG;
+    }
+    return svr->tasks ? vek::wait_on(&svr->drainers, g, tmo) : 0;
+}
+
+VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr) {
+    TaskMgr* m = mgr();
+    if (!m) {
+        return 0;
+    }
+    self(svr, __LINE__);
+    Guard g(m->lk);
+    if (svr->stopping) {
+        return 0;
+    }
+    // Workers on their way in, and those in a clean-up, count as idle: the
+    // end of a task that somebody saw end must not leave its worker behind.
+    svr->trimming++;
+    while (svr->starting || svr->ending) {
+        svr->settle.wait(g);
+    }
+    svr->trimming--;
+    Worker* mine = nullptr;
+    vek_s32 n = 0;
+    while (svr->idleTop && svr->thrds - n > svr->minThrds) {
+        Worker* w = svr->idleTop;
+        svr->idleTop = w->idleNext;
+        svr->idle--;
+        w->leave = w->wake = w->trimmed = true;
+        w->cv.notify_one();
+        w->idleNext = mine;
+        mine = w;
+        n++;
+    }
+    for (Worker* w = mine; w; w = w->idleNext) {
+        while (!w->left) {
+            svr->settle.wait(g);
+        }
+    }
+    m->tab.compact();
+    Worker* left = take_left(svr, false);
+    while (Worker* w = mine) {  // another trim may wait for its own
+        mine = w->idleNext;
+        unlink_worker(svr, w);
+        w->next = left;
+        left = w;
+    }
+    g.unlock();
+    join_left(svr, left);
+    return n;
+}
+
+VEK_API vek_s32 TaskSvr_stat(TaskSvr* svr, TaskSvrStat* st) {
+    TaskMgr* m = mgr();
+    if (!m || !st) {
+        VEK_ASSERT(st);
+        return VEK_ERR_BAD_ARG;
+    }
+    self(svr, __LINE__);
+    Guard g(m->lk);
+    st->thrds = svr->thrds;
+    st->idle = svr->idle;
+    st->scheduled = svr->scheduled;
+    st->queued = svr->queued;
+    st->running = svr->running;
+    st->maxQueued = svr->maxQueued;
+    st->done = svr->done;
+    st->cancelled = svr->cancelled;
+    st->waitUs = svr->waitUs;
+    st->maxWaitUs = svr->maxWaitUs;
+    return 0;
+}
+
+} // extern "C"
