@@ -55,4 +55,8 @@
 #include "BufStrm.h"
 #include "VekDev.h"
 
+/* The modem channel and SMS. */
+#include "VekLex.h"
+#include "AtChan.h"
+
 #endif /* VEK_BASELIB_H */

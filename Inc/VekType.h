@@ -133,6 +133,17 @@ typedef void* vek_handle;
 #define VEK_ERR_ADDR_IN_USE     (-705) /* the address or name is in use */
 #define VEK_ERR_LINE_LONG       (-706) /* a line is longer than the room given for it */
 
+/* The modem channel (AtChan.h); "+CME ERROR: n" and "+CMS ERROR: n" map
+ * to -10000 - n and -20000 - n (VEK_AT_CME_BASE, VEK_AT_CMS_BASE). */
+#define VEK_ERR_AT_ERROR        (-730) /* the modem answered ERROR */
+#define VEK_ERR_AT_NO_CARRIER   (-731) /* the modem answered NO CARRIER */
+#define VEK_ERR_AT_BUSY         (-732) /* the modem answered BUSY */
+#define VEK_ERR_AT_NO_ANSWER    (-733) /* the modem answered NO ANSWER */
+#define VEK_ERR_AT_NO_DIALTONE  (-734) /* the modem answered NO DIALTONE */
+#define VEK_ERR_AT_VENDOR       (-735) /* the modem answered a vendor's final error */
+#define VEK_ERR_AT_CME_TEXT     (-736) /* +CME ERROR with a text not known here */
+#define VEK_ERR_AT_CMS_TEXT     (-737) /* +CMS ERROR with a text not known here */
+
 VEK_BEGIN_DECLS
 
 /* A short English text for a result code, for a program's messages (for

@@ -141,6 +141,15 @@ int main(void) {
         }
         VekStr_delete(&msg);
     }
+    /* a modem reply cut into tokens */
+    {
+        VekLex* lex = VekLex_new(0, 0);
+        VekLexTok tok;
+        if (!lex || VekLex_feed(lex, "+CME ERROR: 14\r\n", 16, &tok) != 16 || tok.kind != VEK_LEX_CME || tok.code != 14) {
+            return 1;
+        }
+        VekLex_delete(lex);
+    }
     printf("c99 ok %s\n", vek_version());
     return 0;
 }
