@@ -17,6 +17,7 @@
 #include <string>
 #include "AtChan.h"
 #include "VekCore.h"
+#include "VekCall.h"
 #include "VekErp.h"
 #include "VekLex.h"
 #include "VekVosx.h"
@@ -257,6 +258,17 @@ void finish(AtChan* ch, vek_s32 result) {
     vek_evt_set(ch->done);
 }
 
+// A modem's text lines are printable: a line with other control bytes is
+// line noise (a glitch, a baud-rate mismatch) and belongs to no reply.
+bool noise(const std::string& line) {
+    for (char c : line) {
+        if ((unsigned char)c < 0x20 && c != '\t') {
+            return true;
+        }
+    }
+    return false;
+}
+
 // Sorts one token (under lk).
 void take(AtChan* ch, const VekLexTok& t) {
     std::string text(t.text, (size_t)t.len);
@@ -286,7 +298,7 @@ void take(AtChan* ch, const VekLexTok& t) {
         // Unknown lines and stray finals (a late reply, RING's NO CARRIER)
         // go to the catch-all, unless they are the leftovers of a command
         // that was given up.
-        if (!ch->desynced && t.kind != VEK_LEX_ECHO) {
+        if (!ch->desynced && t.kind != VEK_LEX_ECHO && !noise(text)) {
             deliver_urc(ch, text, nullptr);
         }
         return;
@@ -310,7 +322,7 @@ void take(AtChan* ch, const VekLexTok& t) {
     case PROMPT_WAIT:
         break;
     }
-    if (t.kind == VEK_LEX_ECHO) {
+    if (t.kind == VEK_LEX_ECHO || noise(text)) {
         return;
     }
     if (t.kind == VEK_LEX_PROMPT) {
@@ -391,7 +403,7 @@ vek_s32 wait_done(AtChan* ch, vek_u32 start, vek_s32 tmo) {
         vek_u32 used = vek_msec() - start;
         left = used >= (vek_u32)tmo ? 0 : tmo - (vek_s32)used;
     }
-    vek_s32 r = vek_evt_wait__(ch->done, left, 0);
+    vek_s32 r = vek_evt_swait__(ch->done, left, 0);
     std::lock_guard<std::mutex> g(ch->lk);
     if (ch->finished) {
         return 0;  // the answer won over a time-out or cancel that came with it
@@ -460,6 +472,18 @@ vek_s32 resync(AtChan* ch, vek_u32 start, vek_s32 tmo) {
     return VEK_ERR_TIMEOUT;
 }
 
+// ESC makes the modem drop the message it is taking (or the prompt it is
+// about to give). A cancel leaves the caller's abort event set, which
+// would stop the write; it is cleared for this one byte and set again.
+void send_escape(AtChan* ch) {
+    vek_handle abort = vek_call_abort_evt();
+    vek_bool was = vek_call_abortedx(1);
+    ISock_write(ch->sock, "\x1b", 1, 1000);
+    if (was && abort) {
+        vek_evt_set(abort);
+    }
+}
+
 vek_s32 run(AtChan* ch, const char* cmd, const char* payload, VekStr* lines, vek_s32 tmo) {
     if (!ch || !cmd || !*cmd || std::strlen(cmd) > (size_t)ch->opts.maxLine || std::strchr(cmd, '\r')) {
         return VEK_ERR_BAD_ARG;
@@ -468,7 +492,7 @@ vek_s32 run(AtChan* ch, const char* cmd, const char* payload, VekStr* lines, vek
         tmo = AtChan_timeout(ch, cmd);
     }
     vek_u32 start = vek_msec();
-    vek_s32 r = vek_evt_wait__(ch->turn, tmo, 0);
+    vek_s32 r = vek_evt_swait__(ch->turn, tmo, 0);
     if (r != 0) {
         return r;
     }
@@ -503,9 +527,9 @@ vek_s32 run(AtChan* ch, const char* cmd, const char* payload, VekStr* lines, vek
             if (r == 0) {
                 r = wait_done(ch, start, tmo);
             }
-            if (r == VEK_ERR_ABORTED || r == VEK_ERR_TIMEOUT) {
-                ISock_write(ch->sock, "\x1b", 1, 1000);  // the modem drops the message
-            }
+        }
+        if (payload && (r == VEK_ERR_ABORTED || r == VEK_ERR_TIMEOUT)) {
+            send_escape(ch);
         }
         disarm(ch);
         if (r == 0) {
@@ -684,7 +708,7 @@ VEK_API vek_s32 AtChan_open(AtChan* ch, vek_s32 tmo) {
         }
         // The SIM answers busy for some seconds after power-up; waiting
         // on the done event (never set while idle) is a cancellable sleep.
-        vek_s32 w = vek_evt_wait__(ch->done, 500, 0);
+        vek_s32 w = vek_evt_swait__(ch->done, 500, 0);
         if (w == VEK_ERR_ABORTED) {
             return w;
         }
