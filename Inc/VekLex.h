@@ -100,7 +100,9 @@ VEK_API void VekLex_delete(VekLex* lex);  /* null is ignored */
 /* Forgets the partial line, a pending echo and data line; keeps the
  * flags and the prefix table. */
 VEK_API void VekLex_reset(VekLex* lex);
+/* Sets the flags (VEK_LEX_*); they apply from the next byte. */
 VEK_API void VekLex_setFlags(VekLex* lex, vek_s32 flags);
+/* The flags. */
 VEK_API vek_s32 VekLex_getFlags(const VekLex* lex);
 /* Adds a prefix to the table: kind VEK_LEX_URC (lines: the data lines
  * that follow it, 0..4) or VEK_LEX_VENDOR_ERR (a final error; lines 0).
