@@ -58,5 +58,6 @@
 /* The modem channel and SMS. */
 #include "VekLex.h"
 #include "AtChan.h"
+#include "SmsPdu.h"
 
 #endif /* VEK_BASELIB_H */
