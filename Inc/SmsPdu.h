@@ -100,6 +100,45 @@ typedef struct SmsPart {
 VEK_API vek_s32 SmsPdu_encSubmit(SmsPart* parts, vek_s32 maxParts, const char* number, const char* text,
                                  vek_s32 len, const SmsSubmit* opts);
 
+/* ---- joining concatenated parts ----
+ * Parts are grouped by sender, reference (8- or 16-bit) and part count;
+ * they may come in any order, a part seen twice is dropped, a message
+ * whose parts all arrived is handed to the callback at once (a message
+ * without a concatenation header right away). A group still missing
+ * parts ttlMs after its first part (SmsConcat_expire), or pushed out
+ * because maxGroups are held (the oldest goes), or left at
+ * SmsConcat_flush, is handed over incomplete: each missing part shows as
+ * "\xE2\x80\xA6" (U+2026) in its text and complete is 0. Memory is
+ * bounded by maxGroups groups of at most 255 parts. The callback runs on
+ * the calling thread, inside the call that completed the group. */
+typedef struct SmsJoined {
+    const char* from;      /* the sender */
+    const VekDt* scts;     /* the time stamp of part 1, else of the part that came first */
+    const char* text;      /* the parts' texts in order, UTF-8, terminated */
+    vek_s32 textLen;
+    vek_s32 complete;      /* 1 when every part arrived */
+    vek_s32 total;         /* parts in all (1 for a whole message) */
+    vek_s32 have;          /* parts that arrived */
+    const vek_s64* tags;   /* the tags given with the parts that arrived, in part order */
+} SmsJoined;
+typedef void (*SmsConcatFn)(void* ctx, const SmsJoined* msg);
+typedef struct SmsConcat SmsConcat;
+
+/* maxGroups 1..4096 (0: 64), ttlMs > 0 (0: 10 minutes); fn not null.
+ * null without memory or for a bad argument. */
+VEK_API SmsConcat* SmsConcat_new(vek_s32 maxGroups, vek_s32 ttlMs, SmsConcatFn fn, void* ctx);
+/* Frees the groups still held without handing them over (null ignored). */
+VEK_API void SmsConcat_delete(SmsConcat* cc);
+/* Adds a decoded SMS-DELIVER (tag: the caller's, such as the storage
+ * index); nowMs is the caller's clock (vek_msec). 1 when a message was
+ * handed over, 0 when the part is held, 2 when it was a duplicate, -81
+ * for a part that is not a DELIVER, -201 out of memory. */
+VEK_API vek_s32 SmsConcat_add(SmsConcat* cc, const SmsMsg* part, vek_s64 tag, vek_u32 nowMs);
+/* Hands over the groups older than ttlMs: their count. */
+VEK_API vek_s32 SmsConcat_expire(SmsConcat* cc, vek_u32 nowMs);
+/* Hands over every group held: their count. */
+VEK_API vek_s32 SmsConcat_flush(SmsConcat* cc);
+
 VEK_END_DECLS
 
 #endif /* VEK_SMSPDU_H */

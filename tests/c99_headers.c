@@ -150,6 +150,14 @@ int main(void) {
         }
         VekLex_delete(lex);
     }
+    /* a published SMS-SUBMIT */
+    {
+        SmsMsg sms;
+        if (SmsPdu_dec(&sms, "0011000B916407281553F80000AA0AE8329BFD4697D9EC37", -1, 1) != 0 ||
+            strcmp(sms.text, "hellohello") != 0) {
+            return 1;
+        }
+    }
     printf("c99 ok %s\n", vek_version());
     return 0;
 }

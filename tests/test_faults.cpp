@@ -622,6 +622,32 @@ TEST_F(ModemFaults, ModemChannel) {
     }, {"ret", "evt", "thrdHnd"});
 }
 
+// Joining SMS parts: a part that cannot be kept is reported, and what is
+// handed over is never a mix of two messages.
+TEST_F(Faults, SmsParts) {
+    sweep("SmsConcat", [] {
+        std::string got;
+        SmsConcat* cc = SmsConcat_new(1, 1000, [](void* ctx, const SmsJoined* j) { *(std::string*)ctx += j->text; }, &got);
+        if (!cc) {
+            return;
+        }
+        SmsMsg m{};
+        m.type = SMS_DELIVER;
+        m.ref = 9;
+        m.total = 2;
+        for (vek_s32 seq : {2, 1}) {
+            m.seq = seq;
+            m.textLen = 1;
+            m.text[0] = (char)('a' + seq - 1);
+            vek_s32 r = SmsConcat_add(cc, &m, seq, 0);
+            EXPECT_TRUE(r >= 0 || r == VEK_ERR_FULL) << r;
+        }
+        SmsConcat_flush(cc);
+        EXPECT_TRUE(got == "ab" || got == "a\xE2\x80\xA6" || got == "\xE2\x80\xA6" "b" || got.empty()) << got;
+        SmsConcat_delete(cc);
+    });
+}
+
 // Disc full and failing reads: every byte offset of a write or read fails
 // once. A writer must keep the previous file and say so; a reader must
 // report the failure rather than hand back part of the file as the whole.

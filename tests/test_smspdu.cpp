@@ -6,6 +6,7 @@
  * encoder; the encoder then must reproduce the published SMS-SUBMIT
  * octet for octet, and its long texts must decode back whole.
  */
+#include <cstring>
 #include <string>
 #include <vector>
 #include "VekTest.h"
@@ -124,4 +125,68 @@ TEST_F(SmsPduTest, SplittingKeepsPairsWhole) {
     EXPECT_EQ(SmsPdu_encSubmit(one, 1, "12a", "x", -1, nullptr), VEK_ERR_BAD_ARG);
     EXPECT_EQ(SmsPdu_encSubmit(one, 1, "12", "\xC3", -1, nullptr), VEK_ERR_BAD_ARG);
     EXPECT_EQ(SmsPdu_encSubmit(one, 1, "12", std::string(161, 'x').c_str(), -1, nullptr), VEK_ERR_FULL);
+}
+
+namespace {
+
+struct Joined {
+    std::string from, text;
+    bool complete;
+    std::vector<vek_s64> tags;
+};
+
+void take(void* ctx, const SmsJoined* j) {
+    ((std::vector<Joined>*)ctx)
+        ->push_back({j->from, std::string(j->text, (size_t)j->textLen), j->complete != 0,
+                     std::vector<vek_s64>(j->tags, j->tags + j->have)});
+}
+
+SmsMsg part(const char* from, vek_s32 ref, vek_s32 total, vek_s32 seq, const char* text) {
+    SmsMsg m{};
+    m.type = SMS_DELIVER;
+    std::strcpy(m.addr, from);
+    m.ref = ref;
+    m.total = total;
+    m.seq = seq;
+    std::strcpy(m.text, text);
+    m.textLen = (vek_s32)std::strlen(text);
+    return m;
+}
+
+} // namespace
+
+// Out of order, twice, from two senders with the same reference, missing
+// a part past the time limit, and more groups than the limit allows.
+TEST_F(SmsPduTest, JoiningParts) {
+    std::vector<Joined> got;
+    SmsConcat* cc = SmsConcat_new(2, 1000, take, &got);
+    SmsMsg a3 = part("+1", 7, 3, 3, "C"), a1 = part("+1", 7, 3, 1, "A"), a2 = part("+1", 7, 3, 2, "B");
+    SmsMsg b1 = part("+2", 7, 2, 1, "x");
+    EXPECT_EQ(SmsConcat_add(cc, &a3, 30, 0), 0);
+    EXPECT_EQ(SmsConcat_add(cc, &b1, 40, 0), 0);
+    EXPECT_EQ(SmsConcat_add(cc, &a3, 31, 0), 2);
+    EXPECT_EQ(SmsConcat_add(cc, &a1, 10, 0), 0);
+    EXPECT_EQ(SmsConcat_add(cc, &a2, 20, 0), 1);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].text, "ABC");
+    EXPECT_EQ(got[0].tags, std::vector<vek_s64>({10, 20, 30}));
+    SmsMsg whole = part("+3", -1, 0, 0, "single");
+    EXPECT_EQ(SmsConcat_add(cc, &whole, 5, 500), 1);
+    EXPECT_EQ(got.back().text, "single");
+    EXPECT_EQ(SmsConcat_expire(cc, 999), 0);
+    EXPECT_EQ(SmsConcat_expire(cc, 1000), 1);
+    EXPECT_EQ(got.back().from, "+2");
+    EXPECT_EQ(got.back().text, "x\xE2\x80\xA6");
+    EXPECT_FALSE(got.back().complete);
+    // Three groups into room for two: the oldest is pushed out incomplete.
+    for (vek_s32 r = 1; r <= 3; r++) {
+        SmsMsg p = part("+4", r, 2, 2, "z");
+        EXPECT_EQ(SmsConcat_add(cc, &p, r, 2000), r == 3 ? 1 : 0);
+    }
+    EXPECT_EQ(got.back().text, "\xE2\x80\xA6z");
+    EXPECT_EQ(SmsConcat_flush(cc), 2);
+    EXPECT_EQ(got.size(), 6u);
+    SmsMsg bad = part("+1", 1, 2, 3, "q");
+    EXPECT_EQ(SmsConcat_add(cc, &bad, 0, 0), VEK_ERR_BAD_ARG);
+    SmsConcat_delete(cc);
 }
