@@ -145,7 +145,7 @@ int main(void) {
     {
         VekLex* lex = VekLex_new(0, 0);
         VekLexTok tok;
-        if (!lex || VekLex_feed(lex, "+CME ERROR: 14\r\n", 16, &tok) != 16 || tok.kind != VEK_LEX_CME || tok.code != 14) {
+        if (!lex || VekLex_feed(lex, "+CME ERROR: 14\r\n", 16, &tok) != 15 || tok.kind != VEK_LEX_CME || tok.code != 14) {
             return 1;
         }
         VekLex_delete(lex);
