@@ -27,11 +27,24 @@ const char kGap[] = "\xE2\x80\xA6";
 
 } // namespace
 
+// A message handed over complete, remembered for a while so that a copy
+// of one of its parts (a modem that stored it twice, a network that sent
+// it again) is dropped instead of starting a new message.
+struct Done {
+    char from[48];
+    vek_s32 ref, ref16, total;
+    vek_u32 atMs;
+    bool used;
+};
+constexpr int kDone = 64;
+
 struct SmsConcat {
     vek_s32 maxGroups, ttlMs, count;
     SmsConcatFn fn;
     void* ctx;
     Group** groups;
+    Done done[kDone];
+    vek_s32 doneNext;
 };
 
 namespace {
@@ -93,7 +106,12 @@ VEK_API SmsConcat* SmsConcat_new(vek_s32 maxGroups, vek_s32 ttlMs, SmsConcatFn f
         vek_free__(groups);
         return nullptr;
     }
-    *cc = SmsConcat{maxGroups, ttlMs, 0, fn, ctx, groups};
+    std::memset(cc, 0, sizeof *cc);
+    cc->maxGroups = maxGroups;
+    cc->ttlMs = ttlMs;
+    cc->fn = fn;
+    cc->ctx = ctx;
+    cc->groups = groups;
     return cc;
 }
 
@@ -115,6 +133,12 @@ VEK_API vek_s32 SmsConcat_add(SmsConcat* cc, const SmsMsg* m, vek_s64 tag, vek_u
         SmsJoined j{m->addr, &m->scts, m->text, m->textLen, 1, 1, 1, &tag};
         cc->fn(cc->ctx, &j);
         return 1;
+    }
+    for (const Done& d : cc->done) {
+        if (d.used && d.ref == m->ref && d.ref16 == m->ref16 && d.total == m->total &&
+            nowMs - d.atMs < (vek_u32)cc->ttlMs && std::strcmp(d.from, m->addr) == 0) {
+            return 2;
+        }
     }
     bool pushed = false;
     vek_s32 i = 0;
@@ -158,6 +182,14 @@ VEK_API vek_s32 SmsConcat_add(SmsConcat* cc, const SmsMsg* m, vek_s64 tag, vek_u
         g->scts = m->scts;
     }
     if (g->have == g->total) {
+        Done& d = cc->done[cc->doneNext];
+        cc->doneNext = (cc->doneNext + 1) % kDone;
+        std::memcpy(d.from, g->from, sizeof d.from);
+        d.ref = g->ref;
+        d.ref16 = g->ref16;
+        d.total = g->total;
+        d.atMs = nowMs;
+        d.used = true;
         hand_over(cc, i);
         return 1;
     }

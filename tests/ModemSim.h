@@ -8,6 +8,7 @@
 #define VEK_MODEM_SIM_H
 
 #include <atomic>
+#include <cstdlib>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -32,6 +33,8 @@ struct SimProfile {
     std::string hangupCmd;     // the line goes dead inside this command's answer
     int simBusy = 0;           // the first AT+CPIN? answer SIM busy
     bool storageFull = false;  // +CMGW answers +CMS ERROR: 322
+    bool external = false;     // a program of its own opens port() (the sim holds no client end)
+    std::vector<std::pair<int, std::string>> store;  // index, PDU: what AT+CMGL=4 lists
 };
 
 class ModemSim {
@@ -39,23 +42,32 @@ class ModemSim {
     explicit ModemSim(const SimProfile& p) : p_(p) {
         vek_s32 err = 0;
 #ifdef _WIN32
-        ISock* lis = TcpSock_xlisten__("127.0.0.1", 0, VEK_TCP_NUMERIC, &err, __FILE__, __LINE__);
-        port_ = "tcp:127.0.0.1:" + std::to_string(TcpSock_port(lis));
-        client_ = TcpSock_xconnect__("127.0.0.1", TcpSock_port(lis), VEK_TCP_NUMERIC | VEK_TCP_NODELAY, 5000, &err,
-                                     __FILE__, __LINE__);
-        ISock_accept(lis, &dev_, 5000);
-        ISock_release(lis);
+        lis_ = TcpSock_xlisten__("127.0.0.1", 0, VEK_TCP_NUMERIC, &err, __FILE__, __LINE__);
+        port_ = "tcp:127.0.0.1:" + std::to_string(TcpSock_port(lis_));
+        if (!p.external) {
+            client_ = TcpSock_xconnect__("127.0.0.1", TcpSock_port(lis_), VEK_TCP_NUMERIC | VEK_TCP_NODELAY, 5000,
+                                         &err, __FILE__, __LINE__);
+            ISock_accept(lis_, &dev_, 5000);
+        }
 #else
         int m = posix_openpt(O_RDWR | O_NOCTTY);
         grantpt(m);
         unlockpt(m);
         port_ = ptsname(m);
         dev_ = HndSock_xcreate__(m, 1, __FILE__, __LINE__);
-        client_ = SerSock_xopen__(port_.c_str(), nullptr, &err, __FILE__, __LINE__);
+        if (!p.external) {
+            client_ = SerSock_xopen__(port_.c_str(), nullptr, &err, __FILE__, __LINE__);
+        } else {
+            // Held open so that a program closing the device does not hang
+            // the line up for the next one.
+            hold_ = open(port_.c_str(), O_RDWR | O_NOCTTY);
+        }
 #endif
-        EXPECT_TRUE(dev_ && client_) << err;
+        EXPECT_TRUE(p.external || (dev_ && client_)) << err;
         tid_ = vektest::spawn([this] { return serve(); });
     }
+    // What a program opens: the pseudo-terminal's device, or tcp:HOST:PORT.
+    const std::string& port() const { return port_; }
     ~ModemSim() {
         vek_thrd_wait(tid_);
         if (client_) {
@@ -64,9 +76,21 @@ class ModemSim {
         if (dev_) {
             ISock_release(dev_);
         }
+        if (lis_) {
+            ISock_release(lis_);
+        }
+#ifndef _WIN32
+        if (hold_ >= 0) {
+            close(hold_);
+        }
+#endif
     }
     // The channel's end (the sim keeps its own reference).
     ISock* client() { return client_; }
+    std::vector<std::pair<int, std::string>> store() {
+        std::lock_guard<std::mutex> g(lk_);
+        return p_.store;
+    }
     std::vector<std::string> received() {
         std::lock_guard<std::mutex> g(lk_);
         return got_;
@@ -140,7 +164,7 @@ class ModemSim {
         if (cmd == "ATE0" || cmd == "ATE1") {
             p_.echo = cmd == "ATE1";
             answer({}, "OK", hang);
-        } else if (cmd == "AT" || cmd == "AT+CMEE=1") {
+        } else if (cmd == "AT" || cmd == "AT+CMEE=1" || cmd == "AT+CMGF=0") {
             answer({}, "OK", hang);
         } else if (cmd == "AT+CPIN?") {
             if (p_.simBusy > 0) {
@@ -157,6 +181,25 @@ class ModemSim {
             answer({"+SLOW: late"}, "OK", hang);
         } else if (cmd == "AT+CGMI") {
             answer({"Simulated", "Modem Inc."}, "OK", hang);
+        } else if (cmd == "AT+CMGL=4") {
+            std::vector<std::string> l;
+            for (const auto& e : p_.store) {
+                l.push_back("+CMGL: " + std::to_string(e.first) + ",1,," + std::to_string(e.second.size() / 2 - 8));
+                l.push_back(e.second);
+            }
+            answer(l, "OK", hang);
+        } else if (cmd.rfind("AT+CMGD=", 0) == 0) {
+            int k = std::atoi(cmd.c_str() + 8);
+            bool found = false;
+            std::lock_guard<std::mutex> g(lk_);
+            for (size_t i = 0; i < p_.store.size(); i++) {
+                if (p_.store[i].first == k) {
+                    p_.store.erase(p_.store.begin() + (long)i);
+                    found = true;
+                    break;
+                }
+            }
+            answer({}, found ? "OK" : "+CMS ERROR: 321", hang);
         } else if (cmd.rfind("AT+CMGS=", 0) == 0 || cmd.rfind("AT+CMGW=", 0) == 0) {
             if (cmd[6] == 'W' && p_.storageFull) {
                 answer({}, "+CMS ERROR: 322", hang);
@@ -170,6 +213,9 @@ class ModemSim {
         }
     }
     vek_u32 serve() {
+        if (!dev_ && lis_ && ISock_accept(lis_, &dev_, 20000) != 0) {
+            return 0;
+        }
         std::string cur;
         char buf[256];
         for (;;) {
@@ -205,6 +251,8 @@ class ModemSim {
     SimProfile p_;
     ISock* dev_ = nullptr;
     ISock* client_ = nullptr;
+    ISock* lis_ = nullptr;
+    int hold_ = -1;
     std::string port_;
     vek_u32 tid_ = 0;
     std::mutex lk_;

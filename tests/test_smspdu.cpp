@@ -170,6 +170,7 @@ TEST_F(SmsPduTest, JoiningParts) {
     ASSERT_EQ(got.size(), 1u);
     EXPECT_EQ(got[0].text, "ABC");
     EXPECT_EQ(got[0].tags, std::vector<vek_s64>({10, 20, 30}));
+    EXPECT_EQ(SmsConcat_add(cc, &a2, 21, 0), 2);  // a copy after the message was complete
     SmsMsg whole = part("+3", -1, 0, 0, "single");
     EXPECT_EQ(SmsConcat_add(cc, &whole, 5, 500), 1);
     EXPECT_EQ(got.back().text, "single");

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 #include <vector>
-#include "VekTool.h"
+#include "AtSmsTool.h"
 
 namespace {
 
@@ -66,14 +66,25 @@ const vektool::Option kListOptions[] = {
     {nullptr, nullptr, nullptr, nullptr},
 };
 
+const vektool::Option kAtOptions[] = {
+    ATSMS_PORT_OPTIONS,
+    {nullptr, nullptr, nullptr, nullptr},
+};
+
 const vektool::SubCommand kSubs[] = {
     {"list", "modem list [--json]",
      "the serial devices: path, USB vid:pid and description (exit 1 when there are none)", modem_list, 0, 0,
      kListOptions, nullptr},
+    {"at", "modem at [--baud N] [--timeout MS] PORT COMMAND...",
+     "send each AT command in turn; print each reply's lines but the final OK", atsms::modem_at, 2, -1, kAtOptions,
+     "PORT is a device path (/dev/ttyUSB0, COM3) or tcp:HOST:PORT.\n"
+     "Exit 0 when every command ended in OK; 1 when one ended in ERROR, +CME ERROR or +CMS ERROR\n"
+     "(that line on stderr; the other commands still run); 2 on a time-out, a port or a usage error.\n"
+     "URCs that arrive meanwhile are not printed."},
 };
 
 } // namespace
 
-static const vektool::Command kModem = {"modem", "modem list ...", "serial devices of modems and phones", kSubs,
+static const vektool::Command kModem = {"modem", "modem list|at ...", "serial devices of modems and phones", kSubs,
                                         sizeof kSubs / sizeof *kSubs};
 VEKTOOL_COMMAND(kModem);
