@@ -132,6 +132,7 @@ typedef void* vek_handle;
 #define VEK_ERR_NO_HOST         (-704) /* the host name does not resolve */
 #define VEK_ERR_ADDR_IN_USE     (-705) /* the address or name is in use */
 #define VEK_ERR_LINE_LONG       (-706) /* a line is longer than the room given for it */
+#define VEK_ERR_NO_WATCH        (-707) /* the system gives no device notifications here */
 
 /* The modem channel (AtChan.h); "+CME ERROR: n" and "+CMS ERROR: n" map
  * to -10000 - n and -20000 - n (VEK_AT_CME_BASE, VEK_AT_CMS_BASE). */

@@ -38,6 +38,9 @@
  *                                      classes' system side (AlSock, AlSer)
  *                                      waits; they reach the platform's own
  *                                      waits, never the socket functions
+ *   vek_dev_uevent_parse vek::dev_kind_of  the kernel uevent reader and the
+ *                                      serial device names (VekDev), which
+ *                                      the device list and watch share
  */
 #ifndef VEK_ALPLAT_H
 #define VEK_ALPLAT_H

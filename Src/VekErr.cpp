@@ -42,6 +42,7 @@ constexpr ErrText kTexts[] = {
     {VEK_ERR_NO_HOST, "the host name does not resolve"},
     {VEK_ERR_ADDR_IN_USE, "the address or name is in use"},
     {VEK_ERR_LINE_LONG, "a line is longer than the room given for it"},
+    {VEK_ERR_NO_WATCH, "the system gives no device notifications here"},
     /* The modem channel */
     {VEK_ERR_AT_ERROR, "the modem answered ERROR"},
     {VEK_ERR_AT_NO_CARRIER, "the modem answered NO CARRIER"},

@@ -1,5 +1,6 @@
 /*
- * AlDev.cpp (POSIX) - the serial devices from sysfs (VekDev.h).
+ * AlDev.cpp (POSIX) - the serial devices from sysfs (VekDev.h), and their
+ * arrivals and removals from the kernel's uevents.
  *
  * A tty's "device" link leads to what the kernel bound the port to: the
  * USB interface for ttyACM, the usb-serial port below the interface for
@@ -15,10 +16,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <new>
 #include <string>
 #include <vector>
 #include <unistd.h>
-#include "VekDev.h"
+#ifdef __linux__
+#include <linux/netlink.h>
+#include <sys/socket.h>
+#endif
+#include "AlDev.h"
+#include "IoWait.h"
+#include "VekCore.h"
+#include "VekIoWait.h"
 
 namespace {
 
@@ -127,7 +136,7 @@ bool describe(const std::string& sys, const std::string& entry, const std::strin
 }
 
 bool ours(const std::string& name) {
-    return starts(name, "ttyUSB") || starts(name, "ttyACM") || starts(name, "ttyS") || starts(name, "rfcomm");
+    return vek::dev_kind_of(name.c_str(), false) >= 0;
 }
 
 /* The entries of a class folder; false when it cannot be read. */
@@ -147,6 +156,106 @@ bool entries(const std::string& dir, std::vector<std::string>* out) {
 
 } // namespace
 
+/* ---- The watch: the kernel's uevents ----
+ * The socket joins the kernel's multicast group (1), not udev's (2): the
+ * kernel's messages come without udev running (containers, initramfs) and
+ * carry everything the watch reads. Messages from any other sender are
+ * dropped, so a local program cannot forge an arrival. */
+namespace plat {
+
+struct DevWatchSys {
+    int fd = -1;
+};
+
+#ifdef __linux__
+
+vek_s32 devw_open(DevWatchSys** out) {
+    int fd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
+    struct sockaddr_nl sa = {};
+    sa.nl_family = AF_NETLINK;
+    sa.nl_groups = 1;
+    if (fd < 0 || bind(fd, (struct sockaddr*)&sa, sizeof sa) != 0) {
+        int e = errno;
+        if (fd >= 0) {
+            close(fd);
+        }
+        errno = e;
+        // Sandboxes and some containers refuse the netlink family outright.
+        bool none = e == EAFNOSUPPORT || e == EPROTONOSUPPORT || e == EPERM || e == EACCES;
+        return none ? VEK_ERR_NO_WATCH : VEK_ERR_IO;
+    }
+    // A hub with a dozen modems announces hundreds of uevents at once; a
+    // larger buffer keeps them (the forced size needs privileges).
+    int size = 1 << 20;
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+    }
+    void* mem = vek_malloc__(sizeof(DevWatchSys));
+    if (!mem) {
+        close(fd);
+        return VEK_ERR_FULL;
+    }
+    *out = new (mem) DevWatchSys;
+    (*out)->fd = fd;
+    return 0;
+}
+
+vek_s32 devw_next(DevWatchSys* s, VekDevEvent* ev, vek_s32 tmo, vek_s32 flags) {
+    vek_u32 start = vek_msec();
+    char buf[8192];
+    for (;;) {
+        vek_s32 rc = vek_fd_swait(s->fd, VEK_FD_IN, vek::ms_left(start, tmo), flags);
+        if (rc < 0) {
+            return rc;
+        }
+        struct sockaddr_nl from = {};
+        struct iovec iov = {buf, sizeof buf};
+        struct msghdr mh = {};
+        mh.msg_name = &from;
+        mh.msg_namelen = sizeof from;
+        mh.msg_iov = &iov;
+        mh.msg_iovlen = 1;
+        ssize_t n = recvmsg(s->fd, &mh, MSG_DONTWAIT);
+        if (n < 0) {
+            if (errno == ENOBUFS) {
+                // The kernel dropped messages that did not fit: the caller
+                // has to look at the list again.
+                std::memset(ev, 0, sizeof *ev);
+                ev->action = VEK_DEV_RESYNC;
+                ev->dev.vid = ev->dev.pid = ev->dev.iface = -1;
+                return 0;
+            }
+            if (errno == EAGAIN || errno == EINTR) {
+                continue;
+            }
+            return VEK_ERR_IO;
+        }
+        if (from.nl_pid == 0 && vek_dev_uevent_parse(buf, (vek_s32)n, ev) == 1) {
+            return 0;
+        }
+    }
+}
+
+void devw_close(DevWatchSys* s) {
+    close(s->fd);
+    s->~DevWatchSys();
+    vek_free__(s);
+}
+
+#else
+
+vek_s32 devw_open(DevWatchSys**) {
+    return VEK_ERR_NO_WATCH;
+}
+vek_s32 devw_next(DevWatchSys*, VekDevEvent*, vek_s32, vek_s32) {
+    return VEK_ERR_NO_WATCH;
+}
+void devw_close(DevWatchSys*) {}
+
+#endif
+
+} // namespace plat
+
 extern "C" {
 
 VEK_API vek_s32 vek_dev_list_serial(const char* root, VekDevInfo* devs, vek_s32 cap) {
@@ -164,7 +273,7 @@ VEK_API vek_s32 vek_dev_list_serial(const char* root, VekDevInfo* devs, vek_s32 
         }
     }
     for (const std::string& n : wwan) {
-        if (n.find("at") != std::string::npos && describe(sys, sys + "/class/wwan/" + n, n, true, &d)) {
+        if (vek::dev_kind_of(n.c_str(), true) >= 0 && describe(sys, sys + "/class/wwan/" + n, n, true, &d)) {
             found.push_back(d);
         }
     }

@@ -5,6 +5,7 @@
  * catches: ids read from the interface instead of the device, ports with
  * no hardware listed, virtual terminals listed, a wrong interface number.
  */
+#include <atomic>
 #include <string>
 #include <vector>
 #include "ToolRun.h"
@@ -89,6 +90,10 @@ TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsWithTheirUsbDevice) {
     EXPECT_STREQ("Quectel EG25-G", d[2].desc);
     EXPECT_STREQ("/dev/wwan0at0", d[3].path);
     EXPECT_EQ(VEK_DEV_WWAN, d[3].kind);
+    VekDevInfo one;
+    ASSERT_EQ(0, vek_dev_find_serial(r.c_str(), "/dev/ttyUSB2", &one));
+    EXPECT_EQ(10, one.iface);
+    EXPECT_EQ(VEK_ERR_NOT_FOUND, vek_dev_find_serial(r.c_str(), "/dev/ttyS1", &one));
     EXPECT_EQ(VEK_ERR_IO, vek_dev_list_serial((r + "/missing").c_str(), d.data(), 8));
     vektest::remove_tree(r);
 }
@@ -105,4 +110,106 @@ TEST_F(Dev, VektoolModemListPrintsTheDevicesAsLinesOrJson) {
     EXPECT_EQ(rc, t.run("modem list"));
     EXPECT_EQ(rc == 1, t.out().empty());
     EXPECT_EQ(2, t.run("modem list --bogus"));
+}
+
+// Kernel uevents as a USB modem's plug-in and removal send them (recorded
+// with "udevadm monitor --kernel --property" and joined the way the
+// netlink socket delivers them), and messages the watch must pass over.
+TEST_F(Dev, UeventsOfSerialPortsAreReadAndAllOthersPassedOver) {
+    auto msg = [](const std::string& header, std::initializer_list<const char*> fields) {
+        std::string m = header + '\0';
+        for (const char* f : fields) {
+            m += std::string(f) + '\0';
+        }
+        return m;
+    };
+    const char* acm = "/devices/pci0000:00/0000:00:14.0/usb1/1-1/1-1:1.0/tty/ttyACM0";
+    std::string add = msg(std::string("add@") + acm, {"ACTION=add", (std::string("DEVPATH=") + acm).c_str(),
+                                                    "SUBSYSTEM=tty", "MAJOR=166", "MINOR=0", "DEVNAME=ttyACM0",
+                                                    "SEQNUM=4021"});
+    VekDevEvent ev;
+    ASSERT_EQ(1, vek_dev_uevent_parse(add.data(), (vek_s32)add.size(), &ev));
+    EXPECT_EQ(VEK_DEV_ARRIVED, ev.action);
+    EXPECT_STREQ(acm, ev.syspath);
+    EXPECT_STREQ("/dev/ttyACM0", ev.dev.path);
+    EXPECT_EQ(VEK_DEV_USB, ev.dev.kind);
+    EXPECT_EQ(-1, ev.dev.vid);
+    // The last field without its NUL (a message cut at its length) still counts.
+    std::string rm = msg("remove@/devices/x/ttyUSB3", {"ACTION=remove", "DEVPATH=/devices/x/ttyUSB3", "SUBSYSTEM=tty",
+                                                      "DEVNAME=ttyUSB3"});
+    ASSERT_EQ(1, vek_dev_uevent_parse(rm.data(), (vek_s32)rm.size() - 1, &ev));
+    EXPECT_EQ(VEK_DEV_REMOVED, ev.action);
+    EXPECT_STREQ("/dev/ttyUSB3", ev.dev.path);
+    std::string wwan = msg("add@/devices/pci0000:00/0000:01:00.0/mhi0/wwan/wwan0/wwan0at0",
+                           {"ACTION=add", "DEVPATH=/devices/pci0000:00/0000:01:00.0/mhi0/wwan/wwan0/wwan0at0",
+                            "SUBSYSTEM=wwan", "DEVNAME=wwan0at0"});
+    ASSERT_EQ(1, vek_dev_uevent_parse(wwan.data(), (vek_s32)wwan.size(), &ev));
+    EXPECT_EQ(VEK_DEV_WWAN, ev.dev.kind);
+    EXPECT_STREQ("/dev/wwan0at0", ev.dev.path);
+
+    // Not ours: the USB device itself, a bind, a console, the MBIM port of
+    // the same modem, a name that would leave /dev.
+    for (const std::string& m : {
+             msg("add@/devices/usb1/1-1", {"ACTION=add", "DEVPATH=/devices/usb1/1-1", "SUBSYSTEM=usb",
+                                          "DEVNAME=bus/usb/001/005", "DEVTYPE=usb_device"}),
+             msg("bind@/devices/x/ttyACM0", {"ACTION=bind", "DEVPATH=/devices/x/ttyACM0", "SUBSYSTEM=tty",
+                                            "DEVNAME=ttyACM0"}),
+             msg("add@/devices/virtual/tty/tty7", {"ACTION=add", "DEVPATH=/devices/virtual/tty/tty7", "SUBSYSTEM=tty",
+                                                  "DEVNAME=tty7"}),
+             msg("add@/devices/x/wwan0mbim0", {"ACTION=add", "DEVPATH=/devices/x/wwan0mbim0", "SUBSYSTEM=wwan",
+                                              "DEVNAME=wwan0mbim0"}),
+             msg("add@/devices/x/ttyUSB0", {"ACTION=add", "DEVPATH=/devices/x", "SUBSYSTEM=tty",
+                                           "DEVNAME=../ttyUSB0"}),
+             msg("add@/devices/x/ttyUSB0", {"ACTION=add", "DEVPATH=/devices/x", "SUBSYSTEM=tty"}),
+         }) {
+        EXPECT_EQ(0, vek_dev_uevent_parse(m.data(), (vek_s32)m.size(), &ev)) << m;
+    }
+    // Not uevents: udev's own messages, a field without '=', a required
+    // field missing, nothing at all.
+    for (const std::string& m : {
+             std::string("libudev\0\xfe\xed\xca\xfe", 12),
+             msg("add@/devices/x/ttyUSB0", {"ACTION=add", "DEVPATH=/devices/x", "SUBSYSTEM=tty", "DEVNAME"}),
+             msg("add@/devices/x/ttyUSB0", {"ACTION=add", "SUBSYSTEM=tty", "DEVNAME=ttyUSB0"}),
+             std::string(),
+         }) {
+        EXPECT_EQ(VEK_ERR_BAD_ARG, vek_dev_uevent_parse(m.data(), (vek_s32)m.size(), &ev)) << m;
+    }
+}
+
+// The watch on this machine: where the system gives notifications, a wait
+// ends at its time-out and at once when the thread is cancelled.
+TEST_F(Dev, TheWatchWaitEndsAtItsTimeOutAndWhenCancelled) {
+    VekDevWatch* w = nullptr;
+    vek_s32 rc = vek_dev_watch_open(nullptr, &w);
+    if (rc == VEK_ERR_NO_WATCH) {
+        EXPECT_EQ(nullptr, w);
+#ifdef _WIN32
+        GTEST_SKIP() << "no CM_Register_Notification here (wine has none)";
+#else
+        GTEST_SKIP() << "no kernel uevent socket here (a sandbox refused it)";
+#endif
+    }
+    ASSERT_EQ(0, rc);
+    VekDevEvent ev;
+    // A machine may gain or lose a port meanwhile; any event must be whole.
+    rc = vek_dev_watch_next(w, &ev, 50, 0);
+    EXPECT_TRUE(rc == VEK_ERR_TIMEOUT || (rc == 0 && (ev.action == VEK_DEV_RESYNC || ev.dev.path[0]))) << rc;
+    std::atomic<vek_s32> res{1};
+    std::atomic<vek_u32> t1{0};
+    vek_u32 tid = vektest::spawn([&] {
+        VekDevEvent e;
+        vek_s32 r;
+        while ((r = vek_dev_watch_next(w, &e, 20000, 0)) == 0) {
+        }
+        res = r;
+        t1 = vek_msec();
+        return 0u;
+    });
+    vek_sleep(100);
+    vek_u32 t0 = vek_msec();
+    EXPECT_EQ(1, vek_thrd_cancel(tid));
+    vek_thrd_join(tid);
+    EXPECT_EQ(VEK_ERR_ABORTED, res.load());
+    EXPECT_LT(t1 - t0, 2000u);
+    vek_dev_watch_close(w);
 }

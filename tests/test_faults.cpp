@@ -569,6 +569,29 @@ TEST_F(Faults, SocketsAndBufferedStreams) {
     });
 }
 
+// The device watch: a failed allocation leaves no socket or registration
+// behind and says so, and a watch that opened waits like any other.
+TEST_F(Faults, DeviceWatch) {
+    VekDevWatch* probe = nullptr;
+    if (vek_dev_watch_open(nullptr, &probe) != 0) {
+        GTEST_SKIP() << "no device notifications on this system";
+    }
+    vek_dev_watch_close(probe);
+    sweep("VekDevWatch", [] {
+        VekDevWatch* w = nullptr;
+        vek_s32 rc = vek_dev_watch_open(nullptr, &w);
+        if (rc != 0) {
+            EXPECT_EQ(VEK_ERR_FULL, rc);
+            EXPECT_EQ(nullptr, w);
+            return;
+        }
+        VekDevEvent ev;
+        rc = vek_dev_watch_next(w, &ev, 0, 0);
+        EXPECT_TRUE(rc == VEK_ERR_TIMEOUT || rc == 0) << rc;
+        vek_dev_watch_close(w);
+    });
+}
+
 // The modem channel: a lexer, and a channel over TCP that takes a URC
 // while a command waits in vain. A URC lost to memory is acceptable; a
 // command that ends in anything but its time-out is not.

@@ -1,0 +1,265 @@
+/*
+ * VekDev.cpp - the portable half of the serial device family (VekDev.h):
+ * the kernel uevent reader, the lookup of one device, and the watch.
+ *
+ * The watch keeps a table of the devices it has seen, filled from the
+ * list when it opens, grown by arrivals and shrunk by removals: by the
+ * time a removal arrives the device's sysfs folder (or its registry keys)
+ * is gone, and only the table can still say which modem left. When the
+ * system dropped events the table is read again from the list.
+ */
+#include <cstring>
+#include <new>
+#include <vector>
+#include "AlDev.h"
+#include "IoWait.h"
+#include "VekAlloc.h"
+#include "VekCore.h"
+
+namespace {
+
+using InfoVec = std::vector<VekDevInfo, vek::HeapAllocator<VekDevInfo>>;
+
+bool starts(const char* s, const char* p) {
+    return std::strncmp(s, p, std::strlen(p)) == 0;
+}
+
+void put(char* dst, size_t cap, const char* s, size_t n) {
+    n = n < cap - 1 ? n : cap - 1;
+    std::memcpy(dst, s, n);
+    dst[n] = 0;
+}
+
+/* The whole list into *out: 0 or the list's error. The list may grow
+ * between the count and the copy, so the copy is asked again until it
+ * fits. */
+vek_s32 list_all(const char* root, InfoVec* out) {
+    vek_s32 n = vek_dev_list_serial(root, nullptr, 0);
+    while (n >= 0) {
+        out->resize((size_t)n + 4);
+        vek_s32 got = vek_dev_list_serial(root, out->data(), (vek_s32)out->size());
+        if (got >= 0 && (size_t)got <= out->size()) {
+            out->resize((size_t)got);
+            return 0;
+        }
+        n = got;
+    }
+    return n;
+}
+
+} // namespace
+
+struct VekDevWatch {
+    plat::DevWatchSys* sys = nullptr;
+    char root[512] = {};
+    InfoVec known;
+
+    void reload() {
+        InfoVec fresh;
+        if (list_all(root[0] ? root : nullptr, &fresh) == 0) {
+            known.swap(fresh);
+        }
+    }
+    VekDevInfo* find(const char* path) {
+        for (VekDevInfo& d : known) {
+            if (std::strcmp(d.path, path) == 0) {
+                return &d;
+            }
+        }
+        return nullptr;
+    }
+};
+
+namespace vek {
+
+vek_s32 dev_kind_of(const char* name, bool wwanClass) {
+    if (std::strchr(name, '/')) {
+        return -1;
+    }
+    if (wwanClass) {
+        return std::strstr(name, "at") ? VEK_DEV_WWAN : -1;
+    }
+    if (starts(name, "ttyUSB") || starts(name, "ttyACM")) {
+        return VEK_DEV_USB;
+    }
+    if (starts(name, "ttyS")) {
+        return VEK_DEV_UART;
+    }
+    return starts(name, "rfcomm") ? VEK_DEV_BT : -1;
+}
+
+} // namespace vek
+
+extern "C" {
+
+VEK_API vek_s32 vek_dev_uevent_parse(const void* msg, vek_s32 len, VekDevEvent* ev) {
+    if (!msg || len < 0 || !ev) {
+        vek_assert__("msg && len >= 0 && ev", __FILE__, __LINE__);
+        return VEK_ERR_BAD_ARG;
+    }
+    const char* p = (const char*)msg;
+    const char* end = p + len;
+    // The header, "add@/devices/...": udev's own messages ("libudev")
+    // and anything else without it are not the kernel's.
+    const char* hdrEnd = (const char*)std::memchr(p, 0, (size_t)len);
+    hdrEnd = hdrEnd ? hdrEnd : end;
+    if (!std::memchr(p, '@', (size_t)(hdrEnd - p))) {
+        return VEK_ERR_BAD_ARG;
+    }
+    const char *action = nullptr, *devpath = nullptr, *subsys = nullptr, *devname = nullptr;
+    size_t actionLen = 0, devpathLen = 0, subsysLen = 0, devnameLen = 0;
+    for (const char* f = hdrEnd; f < end; f++) {
+        const char* fEnd = (const char*)std::memchr(f, 0, (size_t)(end - f));
+        fEnd = fEnd ? fEnd : end;
+        if (fEnd == f) {
+            continue;  // the header's terminator, or an empty field
+        }
+        const char* eq = (const char*)std::memchr(f, '=', (size_t)(fEnd - f));
+        if (!eq) {
+            return VEK_ERR_BAD_ARG;
+        }
+        size_t keyLen = (size_t)(eq - f), valLen = (size_t)(fEnd - eq - 1);
+        auto is = [&](const char* key) { return keyLen == std::strlen(key) && std::memcmp(f, key, keyLen) == 0; };
+        if (is("ACTION")) {
+            action = eq + 1, actionLen = valLen;
+        } else if (is("DEVPATH")) {
+            devpath = eq + 1, devpathLen = valLen;
+        } else if (is("SUBSYSTEM")) {
+            subsys = eq + 1, subsysLen = valLen;
+        } else if (is("DEVNAME")) {
+            devname = eq + 1, devnameLen = valLen;
+        }
+        f = fEnd;
+    }
+    if (!action || !devpath || !subsys) {
+        return VEK_ERR_BAD_ARG;
+    }
+    auto same = [](const char* v, size_t n, const char* s) { return n == std::strlen(s) && std::memcmp(v, s, n) == 0; };
+    vek_s32 what = same(action, actionLen, "add") ? VEK_DEV_ARRIVED : same(action, actionLen, "remove") ? VEK_DEV_REMOVED : 0;
+    bool tty = same(subsys, subsysLen, "tty"), wwan = same(subsys, subsysLen, "wwan");
+    if (!what || !(tty || wwan) || !devname || devnameLen == 0 || devnameLen >= 100) {
+        return 0;
+    }
+    char name[100];
+    put(name, sizeof name, devname, devnameLen);
+    vek_s32 kind = vek::dev_kind_of(name, wwan);
+    if (kind < 0) {
+        return 0;
+    }
+    std::memset(ev, 0, sizeof *ev);
+    ev->action = what;
+    put(ev->syspath, sizeof ev->syspath, devpath, devpathLen);
+    std::memcpy(ev->dev.path, "/dev/", 5);
+    put(ev->dev.path + 5, sizeof ev->dev.path - 5, name, devnameLen);
+    ev->dev.kind = kind;
+    ev->dev.vid = ev->dev.pid = ev->dev.iface = -1;
+    return 1;
+}
+
+VEK_API vek_s32 vek_dev_find_serial(const char* root, const char* path, VekDevInfo* dev) {
+    if (!path || !dev) {
+        vek_assert__("path && dev", __FILE__, __LINE__);
+        return VEK_ERR_BAD_ARG;
+    }
+    try {
+        InfoVec all;
+        vek_s32 rc = list_all(root, &all);
+        if (rc < 0) {
+            return rc;
+        }
+        for (const VekDevInfo& d : all) {
+            if (std::strcmp(d.path, path) == 0) {
+                *dev = d;
+                return 0;
+            }
+        }
+        return VEK_ERR_NOT_FOUND;
+    } catch (const std::bad_alloc&) {
+        return VEK_ERR_FULL;
+    }
+}
+
+VEK_API vek_s32 vek_dev_watch_open(const char* root, VekDevWatch** out) {
+    if (!out || (root && std::strlen(root) >= sizeof VekDevWatch::root)) {
+        vek_assert__("out && root shorter than 512", __FILE__, __LINE__);
+        return VEK_ERR_BAD_ARG;
+    }
+    *out = nullptr;
+    void* mem = vek_malloc__(sizeof(VekDevWatch));
+    if (!mem) {
+        return VEK_ERR_FULL;
+    }
+    VekDevWatch* w = new (mem) VekDevWatch;
+    if (root) {
+        std::strcpy(w->root, root);
+    }
+    // Listening starts before the list is read, so that a device arriving
+    // in between is reported rather than missed.
+    vek_s32 rc = plat::devw_open(&w->sys);
+    if (rc == 0) {
+        try {
+            w->reload();
+        } catch (const std::bad_alloc&) {
+            rc = VEK_ERR_FULL;
+        }
+    }
+    if (rc < 0) {
+        vek_dev_watch_close(w);
+        return rc;
+    }
+    *out = w;
+    return 0;
+}
+
+VEK_API vek_s32 vek_dev_watch_next(VekDevWatch* w, VekDevEvent* ev, vek_s32 tmo, vek_s32 flags) {
+    if (!w || !ev) {
+        vek_assert__("w && ev", __FILE__, __LINE__);
+        return VEK_ERR_BAD_ARG;
+    }
+    vek_u32 start = vek_msec();
+    for (;;) {
+        VekDevEvent e;
+        vek_s32 rc = plat::devw_next(w->sys, &e, vek::ms_left(start, tmo), flags);
+        if (rc < 0) {
+            return rc;
+        }
+        try {
+            if (e.action == VEK_DEV_RESYNC) {
+                w->reload();
+            } else if (e.action == VEK_DEV_ARRIVED) {
+                VekDevInfo d;
+                if (vek_dev_find_serial(w->root[0] ? w->root : nullptr, e.dev.path, &d) == 0) {
+                    e.dev = d;
+                } else if (e.dev.kind == VEK_DEV_UART) {
+                    continue;  // a port the kernel reserved without a UART behind it
+                }
+                if (VekDevInfo* k = w->find(e.dev.path)) {
+                    *k = e.dev;
+                } else {
+                    w->known.push_back(e.dev);
+                }
+            } else if (VekDevInfo* k = w->find(e.dev.path)) {
+                e.dev = *k;
+                *k = w->known.back();
+                w->known.pop_back();
+            }
+        } catch (const std::bad_alloc&) {
+            // The table is a courtesy for later removals; the event stands.
+        }
+        *ev = e;
+        return 0;
+    }
+}
+
+VEK_API void vek_dev_watch_close(VekDevWatch* w) {
+    if (!w) {
+        return;
+    }
+    if (w->sys) {
+        plat::devw_close(w->sys);
+    }
+    w->~VekDevWatch();
+    vek_free__(w);
+}
+
+} // extern "C"
