@@ -139,6 +139,32 @@ VEK_API vek_s32 SmsConcat_expire(SmsConcat* cc, vek_u32 nowMs);
 /* Hands over every group held: their count. */
 VEK_API vek_s32 SmsConcat_flush(SmsConcat* cc);
 
+/* ---- status reports matched to what was sent ----
+ * The modem gives each part it sends a message reference (TP-MR, 0..255,
+ * printed by +CMGS); a status report carries that reference and the
+ * recipient. SmsTrack remembers the parts sent (at most maxEntries, the
+ * oldest forgotten first) and matches each report to its message and
+ * part: a reference is reused after 256 messages, so the latest part sent
+ * to the same recipient with that reference is the one meant. */
+typedef struct SmsTrack SmsTrack;
+typedef struct SmsTrackHit {
+    vek_s64 msgId;      /* the caller's id of the message */
+    vek_s32 part;       /* 1..parts */
+    vek_s32 parts;
+    vek_s32 status;     /* TP-ST of this report: 0..31 delivered, 32..63 still trying, 64.. failed */
+    vek_s32 done;       /* 1 when every part of the message has a final status */
+    vek_s32 failed;     /* parts that failed for good */
+} SmsTrackHit;
+/* maxEntries 1..65536 (0: 1024); null without memory. */
+VEK_API SmsTrack* SmsTrack_new(vek_s32 maxEntries);
+VEK_API void SmsTrack_delete(SmsTrack* tr);  /* null is ignored */
+/* Records part (1..parts) of message msgId, sent to `to` with reference
+ * mr (0..255): 0, or -81. */
+VEK_API vek_s32 SmsTrack_sent(SmsTrack* tr, vek_s64 msgId, vek_s32 part, vek_s32 parts, vek_s32 mr, const char* to);
+/* Matches a decoded SMS-STATUS-REPORT: 1 with *hit filled, 0 when no part
+ * sent matches (forgotten, or not ours), -81 when report is not one. */
+VEK_API vek_s32 SmsTrack_report(SmsTrack* tr, const SmsMsg* report, SmsTrackHit* hit);
+
 VEK_END_DECLS
 
 #endif /* VEK_SMSPDU_H */

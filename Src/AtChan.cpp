@@ -518,7 +518,12 @@ vek_s32 run(AtChan* ch, const char* cmd, const char* payload, VekStr* lines, vek
         if (r == 0) {
             r = wait_done(ch, start, tmo);
         }
-        if (r == 0 && payload && ch->promptSeen) {
+        bool prompted = false;
+        if (r == 0 && payload) {
+            std::lock_guard<std::mutex> g(ch->lk);
+            prompted = ch->promptSeen;
+        }
+        if (prompted) {
             {
                 std::lock_guard<std::mutex> g(ch->lk);
                 arm(ch, CMD, std::string(payload) + "\x1a", name_of(cmd));

@@ -191,3 +191,28 @@ TEST_F(SmsPduTest, JoiningParts) {
     EXPECT_EQ(SmsConcat_add(cc, &bad, 0, 0), VEK_ERR_BAD_ARG);
     SmsConcat_delete(cc);
 }
+
+// A reference reused by a later message finds the later one; a message is
+// done when each part has a final status; a report for nothing sent is 0.
+TEST_F(SmsPduTest, StatusReportsFindTheirParts) {
+    SmsTrack* tr = SmsTrack_new(4);
+    ASSERT_EQ(SmsTrack_sent(tr, 100, 1, 1, 42, "+46708251358"), 0);
+    ASSERT_EQ(SmsTrack_sent(tr, 200, 1, 2, 42, "+46708251358"), 0);  // the reference came round again
+    ASSERT_EQ(SmsTrack_sent(tr, 200, 2, 2, 43, "+46708251358"), 0);
+    EXPECT_EQ(SmsTrack_sent(tr, 1, 3, 2, 1, "1"), VEK_ERR_BAD_ARG);
+    SmsMsg rep;
+    ASSERT_EQ(SmsPdu_dec(&rep, "00062A0B916407281553F8993092516195809930925161958000", -1, 1), 0);  // MR 42, delivered
+    SmsTrackHit h;
+    ASSERT_EQ(SmsTrack_report(tr, &rep, &h), 1);
+    EXPECT_EQ(h.msgId, 200);
+    EXPECT_EQ(h.part, 1);
+    EXPECT_EQ(h.done, 0);
+    ASSERT_EQ(SmsPdu_dec(&rep, "00062B0B916407281553F8993092516195809930925161958041", -1, 1), 0);  // MR 43, failed
+    ASSERT_EQ(SmsTrack_report(tr, &rep, &h), 1);
+    EXPECT_EQ(h.msgId, 200);
+    EXPECT_EQ(h.done, 1);
+    EXPECT_EQ(h.failed, 1);
+    ASSERT_EQ(SmsPdu_dec(&rep, "00062C0B916407281553F8993092516195809930925161958000", -1, 1), 0);  // MR 44
+    EXPECT_EQ(SmsTrack_report(tr, &rep, &h), 0);
+    SmsTrack_delete(tr);
+}

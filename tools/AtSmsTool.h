@@ -5,6 +5,7 @@
 #ifndef VEKTOOL_ATSMS_H
 #define VEKTOOL_ATSMS_H
 
+#include <string>
 #include "VekTool.h"
 
 namespace atsms {
@@ -13,6 +14,9 @@ int modem_at(const vektool::Args& a);
 int sms_send(const vektool::Args& a);
 int sms_list(const vektool::Args& a);
 int sms_decode(const vektool::Args& a);
+
+/* s as a JSON string, quotes included. */
+std::string json_text(const std::string& s);
 
 /* The options they share. */
 #define ATSMS_PORT_OPTIONS                                                                       \

@@ -78,23 +78,6 @@ struct Modem {
     }
 };
 
-std::string json_text(const std::string& s) {
-    std::string out = "\"";
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += (char)c;
-        } else if (c < 0x20) {
-            char esc[8];
-            std::snprintf(esc, sizeof esc, "\\u%04x", c);
-            out += esc;
-        } else {
-            out += (char)c;
-        }
-    }
-    return out + "\"";
-}
-
 // ISO 8601 with the zone when the time stamp has one (VekDt keeps it in
 // minutes with the opposite sign).
 std::string iso_of(const VekDt& d) {
@@ -117,6 +100,24 @@ void out(const std::string& s) {
 } // namespace
 
 namespace atsms {
+
+std::string json_text(const std::string& s) {
+    std::string out = "\"";
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += (char)c;
+        } else if (c < 0x20) {
+            char esc[8];
+            std::snprintf(esc, sizeof esc, "\\u%04x", c);
+            out += esc;
+        } else {
+            out += (char)c;
+        }
+    }
+    return out + "\"";
+}
+
 
 int modem_at(const vektool::Args& a) {
     Modem m;

@@ -8,24 +8,6 @@
 
 namespace {
 
-std::string json_text(const char* s) {
-    std::string out = "\"";
-    for (; *s; s++) {
-        unsigned char c = (unsigned char)*s;
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += (char)c;
-        } else if (c < 0x20) {
-            char esc[8];
-            std::snprintf(esc, sizeof esc, "\\u%04x", c);
-            out += esc;
-        } else {
-            out += (char)c;
-        }
-    }
-    return out + "\"";
-}
-
 int modem_list(const vektool::Args& a) {
     bool json = a.flag("--json");
     std::vector<VekDevInfo> devs(16);
@@ -47,9 +29,9 @@ int modem_list(const vektool::Args& a) {
             char nums[96];
             std::snprintf(nums, sizeof nums, "\"vid\":%d,\"pid\":%d,\"interface\":%d", (int)d.vid, (int)d.pid,
                           (int)d.iface);
-            out += std::string(i ? "," : "") + "\n  {\"path\":" + json_text(d.path) + "," + nums +
-                   ",\"serial\":" + json_text(d.serial) + ",\"driver\":" + json_text(d.driver) +
-                   ",\"description\":" + json_text(d.desc) + "}";
+            out += std::string(i ? "," : "") + "\n  {\"path\":" + atsms::json_text(d.path) + "," + nums +
+                   ",\"serial\":" + atsms::json_text(d.serial) + ",\"driver\":" + atsms::json_text(d.driver) +
+                   ",\"description\":" + atsms::json_text(d.desc) + "}";
         } else {
             out += std::string(d.path) + "\t" + ids + "\t" + d.desc + "\n";
         }
