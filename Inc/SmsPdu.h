@@ -4,7 +4,8 @@
  * texts split into concatenated parts. Built on the SMS fields of
  * GsmUtil.h.
  *
- * Text is UTF-8 on both sides. A text goes out in the GSM 7-bit alphabet
+ * Text is UTF-8 on both sides (a U+0000 a sender used as padding is
+ * left out of a decoded text, which stays one C string). A text goes out in the GSM 7-bit alphabet
  * (with its extension table: "{}[]~|\^€" take two septets) when every
  * character has a place there, else in UCS-2 (UTF-16: characters beyond
  * U+FFFF as surrogate pairs). Two characters the library's alphabet table

@@ -118,7 +118,9 @@ void utf16be_to_utf8(std::string& out, const vek_u8* b, vek_s32 n) {
                 continue;
             }
         }
-        put_utf8(out, c >= 0xd800 && c < 0xe000 ? 0xfffd : c);
+        if (c != 0) {  // padding some senders use; it would end the C text early
+            put_utf8(out, c >= 0xd800 && c < 0xe000 ? 0xfffd : c);
+        }
     }
 }
 
