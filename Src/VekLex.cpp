@@ -363,6 +363,25 @@ VEK_API vek_s32 VekLex_feed(VekLex* x, const void* data, vek_s32 len, VekLexTok*
     clear_tok(tok);
     const unsigned char* p = (const unsigned char*)data;
     for (vek_s32 i = 0; i < len; i++) {
+        // Inside a line that can no longer be a prefix, the echo or the
+        // prompt, bytes are only kept: copy the run up to the next NUL or
+        // line end in one go (most of a PDU listing is such runs).
+        if (x->len > 0 && x->lo >= x->hi && !x->echoOk && !x->promptPending) {
+            vek_s32 j = i;
+            while (j < len && p[j] != '\r' && p[j] != '\n' && p[j] != 0) {
+                j++;
+            }
+            vek_s32 n = j - i;
+            if (x->len < x->maxLine) {
+                vek_s32 keep = std::min(n, x->maxLine - x->len);
+                std::memcpy(x->line + x->len, p + i, (size_t)keep);
+            }
+            x->len = (vek_s32)std::min<vek_s64>((vek_s64)x->len + n, 0x7fffffff);
+            i = j;
+            if (i == len) {
+                break;
+            }
+        }
         unsigned char c = p[i];
         if (c == 0) {
             continue;
