@@ -9,6 +9,7 @@
  * surrogate pairs whole.
  */
 #include <cstring>
+#include <string>
 #include <vector>
 #include "GsmUtil.h"
 #include "SmsPdu.h"
