@@ -212,16 +212,31 @@ class ModemSim {
             answer({}, "ERROR", hang);
         }
     }
+    // With a listener (external, Windows) every program run is a new
+    // connection: serve one after another until cancelled.
     vek_u32 serve() {
-        if (!dev_ && lis_ && ISock_accept(lis_, &dev_, 20000) != 0) {
-            return 0;
+        for (;;) {
+            if (p_.external && lis_) {
+                if (dev_) {
+                    ISock_release(dev_);
+                    dev_ = nullptr;
+                }
+                if (ISock_accept(lis_, &dev_, -1) != 0) {
+                    return 0;
+                }
+            }
+            if (session() == VEK_ERR_ABORTED || !(p_.external && lis_)) {
+                return 0;
+            }
         }
+    }
+    vek_s32 session() {
         std::string cur;
         char buf[256];
         for (;;) {
             vek_s32 n = ISock_read(dev_, buf, sizeof buf, -1);
             if (n <= 0) {
-                return 0;
+                return n;
             }
             for (vek_s32 i = 0; i < n; i++) {
                 char c = buf[i];
