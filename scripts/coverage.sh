@@ -8,10 +8,16 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 bash scripts/deps.sh coverage
 build=build/coverage
+# A compiler launcher such as ccache with a base folder rewrites the paths
+# the counters record, and gcovr then cannot pair them with the sources.
+unset CMAKE_C_COMPILER_LAUNCHER CMAKE_CXX_COMPILER_LAUNCHER CCACHE_BASEDIR
+# gcov leaves its .gcov files in the current folder when gcovr stops early.
+trap 'rm -f "$root"/*.gcov' EXIT
 flags="--coverage -O0"
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Debug -DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++ \
   -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
   -DCMAKE_EXE_LINKER_FLAGS=--coverage -DCMAKE_SHARED_LINKER_FLAGS=--coverage \
+  -DCMAKE_C_COMPILER_LAUNCHER= -DCMAKE_CXX_COMPILER_LAUNCHER= \
   -DBASELIB_TESTS=ON -DBASELIB_TOOLS=ON -DBASELIB_BENCH=OFF >/dev/null
 cmake --build "$build" -j"$(nproc)" >/dev/null
 # Counters from an earlier run would add up with this one.
