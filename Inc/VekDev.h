@@ -8,9 +8,12 @@
  * and up to the USB device for its ids, serial number and names; an
  * 8250 port without a UART behind it (type 0) is no device and is left
  * out. The sysfs root is a parameter so that a copy of a tree can be
- * listed. Windows reads the system's serial map (HKLM\HARDWARE\DEVICEMAP\
- * SERIALCOMM): every COM port with the name of its driver's device; USB
- * ids are not known there (-1).
+ * listed. Windows asks SetupAPI for the COM-port interfaces and the
+ * Modem class (USB ids and interface from the hardware id, the serial
+ * number from the USB device's instance id, the friendly name as the
+ * description) and adds the ports only the system's serial map
+ * (HKLM\HARDWARE\DEVICEMAP\SERIALCOMM) knows, virtual ones among them,
+ * with the name of their driver's device and ids -1.
  */
 #ifndef VEK_DEV_H
 #define VEK_DEV_H

@@ -1,24 +1,16 @@
 /*
  * VekDev.cpp - the portable half of the serial device family (VekDev.h):
- * the kernel uevent reader, the lookup of one device, and the watch.
- *
- * The watch keeps a table of the devices it has seen, filled from the
- * list when it opens, grown by arrivals and shrunk by removals: by the
- * time a removal arrives the device's sysfs folder (or its registry keys)
- * is gone, and only the table can still say which modem left. When the
- * system dropped events the table is read again from the list.
+ * the kernel uevent reader, the lookup of one device, and the watch's
+ * life around its system side and its table (DevWatch.h).
  */
 #include <cstring>
 #include <new>
-#include <vector>
 #include "AlDev.h"
+#include "DevWatch.h"
 #include "IoWait.h"
-#include "VekAlloc.h"
 #include "VekCore.h"
 
 namespace {
-
-using InfoVec = std::vector<VekDevInfo, vek::HeapAllocator<VekDevInfo>>;
 
 bool starts(const char* s, const char* p) {
     return std::strncmp(s, p, std::strlen(p)) == 0;
@@ -30,45 +22,7 @@ void put(char* dst, size_t cap, const char* s, size_t n) {
     dst[n] = 0;
 }
 
-/* The whole list into *out: 0 or the list's error. The list may grow
- * between the count and the copy, so the copy is asked again until it
- * fits. */
-vek_s32 list_all(const char* root, InfoVec* out) {
-    vek_s32 n = vek_dev_list_serial(root, nullptr, 0);
-    while (n >= 0) {
-        out->resize((size_t)n + 4);
-        vek_s32 got = vek_dev_list_serial(root, out->data(), (vek_s32)out->size());
-        if (got >= 0 && (size_t)got <= out->size()) {
-            out->resize((size_t)got);
-            return 0;
-        }
-        n = got;
-    }
-    return n;
-}
-
 } // namespace
-
-struct VekDevWatch {
-    plat::DevWatchSys* sys = nullptr;
-    char root[512] = {};
-    InfoVec known;
-
-    void reload() {
-        InfoVec fresh;
-        if (list_all(root[0] ? root : nullptr, &fresh) == 0) {
-            known.swap(fresh);
-        }
-    }
-    VekDevInfo* find(const char* path) {
-        for (VekDevInfo& d : known) {
-            if (std::strcmp(d.path, path) == 0) {
-                return &d;
-            }
-        }
-        return nullptr;
-    }
-};
 
 namespace vek {
 
@@ -162,8 +116,8 @@ VEK_API vek_s32 vek_dev_find_serial(const char* root, const char* path, VekDevIn
         return VEK_ERR_BAD_ARG;
     }
     try {
-        InfoVec all;
-        vek_s32 rc = list_all(root, &all);
+        vek::DevInfoVec all;
+        vek_s32 rc = vek::dev_list_all(root, &all);
         if (rc < 0) {
             return rc;
         }
@@ -223,31 +177,10 @@ VEK_API vek_s32 vek_dev_watch_next(VekDevWatch* w, VekDevEvent* ev, vek_s32 tmo,
         if (rc < 0) {
             return rc;
         }
-        try {
-            if (e.action == VEK_DEV_RESYNC) {
-                w->reload();
-            } else if (e.action == VEK_DEV_ARRIVED) {
-                VekDevInfo d;
-                if (vek_dev_find_serial(w->root[0] ? w->root : nullptr, e.dev.path, &d) == 0) {
-                    e.dev = d;
-                } else if (e.dev.kind == VEK_DEV_UART) {
-                    continue;  // a port the kernel reserved without a UART behind it
-                }
-                if (VekDevInfo* k = w->find(e.dev.path)) {
-                    *k = e.dev;
-                } else {
-                    w->known.push_back(e.dev);
-                }
-            } else if (VekDevInfo* k = w->find(e.dev.path)) {
-                e.dev = *k;
-                *k = w->known.back();
-                w->known.pop_back();
-            }
-        } catch (const std::bad_alloc&) {
-            // The table is a courtesy for later removals; the event stands.
+        if (vek::dev_watch_take(w, &e)) {
+            *ev = e;
+            return 0;
         }
-        *ev = e;
-        return 0;
     }
 }
 

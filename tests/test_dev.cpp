@@ -6,8 +6,10 @@
  * no hardware listed, virtual terminals listed, a wrong interface number.
  */
 #include <atomic>
+#include <cstring>
 #include <string>
 #include <vector>
+#include "DevWatch.h"
 #include "ToolRun.h"
 
 class Dev : public VekTest {};
@@ -38,7 +40,7 @@ void link(const std::string& target, const std::string& at) {
 
 } // namespace
 
-TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsWithTheirUsbDevice) {
+TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsAndTheWatchNamesThemOnRemoval) {
     std::string r = vektest::temp_dir("dev_sysfs");
     std::string usb = r + "/devices/pci0000:00/0000:00:14.0/usb1/1-1";
     file(usb, "idVendor", "2c7c");
@@ -95,6 +97,40 @@ TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsWithTheirUsbDevice) {
     EXPECT_EQ(10, one.iface);
     EXPECT_EQ(VEK_ERR_NOT_FOUND, vek_dev_find_serial(r.c_str(), "/dev/ttyS1", &one));
     EXPECT_EQ(VEK_ERR_IO, vek_dev_list_serial((r + "/missing").c_str(), d.data(), 8));
+
+    // The watch over the same tree: what it makes of the kernel's events.
+    VekDevWatch* w = nullptr;
+    if (vek_dev_watch_open(r.c_str(), &w) == 0) {
+        auto take = [&](const char* action, const char* name, VekDevEvent* ev) {
+            std::string m = std::string(action) + "@/devices/x" + '\0' + "ACTION=" + action + '\0' +
+                            "DEVPATH=/devices/x" + '\0' + "SUBSYSTEM=tty" + '\0' + "DEVNAME=" + name;
+            EXPECT_EQ(1, vek_dev_uevent_parse(m.data(), (vek_s32)m.size(), ev));
+            return vek::dev_watch_take(w, ev);
+        };
+        VekDevEvent ev;
+        // A removal names the modem from what the watch saw at its start;
+        // once gone, it is forgotten.
+        ASSERT_TRUE(take("remove", "ttyACM0", &ev));
+        EXPECT_EQ(0x2c7c, ev.dev.vid);
+        EXPECT_STREQ("SN0042", ev.dev.serial);
+        ASSERT_TRUE(take("remove", "ttyACM0", &ev));
+        EXPECT_EQ(-1, ev.dev.vid);
+        // An arrival is described by the list and remembered for its removal.
+        ASSERT_TRUE(take("add", "ttyACM0", &ev));
+        EXPECT_EQ(0, ev.dev.iface);
+        EXPECT_STREQ("cdc_acm", ev.dev.driver);
+        ASSERT_TRUE(take("remove", "ttyACM0", &ev));
+        EXPECT_STREQ("cdc_acm", ev.dev.driver);
+        // A UART the kernel reserved without hardware is no arrival.
+        EXPECT_FALSE(take("add", "ttyS1", &ev));
+        // After lost events the table is the list again.
+        ASSERT_TRUE(take("remove", "ttyUSB2", &ev));
+        ev.action = VEK_DEV_RESYNC;
+        ASSERT_TRUE(vek::dev_watch_take(w, &ev));
+        ASSERT_TRUE(take("remove", "ttyUSB2", &ev));
+        EXPECT_EQ(10, ev.dev.iface);
+        vek_dev_watch_close(w);
+    }
     vektest::remove_tree(r);
 }
 #endif
@@ -213,3 +249,40 @@ TEST_F(Dev, TheWatchWaitEndsAtItsTimeOutAndWhenCancelled) {
     EXPECT_LT(t1 - t0, 2000u);
     vek_dev_watch_close(w);
 }
+
+#ifdef __linux__
+// A real arrival through the kernel: writing "add" to a port's uevent file
+// (as "udevadm trigger --action=add" does; root only) makes the kernel send
+// the port's uevent again. The watch must take it from the kernel, and
+// describe it as the list does.
+TEST_F(Dev, ASyntheticArrivalOfARealPortComesWithItsListEntry) {
+    std::vector<VekDevInfo> d(64);
+    vek_s32 n = vek_dev_list_serial(nullptr, d.data(), 64);
+    std::string uevent;
+    VekDevInfo port = {};
+    for (vek_s32 i = 0; i < n && i < 64 && uevent.empty(); i++) {
+        std::string name = std::string(d[i].path).substr(5);
+        std::string f = std::string(d[i].kind == VEK_DEV_WWAN ? "/sys/class/wwan/" : "/sys/class/tty/") + name + "/uevent";
+        if (geteuid() == 0 && access(f.c_str(), W_OK) == 0) {
+            uevent = f, port = d[i];
+        }
+    }
+    VekDevWatch* w = nullptr;
+    if (uevent.empty() || vek_dev_watch_open(nullptr, &w) != 0) {
+        GTEST_SKIP() << "needs root, a serial port and the kernel's uevents";
+    }
+    vektest::write_file(uevent, "add");
+    VekDevEvent ev = {};
+    vek_s32 rc;
+    while ((rc = vek_dev_watch_next(w, &ev, 5000, 0)) == 0 && std::string(ev.dev.path) != port.path) {
+    }
+    vek_dev_watch_close(w);
+    if (rc == VEK_ERR_TIMEOUT) {
+        GTEST_SKIP() << "the kernel's uevents do not reach this network namespace";
+    }
+    ASSERT_EQ(0, rc);
+    EXPECT_EQ(VEK_DEV_ARRIVED, ev.action);
+    EXPECT_NE('\0', ev.syspath[0]);
+    EXPECT_EQ(0, std::memcmp(&port, &ev.dev, sizeof port)) << ev.dev.desc;
+}
+#endif

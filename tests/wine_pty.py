@@ -44,7 +44,9 @@ def main():
                                                           "wineprefix")
     master, slave = os.openpty()
     name = os.ttyname(slave)
-    os.close(slave)
+    # The slave stays open here until the end: a master whose slave nobody
+    # holds reads as hung up (EIO), which would end the device before the
+    # program under test has opened its port.
     # Create the prefix first (the wrapper does on its first start).
     subprocess.run([wine_run, "cmd", "/c", "exit"], env=dict(os.environ, WINEPREFIX=prefix),
                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -57,6 +59,7 @@ def main():
     env = dict(os.environ, WINEPREFIX=prefix, VEK_TEST_COM="COM5")
     rc = subprocess.run([wine_run, prog] + sys.argv[3:], env=env).returncode
     os.remove(link)
+    os.close(slave)
     sys.exit(rc)
 
 
