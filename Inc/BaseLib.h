@@ -61,5 +61,9 @@
 
 /* Processes talking to each other: endpoints, messages, calls. */
 #include "VekPipe.h"
+/* The modem channel and SMS. */
+#include "VekLex.h"
+#include "AtChan.h"
+#include "SmsPdu.h"
 
 #endif /* VEK_BASELIB_H */

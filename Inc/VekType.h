@@ -150,6 +150,16 @@ typedef void* vek_handle;
 #define VEK_ERR_UNSAFE_DIR      (-761) /* the runtime folder is not private to the user */
 #define VEK_ERR_FRAME_TOO_BIG   (-762) /* a message frame is longer than the connection's limit */
 #define VEK_ERR_BAD_FRAME       (-763) /* a malformed message frame */
+/* The modem channel (AtChan.h); "+CME ERROR: n" and "+CMS ERROR: n" map
+ * to -10000 - n and -20000 - n (VEK_AT_CME_BASE, VEK_AT_CMS_BASE). */
+#define VEK_ERR_AT_ERROR        (-730) /* the modem answered ERROR */
+#define VEK_ERR_AT_NO_CARRIER   (-731) /* the modem answered NO CARRIER */
+#define VEK_ERR_AT_BUSY         (-732) /* the modem answered BUSY */
+#define VEK_ERR_AT_NO_ANSWER    (-733) /* the modem answered NO ANSWER */
+#define VEK_ERR_AT_NO_DIALTONE  (-734) /* the modem answered NO DIALTONE */
+#define VEK_ERR_AT_VENDOR       (-735) /* the modem answered a vendor's final error */
+#define VEK_ERR_AT_CME_TEXT     (-736) /* +CME ERROR with a text not known here */
+#define VEK_ERR_AT_CMS_TEXT     (-737) /* +CMS ERROR with a text not known here */
 
 VEK_BEGIN_DECLS
 

@@ -56,6 +56,15 @@ constexpr ErrText kTexts[] = {
     {VEK_ERR_UNSAFE_DIR, "the runtime folder is not private to the user"},
     {VEK_ERR_FRAME_TOO_BIG, "a message frame is longer than the limit"},
     {VEK_ERR_BAD_FRAME, "a malformed message frame"},
+    /* The modem channel */
+    {VEK_ERR_AT_ERROR, "the modem answered ERROR"},
+    {VEK_ERR_AT_NO_CARRIER, "the modem answered NO CARRIER"},
+    {VEK_ERR_AT_BUSY, "the modem answered BUSY"},
+    {VEK_ERR_AT_NO_ANSWER, "the modem answered NO ANSWER"},
+    {VEK_ERR_AT_NO_DIALTONE, "the modem answered NO DIALTONE"},
+    {VEK_ERR_AT_VENDOR, "the modem answered a vendor's error"},
+    {VEK_ERR_AT_CME_TEXT, "the modem answered +CME ERROR"},
+    {VEK_ERR_AT_CMS_TEXT, "the modem answered +CMS ERROR"},
     {VEK_ERR_MALFORMED, "input not in the expected form"},
     {VEK_ERR_XML_SYNTAX, "XML not well-formed"},
     {VEK_ERR_XML_CHAR, "a character XML does not allow"},
@@ -97,6 +106,13 @@ extern "C" {
 VEK_API const char* vek_err_text(vek_s32 code) {
     if (code >= 0) {
         return "success";
+    }
+    // The modem's own numbered errors (AtChan.h).
+    if (code <= -10000 && code > -20000) {
+        return "the modem answered +CME ERROR (code -10000 - n)";
+    }
+    if (code <= -20000 && code > -30000) {
+        return "the modem answered +CMS ERROR (code -20000 - n)";
     }
     size_t lo = 0, hi = sizeof kTexts / sizeof kTexts[0];
     while (lo < hi) {

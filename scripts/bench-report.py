@@ -121,6 +121,16 @@ ROWS += [
     ("generic event sent, decoded in the other process, answered", "BM_pm_evt/real_time",
      "BM_uds_rtt_raw/real_time", "raw 64-byte round trip", 4.0),
 ]
+# The modem channel (lexer throughput >= 0.3x memchr is time <= 3.33x).
+ROWS += [
+    ("modem transcript, 8 MiB: tokens (VekLex) vs line ends", "BM_lex_vek", "BM_lex_memchr", "memchr", 3.33),
+    ("AtChan command/OK round trip, pseudo-terminal", "BM_atchan_rtt_vek/real_time", "BM_atchan_rtt_raw/real_time",
+     "write/poll/read", 1.3),
+]
+ABS_ROWS += [
+    ("VekLex on a modem transcript (500 MB/s = 2 ns/B)", "BM_lex_vek", "ns_per_byte", 2.0, "ns/B"),
+    ("3-part UCS-2 SMS encoded and its parts decoded", "BM_sms_ucs2_3part", "us", 1000.0, "µs"),
+]
 
 UNIT_NS = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}
 

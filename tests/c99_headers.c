@@ -157,6 +157,23 @@ int main(void) {
         }
         VekStr_delete(&msg);
     }
+    /* a modem reply cut into tokens */
+    {
+        VekLex* lex = VekLex_new(0, 0);
+        VekLexTok tok;
+        if (!lex || VekLex_feed(lex, "+CME ERROR: 14\r\n", 16, &tok) != 15 || tok.kind != VEK_LEX_CME || tok.code != 14) {
+            return 1;
+        }
+        VekLex_delete(lex);
+    }
+    /* a published SMS-SUBMIT */
+    {
+        SmsMsg sms;
+        if (SmsPdu_dec(&sms, "0011000B916407281553F80000AA0AE8329BFD4697D9EC37", -1, 1) != 0 ||
+            strcmp(sms.text, "hellohello") != 0) {
+            return 1;
+        }
+    }
     printf("c99 ok %s\n", vek_version());
     return 0;
 }

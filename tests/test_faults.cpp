@@ -636,6 +636,85 @@ TEST_F(Faults, DeviceWatch) {
     });
 }
 
+// The modem channel: a lexer, and a channel over TCP that takes a URC
+// while a command waits in vain. A URC lost to memory is acceptable; a
+// command that ends in anything but its time-out is not.
+// The owner thread's own queue lives as long as the thread: it is made
+// before the fixture counts the live blocks.
+class ModemFaults : public Faults {
+  protected:
+    void SetUp() override {
+        vek_erp_self();
+        Faults::SetUp();
+    }
+};
+
+TEST_F(ModemFaults, ModemChannel) {
+    sweep("VekLex, AtChan", [] {
+        VekLex* lex = VekLex_new(0, 0);
+        if (lex) {
+            VekLexTok t;
+            EXPECT_EQ(VekLex_addPrefix(lex, "#X:", VEK_LEX_URC, 0, 0), 0);
+            EXPECT_EQ(VekLex_feed(lex, "#X: 1\r", 6, &t), 6);
+            EXPECT_EQ(t.kind, VEK_LEX_URC);
+            VekLex_delete(lex);
+        }
+        vek_s32 err;
+        ISock* lis = TcpSock_xlisten__("127.0.0.1", 0, VEK_TCP_NUMERIC, &err, __FILE__, __LINE__);
+        if (!lis) {
+            return;
+        }
+        ISock* cli = TcpSock_xconnect__("127.0.0.1", TcpSock_port(lis), VEK_TCP_NUMERIC, 5000, &err, __FILE__,
+                                        __LINE__);
+        ISock* srv = nullptr;
+        if (cli && ISock_accept(lis, &srv, 5000) == 0) {
+            AtChan* ch = AtChan_new(cli, nullptr, &err);
+            if (!ch) {
+                EXPECT_TRUE(err == VEK_ERR_FULL || err == VEK_ERR_NO_FREE_SLOT) << err;
+            } else {
+                EXPECT_EQ(ISock_write(srv, "\r\nRING\r\n", 8, 1000), 8);
+                VekStr s;
+                VekStr_new(&s);
+                EXPECT_EQ(AtChan_cmd(ch, "AT+CSQ", &s, 30), VEK_ERR_TIMEOUT);
+                VekStr_delete(&s);
+                AtChan_delete(ch);
+                vek_erp_disp();
+            }
+        }
+        for (ISock* s : {srv, cli, lis}) {
+            if (s) {
+                ISock_release(s);
+            }
+        }
+    }, {"ret", "evt", "thrdHnd"});
+}
+
+// Joining SMS parts: a part that cannot be kept is reported, and what is
+// handed over is never a mix of two messages.
+TEST_F(Faults, SmsParts) {
+    sweep("SmsConcat", [] {
+        std::string got;
+        SmsConcat* cc = SmsConcat_new(1, 1000, [](void* ctx, const SmsJoined* j) { *(std::string*)ctx += j->text; }, &got);
+        if (!cc) {
+            return;
+        }
+        SmsMsg m{};
+        m.type = SMS_DELIVER;
+        m.ref = 9;
+        m.total = 2;
+        for (vek_s32 seq : {2, 1}) {
+            m.seq = seq;
+            m.textLen = 1;
+            m.text[0] = (char)('a' + seq - 1);
+            vek_s32 r = SmsConcat_add(cc, &m, seq, 0);
+            EXPECT_TRUE(r >= 0 || r == VEK_ERR_FULL) << r;
+        }
+        SmsConcat_flush(cc);
+        EXPECT_TRUE(got == "ab" || got == "a\xE2\x80\xA6" || got == "\xE2\x80\xA6" "b" || got.empty()) << got;
+        SmsConcat_delete(cc);
+    });
+}
+
 // Disc full and failing reads: every byte offset of a write or read fails
 // once. A writer must keep the previous file and say so; a reader must
 // report the failure rather than hand back part of the file as the whole.

@@ -4,27 +4,9 @@
 #include <cstring>
 #include <string>
 #include <vector>
-#include "VekTool.h"
+#include "AtSmsTool.h"
 
 namespace {
-
-std::string json_text(const char* s) {
-    std::string out = "\"";
-    for (; *s; s++) {
-        unsigned char c = (unsigned char)*s;
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += (char)c;
-        } else if (c < 0x20) {
-            char esc[8];
-            std::snprintf(esc, sizeof esc, "\\u%04x", c);
-            out += esc;
-        } else {
-            out += (char)c;
-        }
-    }
-    return out + "\"";
-}
 
 int modem_list(const vektool::Args& a) {
     bool json = a.flag("--json");
@@ -47,9 +29,9 @@ int modem_list(const vektool::Args& a) {
             char nums[96];
             std::snprintf(nums, sizeof nums, "\"vid\":%d,\"pid\":%d,\"interface\":%d", (int)d.vid, (int)d.pid,
                           (int)d.iface);
-            out += std::string(i ? "," : "") + "\n  {\"path\":" + json_text(d.path) + "," + nums +
-                   ",\"serial\":" + json_text(d.serial) + ",\"driver\":" + json_text(d.driver) +
-                   ",\"description\":" + json_text(d.desc) + "}";
+            out += std::string(i ? "," : "") + "\n  {\"path\":" + atsms::json_text(d.path) + "," + nums +
+                   ",\"serial\":" + atsms::json_text(d.serial) + ",\"driver\":" + atsms::json_text(d.driver) +
+                   ",\"description\":" + atsms::json_text(d.desc) + "}";
         } else {
             out += std::string(d.path) + "\t" + ids + "\t" + d.desc + "\n";
         }
@@ -66,14 +48,25 @@ const vektool::Option kListOptions[] = {
     {nullptr, nullptr, nullptr, nullptr},
 };
 
+const vektool::Option kAtOptions[] = {
+    ATSMS_PORT_OPTIONS,
+    {nullptr, nullptr, nullptr, nullptr},
+};
+
 const vektool::SubCommand kSubs[] = {
     {"list", "modem list [--json]",
      "the serial devices: path, USB vid:pid and description (exit 1 when there are none)", modem_list, 0, 0,
      kListOptions, nullptr},
+    {"at", "modem at [--baud N] [--timeout MS] PORT COMMAND...",
+     "send each AT command in turn; print each reply's lines but the final OK", atsms::modem_at, 2, -1, kAtOptions,
+     "PORT is a device path (/dev/ttyUSB0, COM3) or tcp:HOST:PORT.\n"
+     "Exit 0 when every command ended in OK; 1 when one ended in ERROR, +CME ERROR or +CMS ERROR\n"
+     "(that line on stderr; the other commands still run); 2 on a time-out, a port or a usage error.\n"
+     "URCs that arrive meanwhile are not printed."},
 };
 
 } // namespace
 
-static const vektool::Command kModem = {"modem", "modem list ...", "serial devices of modems and phones", kSubs,
+static const vektool::Command kModem = {"modem", "modem list|at ...", "serial devices of modems and phones", kSubs,
                                         sizeof kSubs / sizeof *kSubs};
 VEKTOOL_COMMAND(kModem);

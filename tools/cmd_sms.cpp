@@ -7,6 +7,7 @@
  * reads it, and refuse what it would read wrong.
  */
 #include <cstdio>
+#include "AtSmsTool.h"
 #include "CodecTool.h"
 
 using namespace codectool;
@@ -378,6 +379,23 @@ const vektool::Option kScts[] = {
     {nullptr, nullptr, nullptr, nullptr},
 };
 
+const vektool::Option kSendOptions[] = {
+    ATSMS_PORT_OPTIONS,
+    {"--ucs2", nullptr, nullptr, "send in UCS-2 even when the GSM alphabet would do"},
+    {"--report", nullptr, nullptr, "ask for a status report"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+const vektool::Option kListOptions[] = {
+    ATSMS_PORT_OPTIONS,
+    {"--delete", nullptr, nullptr, "delete the messages printed"},
+    {"--json", nullptr, nullptr, "an array of objects: from, time, text, complete, index"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+const vektool::Option kDecodeOptions[] = {
+    {"--json", nullptr, nullptr, "one object: type, smsc, from or to, time, coding, text, ref/part/parts"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+
 const vektool::SubCommand kSms[] = {
     {"pack", "sms pack [--fill N] [FILE|-]", "pack septets (bytes below 0x80); the octets in hex", sms_pack, 0, 1,
      kFill},
@@ -399,11 +417,25 @@ const vektool::SubCommand kSms[] = {
      "hours and \"+00:00\" for UTC (GsmUtil_decObsTime drops quarter hours and reads 00 as no zone).\n"
      "--enc takes the years 1981-2080, which the two-digit year reads back as, and writes the zone\n"
      "given (GsmUtil_encObsTime writes 00, UTC)."},
+    {"send", "sms send [--baud N] [--timeout MS] [--ucs2] [--report] PORT NUMBER TEXT",
+     "send TEXT (UTF-8) in PDU mode, split as needed; one message reference per line", atsms::sms_send, 3, 3,
+     kSendOptions,
+     "PORT is a device path (/dev/ttyUSB0, COM3) or tcp:HOST:PORT. GSM 7-bit when the text allows,\n"
+     "else UCS-2; a long text goes as concatenated parts (at most 255). Exit 1 when the modem refused\n"
+     "a part (+CMS ERROR on stderr), 2 on a time-out, a port or a usage error."},
+    {"list", "sms list [--baud N] [--timeout MS] [--delete] [--json] PORT",
+     "every stored message (AT+CMGL=4), parts joined: sender, time (ISO 8601), text", atsms::sms_list, 1, 1,
+     kListOptions,
+     "Parts of one message are joined whatever their order; a missing part shows as U+2026 and\n"
+     "complete is false. index lists the storage indexes of the parts. --delete deletes (AT+CMGD)\n"
+     "what was printed, after printing it."},
+    {"decode", "sms decode [--json] PDU", "decode one PDU (hex, with its service-centre field) offline",
+     atsms::sms_decode, 1, 1, kDecodeOptions},
 };
 
 } // namespace
 
-static const vektool::Command kSmsCmd = {"sms", "sms pack|unpack|number|scts ...",
-                                         "short-message PDU fields: septets, addresses, time stamps", kSms,
+static const vektool::Command kSmsCmd = {"sms", "sms pack|unpack|number|scts|send|list|decode ...",
+                                         "short messages: PDU fields, decoding, sending and listing through a modem", kSms,
                                          sizeof kSms / sizeof kSms[0]};
 VEKTOOL_COMMAND(kSmsCmd);
