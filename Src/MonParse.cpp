@@ -5,6 +5,7 @@
  */
 #include <cstring>
 #include "MonPlat.h"
+#include "UEvent.h"
 
 namespace vek {
 
@@ -100,35 +101,28 @@ void mountinfo_parse(const char* text, size_t len, MountList& out) {
 }
 
 bool uevent_parse(const char* msg, size_t len, UEvent& out) {
-    const char* end = msg + len;
-    const char* at = (const char*)std::memchr(msg, '@', len);
-    const char* first = (const char*)std::memchr(msg, 0, len);
-    if (!at || (first && first < at)) {
-        return false;  // not "ACTION@DEVPATH" (udev's own messages start otherwise)
-    }
     out = UEvent();
-    for (const char* p = first ? first + 1 : end; p < end;) {
-        const char* z = (const char*)std::memchr(p, 0, (size_t)(end - p));
-        const char* e = z ? z : end;
-        const char* eq = (const char*)std::memchr(p, '=', (size_t)(e - p));
-        if (eq) {
-            size_t kl = (size_t)(eq - p);
-            VString v(eq + 1, e);
-            if (kl == 6 && !std::memcmp(p, "ACTION", 6)) {
-                out.action = v;
-            } else if (kl == 9 && !std::memcmp(p, "SUBSYSTEM", 9)) {
-                out.subsystem = v;
-            } else if (kl == 7 && !std::memcmp(p, "DEVNAME", 7)) {
-                out.devName = v;
-            } else if (kl == 7 && !std::memcmp(p, "DEVTYPE", 7)) {
-                out.devType = v;
-            } else if (kl == 17 && !std::memcmp(p, "DISK_MEDIA_CHANGE", 17)) {
-                out.mediaChange = v == "1";
-            }
+    auto is = [](const char* k, size_t kl, const char* key) {
+        return kl == std::strlen(key) && !std::memcmp(k, key, kl);
+    };
+    bool ok = uevent_walk(msg, len, [&](const char* k, size_t kl, const char* v, size_t vl) {
+        if (!v) {
+            return true;  // a field the disc watch has no use for
         }
-        p = e + 1;
-    }
-    return !out.action.empty();
+        if (is(k, kl, "ACTION")) {
+            out.action = VString(v, v + vl);
+        } else if (is(k, kl, "SUBSYSTEM")) {
+            out.subsystem = VString(v, v + vl);
+        } else if (is(k, kl, "DEVNAME")) {
+            out.devName = VString(v, v + vl);
+        } else if (is(k, kl, "DEVTYPE")) {
+            out.devType = VString(v, v + vl);
+        } else if (is(k, kl, "DISK_MEDIA_CHANGE")) {
+            out.mediaChange = vl == 1 && *v == '1';
+        }
+        return true;
+    });
+    return ok && !out.action.empty();
 }
 
 } // namespace vek

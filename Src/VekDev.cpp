@@ -8,6 +8,7 @@
 #include "AlDev.h"
 #include "DevWatch.h"
 #include "IoWait.h"
+#include "UEvent.h"
 #include "VekCore.h"
 
 namespace {
@@ -51,41 +52,26 @@ VEK_API vek_s32 vek_dev_uevent_parse(const void* msg, vek_s32 len, VekDevEvent* 
         vek_assert__("msg && len >= 0 && ev", __FILE__, __LINE__);
         return VEK_ERR_BAD_ARG;
     }
-    const char* p = (const char*)msg;
-    const char* end = p + len;
-    // The header, "add@/devices/...": udev's own messages ("libudev")
-    // and anything else without it are not the kernel's.
-    const char* hdrEnd = (const char*)std::memchr(p, 0, (size_t)len);
-    hdrEnd = hdrEnd ? hdrEnd : end;
-    if (!std::memchr(p, '@', (size_t)(hdrEnd - p))) {
-        return VEK_ERR_BAD_ARG;
-    }
     const char *action = nullptr, *devpath = nullptr, *subsys = nullptr, *devname = nullptr;
     size_t actionLen = 0, devpathLen = 0, subsysLen = 0, devnameLen = 0;
-    for (const char* f = hdrEnd; f < end; f++) {
-        const char* fEnd = (const char*)std::memchr(f, 0, (size_t)(end - f));
-        fEnd = fEnd ? fEnd : end;
-        if (fEnd == f) {
-            continue;  // the header's terminator, or an empty field
+    bool ok = vek::uevent_walk((const char*)msg, (size_t)len,
+                               [&](const char* k, size_t kl, const char* v, size_t vl) {
+        auto is = [&](const char* key) { return kl == std::strlen(key) && std::memcmp(k, key, kl) == 0; };
+        if (!v) {
+            return false;  // a field without '=' is no kernel message
         }
-        const char* eq = (const char*)std::memchr(f, '=', (size_t)(fEnd - f));
-        if (!eq) {
-            return VEK_ERR_BAD_ARG;
-        }
-        size_t keyLen = (size_t)(eq - f), valLen = (size_t)(fEnd - eq - 1);
-        auto is = [&](const char* key) { return keyLen == std::strlen(key) && std::memcmp(f, key, keyLen) == 0; };
         if (is("ACTION")) {
-            action = eq + 1, actionLen = valLen;
+            action = v, actionLen = vl;
         } else if (is("DEVPATH")) {
-            devpath = eq + 1, devpathLen = valLen;
+            devpath = v, devpathLen = vl;
         } else if (is("SUBSYSTEM")) {
-            subsys = eq + 1, subsysLen = valLen;
+            subsys = v, subsysLen = vl;
         } else if (is("DEVNAME")) {
-            devname = eq + 1, devnameLen = valLen;
+            devname = v, devnameLen = vl;
         }
-        f = fEnd;
-    }
-    if (!action || !devpath || !subsys) {
+        return true;
+    });
+    if (!ok || !action || !devpath || !subsys) {
         return VEK_ERR_BAD_ARG;
     }
     auto same = [](const char* v, size_t n, const char* s) { return n == std::strlen(s) && std::memcmp(v, s, n) == 0; };
