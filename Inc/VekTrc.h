@@ -26,7 +26,7 @@
  * "DropNew" (the default: the new record is dropped, so the first errors of
  * a burst survive) or "DropOld" (the oldest queued record is dropped). The
  * writer reports drops in the trace itself ("VekTrc: <n> records dropped,
- * ring full"); tout_info counts them. The ring is drained by tout_flush, at
+ * ring full"); tout_write_info counts them. The ring is drained by tout_flush, at
  * BaseLib_exit and on the fault path. A listener is always called on the
  * thread that writes the record, before the call returns.
  *
@@ -132,20 +132,32 @@ VEK_API vek_s32 tout_set_async(vek_s32 capacity, vek_s32 policy);
  * returns 0. */
 VEK_API vek_s32 tout_flush(void);
 
-/* What the trace manager runs with. */
+/* What the trace manager runs with. The record's layout is part of the
+ * ABI of 1.0 and never grows: what came later is in VekTrcWriteInfo. */
 typedef struct VekTrcInfo {
     char type[16];        /* "SysTrc", "FileTrc" or "" */
     char fileName[1024];  /* trace file of "FileTrc", else "" */
     vek_s32 holdConn;     /* buffer records while no connection is up */
     vek_s32 bufQueSize;   /* that buffer's capacity in records (at most 10000) */
     vek_s32 holding;      /* trace holding started by BaseLib_init */
+} VekTrcInfo;
+VEK_API vek_s32 tout_info(VekTrcInfo* info);
+
+/* How records are written: the asynchronous ring and the file's flushing.
+ * The caller sets size to sizeof(VekTrcWriteInfo) before the call, so that
+ * a later release may append fields and still fill what an older program
+ * knows. */
+typedef struct VekTrcWriteInfo {
+    vek_u32 size;         /* in: sizeof the record the caller has */
     vek_s32 asyncQue;     /* capacity of the asynchronous ring, 0: synchronous */
     vek_s32 asyncFull;    /* its policy, VEK_TRC_BLOCK ... */
     vek_s32 flushLev;     /* records up to this level reach the file at once */
     vek_s32 flushMs;      /* buffered records are flushed at most this late */
     vek_s64 dropped;      /* records the asynchronous ring dropped so far */
-} VekTrcInfo;
-VEK_API vek_s32 tout_info(VekTrcInfo* info);
+} VekTrcWriteInfo;
+/* Fills the first info->size bytes of info (the size field kept); 0, or
+ * -81 when info is null or size is smaller than the size field. */
+VEK_API vek_s32 tout_write_info(VekTrcWriteInfo* info);
 
 /* ---- debug manager ---- */
 VEK_API vek_s32 DbgMng_init(void);  /* counted; returns the count */

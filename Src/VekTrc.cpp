@@ -1317,12 +1317,28 @@ VEK_API vek_s32 tout_info(VekTrcInfo* info) {
     info->holdConn = g_trc.holdConn;
     info->bufQueSize = g_trc.bufQueSize;
     info->holding = g_trc.holding;
-    info->asyncQue = g_ring.load(std::memory_order_acquire) ? g_trc.asyncQue : 0;
-    info->asyncFull = g_trc.asyncFull;
-    info->flushLev = g_trc.flushLev;
-    info->flushMs = g_trc.flushMs;
-    info->dropped = g_droppedTotal.load(std::memory_order_relaxed);
     g_trc.lock.unlock();
+    return 0;
+}
+
+VEK_API vek_s32 tout_write_info(VekTrcWriteInfo* info) {
+    if (!info || info->size < sizeof info->size) {
+        VEK_ASSERT(info && info->size >= sizeof info->size);
+        return VEK_ERR_BAD_ARG;
+    }
+    VekTrcWriteInfo all;
+    std::memset(&all, 0, sizeof all);
+    g_trc.lock.lock();
+    all.asyncQue = g_ring.load(std::memory_order_acquire) ? g_trc.asyncQue : 0;
+    all.asyncFull = g_trc.asyncFull;
+    all.flushLev = g_trc.flushLev;
+    all.flushMs = g_trc.flushMs;
+    all.dropped = g_droppedTotal.load(std::memory_order_relaxed);
+    g_trc.lock.unlock();
+    // An older caller's shorter record gets the fields it knows.
+    size_t n = info->size < sizeof all ? info->size : sizeof all;
+    all.size = info->size;
+    std::memcpy(info, &all, n);
     return 0;
 }
 

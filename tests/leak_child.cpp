@@ -134,8 +134,9 @@ int ring_mode(int n) {
     fcntl(rfd, F_SETPIPE_SZ, 4096);
     BaseLib_init();
     tout_flush();  // the start's own records are out before the burst
-    VekTrcInfo info;
-    tout_info(&info);
+    VekTrcWriteInfo info;
+    info.size = sizeof info;
+    tout_write_info(&info);
     const bool block = info.asyncFull == VEK_TRC_BLOCK;
     std::string got;
     bool done = false;
@@ -173,7 +174,7 @@ int ring_mode(int n) {
         rd = std::thread(reader);
     }
     tout_flush();
-    tout_info(&info);
+    tout_write_info(&info);
     BaseLib_exit();
     __atomic_store_n(&done, true, __ATOMIC_RELEASE);
     rd.join();
