@@ -3,7 +3,9 @@
  * modems (ttyUSB, ttyACM), on-board ports with hardware behind them,
  * Bluetooth RFCOMM ports and the AT ports of PCIe modems (wwan).
  *
- * The family is portable; wdev_* are the Windows names of the same job.
+ * The family is portable: the same vek_dev_* calls on both systems, rather
+ * than a Windows-only wdev_* set (the library's prefix for calls that
+ * exist on Windows alone) beside a POSIX one.
  * Linux reads sysfs: each /sys/class/tty entry is followed to its device
  * and up to the USB device for its ids, serial number and names; an
  * 8250 port without a UART behind it (type 0) is no device and is left
