@@ -46,6 +46,7 @@
 #ifndef VEK_PIPE_H
 #define VEK_PIPE_H
 
+#include "TaskSvr.h"
 #include "VekEvt.h"
 #include "VekSock.h"
 
@@ -109,6 +110,7 @@ VEK_API vek_s32 VekPipe_addr(const char* name, char* buf, vek_s32 size);
 #define PM_KIND_MSG 1  /* one-way message */
 #define PM_KIND_REQ 2  /* request: answer it with pm_reply */
 #define PM_KIND_RSP 3  /* response to a request of this side */
+#define PM_KIND_CANCEL 4  /* the peer gave up waiting for its request id */
 
 typedef struct PmConn PmConn;
 
@@ -140,13 +142,17 @@ VEK_API vek_s32 pm_send(PmConn* conn, vek_u32 type, const void* data, vek_s32 le
 /* Sends evt (encoded by GenEvt_enc; the caller keeps it) as a one-way
  * message of the given type: 0. */
 VEK_API vek_s32 pm_send_evt(PmConn* conn, vek_u32 type, const GenEvt* evt, vek_s32 tmo);
-/* The next message (a request or a one-way message) into *msg: 0. A
- * response nobody waits for any more (its request timed out) is dropped. */
+/* The next message (a request, a one-way message or a cancel) into *msg:
+ * 0. A response nobody waits for any more (its request timed out) is
+ * dropped. */
 VEK_API vek_s32 pm_recv(PmConn* conn, PmMsg* msg, vek_s32 tmo);
 /* Frees a message's data and event and clears it. */
 VEK_API void pm_msg_clean(PmMsg* msg);
 /* Sends a request of len bytes (or the event evt when not null) and
- * waits for its response into *reply: 0. Messages and requests that
+ * waits for its response into *reply: 0, or the code of an error answer
+ * (pm_reply_err). A request given up (-5, -12) is followed by a cancel
+ * frame naming it, so the peer may stop working on it; its late answer is
+ * dropped. Messages and requests that
  * arrive meanwhile are kept for pm_recv (up to 64; beyond that the
  * connection ends with -201, as a peer that never answers would make it
  * grow without bound). */
@@ -155,6 +161,63 @@ VEK_API vek_s32 pm_request(PmConn* conn, vek_u32 type, const void* data, vek_s32
 /* Answers the request req with len bytes (or evt when not null): 0. */
 VEK_API vek_s32 pm_reply(PmConn* conn, const PmMsg* req, vek_u32 type, const void* data, vek_s32 len,
                          const GenEvt* evt, vek_s32 tmo);
+
+/* Answers the request req with the negative code instead of a payload
+ * (pm_request and rpc_call return it): 0. */
+VEK_API vek_s32 pm_reply_err(PmConn* conn, const PmMsg* req, vek_s32 code, vek_s32 tmo);
+
+/* ---- rpc_*: calls ----
+ *
+ * A call is a request (pm_* frames) that a server answers by running its
+ * handler as a task of a task server pool; the caller waits for the
+ * answer that carries its own call id, so an answer that comes after the
+ * caller gave up is dropped, never taken for a later call's.
+ *
+ * Cancelling. A call ends with -5 when the calling thread is cancelled
+ * (vek_thrd_cancel) or the call is (vek_call_cancel: the call made inside
+ * a message block, or as the operation of an asynchronous block), and
+ * with -12 at its time-out. Either way the caller sends a cancel naming
+ * the call, and the server cancels the task running its handler (a task
+ * not started yet is removed): the handler's abortable waits return -5.
+ * A handler that runs to its end anyway still answers; that answer is
+ * dropped by the caller.
+ *
+ * A server that ends (or dies) while a call waits ends the call with
+ * -851 (VEK_ERR_PEER_CLOSED); a connection that ended earlier gives -23
+ * or the code that ended it. */
+
+typedef struct RpcSvr RpcSvr;
+
+/* A handler: answers the request req (its type, and its bytes or event)
+ * into *rsp (cleared on entry: set type, and data from vek_malloc with
+ * len, or evt; the library frees them after sending). Its result: >= 0
+ * sends *rsp, negative sends that code as the call's result. It runs on a
+ * worker of the server's pool, one task per call, so calls of one client
+ * run side by side. */
+typedef vek_s32 (*RpcFn)(void* ctx, const PmMsg* req, PmMsg* rsp);
+
+/* A server at name (VekPipe_xlisten__; flags VEK_PIPE_ANY_USER allowed)
+ * whose handler fn(ctx, ...) runs on pool (null: TaskSvr_def). Each client
+ * connection (pm_connect) is read by a thread of the server's own; up to
+ * 256 connections are served at once, further ones (and any a thread
+ * cannot be started for) are closed at once.
+ * The server, or null with the reason in *err (may be null): the codes of
+ * VekPipe_xlisten__. */
+VEK_API RpcSvr* rpc_svr_new(const char* name, vek_s32 flags, TaskSvr* pool, RpcFn fn, void* ctx, vek_s32* err);
+/* Stops accepting, closes every connection, cancels the handlers still
+ * running and returns once they have returned (a handler that ignores
+ * its cancel holds this up); null allowed. Not from a handler. */
+VEK_API void rpc_svr_delete(RpcSvr* svr);
+
+/* Calls the server at the other end of conn: sends type with len bytes
+ * of data (or evt when not null) and waits up to tmo ms (negative: no
+ * limit) for the answer into *reply (free it with pm_msg_clean): 0, or
+ * the handler's negative result, -5, -12, -851, or a code of pm_request.
+ * Several threads may call on one connection: their calls take turns
+ * (waiting for the turn counts in tmo and is cancellable). A connection
+ * used for calls is not read with pm_recv meanwhile. */
+VEK_API vek_s32 rpc_call(PmConn* conn, vek_u32 type, const void* data, vek_s32 len, const GenEvt* evt, PmMsg* reply,
+                         vek_s32 tmo);
 
 VEK_END_DECLS
 

@@ -41,6 +41,7 @@ struct PmConnRec {
     vek_u32 tag;
     ISock* sock;
     vek_handle sendLock;
+    vek_handle callLock;  // rpc_call's turn on the connection
     vek_s32 maxLen;
     std::atomic<vek_u32> nextId{0};
     std::atomic<vek_s32> fin{0};  // the final code once the connection ended, else 0
@@ -52,7 +53,7 @@ struct PmConnRec {
     size_t rlen = 0;
     vek_u8 rbuf[16384];
 
-    PmConnRec(ISock* s, vek_s32 max) : tag(kConnTag), sock(s), sendLock(nullptr), maxLen(max), dec((vek_u32)max) {}
+    PmConnRec(ISock* s, vek_s32 max) : tag(kConnTag), sock(s), sendLock(nullptr), callLock(nullptr), maxLen(max), dec((vek_u32)max) {}
 };
 
 PmConnRec* rec_of(PmConn* c, vek_s32 line) {
@@ -156,7 +157,7 @@ bool bad_payload(const void* data, vek_s32 len) {
 
 /* Sends one frame: head, then len bytes of data or evt's packet. */
 vek_s32 send_frame(PmConnRec* c, vek_u8 kind, vek_u32 type, vek_u32 id, const void* data, vek_s32 len,
-                   const GenEvt* evt, vek_s32 tmo) {
+                   const GenEvt* evt, vek_s32 tmo, vek_u8 flags = 0) {
     vek_u32 start = vek_msec();
     if (type > 0xFFFF || (!evt && bad_payload(data, len))) {
         return VEK_ERR_BAD_ARG;
@@ -165,7 +166,7 @@ vek_s32 send_frame(PmConnRec* c, vek_u8 kind, vek_u32 type, vek_u32 id, const vo
     if (g != 0) {
         return g;
     }
-    vek::PmHead h = {0, kind, 0, (vek_u16)type, id};
+    vek::PmHead h = {0, kind, flags, (vek_u16)type, id};
     void* pkt = nullptr;
     if (evt) {
         vek_u32 plen = 0;
@@ -211,6 +212,25 @@ void drop(vek::PmFrame& f) {
     f.body = nullptr;
 }
 
+/* The code an error answer carries (a peer's non-negative one is a broken
+ * frame: the caller must never take it for success). */
+vek_s32 err_of(vek::PmFrame& f) {
+    vek_s32 code = (vek_s32)((vek_u32)f.body[0] | (vek_u32)f.body[1] << 8 | (vek_u32)f.body[2] << 16 |
+                             (vek_u32)f.body[3] << 24);
+    drop(f);
+    return code < 0 ? code : VEK_ERR_BAD_FRAME;
+}
+
+/* Tells the peer that the request id is given up, so that its handler can
+ * stop. The caller's cancel is still signalled (that is why it gave up),
+ * so the frame goes out inside a message block of its own, whose waits
+ * only its short time-out ends. */
+void send_cancel(PmConnRec* c, vek_u32 id) {
+    vek_msg_blk_beg();
+    send_frame(c, PM_KIND_CANCEL, 0, id, nullptr, 0, nullptr, 1000);
+    vek_msg_blk_end();
+}
+
 bool payload_args_ok(PmConn* conn, const void* msgOut) {
     if (!conn || !msgOut) {
         vek_assert__("conn && msg", __FILE__, __LINE__);
@@ -233,13 +253,18 @@ VEK_API PmConn* pm_open(ISock* sock, vek_s32 maxLen, vek_s32* err) {
     }
     void* mem = vek_malloc__(sizeof(PmConnRec));
     vek_handle lock = mem ? vek_lock_create__(nullptr, 0) : nullptr;
-    if (!lock) {
+    vek_handle callLock = lock ? vek_lock_create__(nullptr, 0) : nullptr;
+    if (!callLock) {
+        if (lock) {
+            vek_lock_close(lock);
+        }
         vek_free__(mem);
         *err = VEK_ERR_FULL;
         return nullptr;
     }
     PmConnRec* c = new (mem) PmConnRec(sock, maxLen > 0 ? maxLen : PM_MAX_LEN_DEF);
     c->sendLock = lock;
+    c->callLock = callLock;
     ISock_addRef(sock);
     *err = 0;
     return (PmConn*)c;
@@ -263,6 +288,7 @@ VEK_API void pm_close(PmConn* conn) {
     ISock_close(c->sock);
     ISock_release(c->sock);
     vek_lock_close(c->sendLock);
+    vek_lock_close(c->callLock);
     while (Parked* p = c->parkHead) {
         c->parkHead = p->next;
         drop(p->f);
@@ -348,7 +374,7 @@ VEK_API vek_s32 pm_request(PmConn* conn, vek_u32 type, const void* data, vek_s32
         }
         if (f.head.kind == PM_KIND_RSP) {
             if (f.head.id == id) {
-                return to_msg(f, reply);
+                return (f.head.flags & vek::kPmFlagErr) ? err_of(f) : to_msg(f, reply);
             }
             drop(f);
             continue;
@@ -364,6 +390,9 @@ VEK_API vek_s32 pm_request(PmConn* conn, vek_u32 type, const void* data, vek_s32
         c->parkTail = p;
         c->parked++;
     }
+    if (r == VEK_ERR_ABORTED || r == VEK_ERR_TIMEOUT) {
+        send_cancel(c, id);
+    }
     return r;
 }
 
@@ -378,6 +407,37 @@ VEK_API vek_s32 pm_reply(PmConn* conn, const PmMsg* req, vek_u32 type, const voi
         return VEK_ERR_BAD_ARG;
     }
     return send_frame(c, PM_KIND_RSP, type, req->id, data, len, evt, tmo);
+}
+
+VEK_API vek_s32 pm_reply_err(PmConn* conn, const PmMsg* req, vek_s32 code, vek_s32 tmo) {
+    if (!payload_args_ok(conn, req)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    PmConnRec* c = rec_of(conn, __LINE__);
+    if (req->kind != PM_KIND_REQ || req->id == 0 || code >= 0) {
+        vek_assert__("req->kind == PM_KIND_REQ && code < 0", __FILE__, __LINE__);
+        return VEK_ERR_BAD_ARG;
+    }
+    vek_u32 u = (vek_u32)code;
+    const vek_u8 le[4] = {(vek_u8)u, (vek_u8)(u >> 8), (vek_u8)(u >> 16), (vek_u8)(u >> 24)};
+    return send_frame(c, PM_KIND_RSP, 0, req->id, le, 4, nullptr, tmo, vek::kPmFlagErr);
+}
+
+VEK_API vek_s32 rpc_call(PmConn* conn, vek_u32 type, const void* data, vek_s32 len, const GenEvt* evt, PmMsg* reply,
+                         vek_s32 tmo) {
+    if (!payload_args_ok(conn, reply)) {
+        return VEK_ERR_BAD_ARG;
+    }
+    PmConnRec* c = rec_of(conn, __LINE__);
+    std::memset(reply, 0, sizeof *reply);
+    vek_u32 start = vek_msec();
+    vek_s32 r = vek_lock_slock__(c->callLock, tmo, 0);
+    if (r != 0) {
+        return r;
+    }
+    r = pm_request(conn, type, data, len, evt, reply, vek::ms_left(start, tmo));
+    vek_lock_unlock(c->callLock);
+    return r;
 }
 
 } // extern "C"

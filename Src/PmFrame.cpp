@@ -11,6 +11,7 @@ namespace {
 
 constexpr vek_u8 kKindMsg = 1;
 constexpr vek_u8 kKindRsp = 3;
+constexpr vek_u8 kKindCancel = 4;
 
 vek_u32 get32(const vek_u8* p) {
     return (vek_u32)p[0] | (vek_u32)p[1] << 8 | (vek_u32)p[2] << 16 | (vek_u32)p[3] << 24;
@@ -25,8 +26,14 @@ void put32(vek_u8* p, vek_u32 v) {
 
 /* 0, or why the head cannot start a frame. */
 vek_s32 check_head(const vek::PmHead& h, vek_u32 max) {
-    if (h.kind < kKindMsg || h.kind > kKindRsp || (h.flags & ~vek::kPmFlagEvt) != 0 ||
+    if (h.kind < kKindMsg || h.kind > kKindCancel || (h.flags & ~(vek::kPmFlagEvt | vek::kPmFlagErr)) != 0 ||
         (h.kind == kKindMsg) != (h.id == 0)) {
+        return VEK_ERR_BAD_FRAME;
+    }
+    // A cancel names its request and carries nothing; an error answer is
+    // exactly its code.
+    if ((h.kind == kKindCancel && (h.len != 0 || h.flags != 0)) ||
+        ((h.flags & vek::kPmFlagErr) && (h.kind != kKindRsp || h.len != 4 || h.flags != vek::kPmFlagErr))) {
         return VEK_ERR_BAD_FRAME;
     }
     if (h.len > max) {

@@ -4,9 +4,11 @@
  * Every frame is a 12-byte head and a payload, little-endian:
  *
  *   0  u32  payload length (at most the receiver's limit)
- *   4  u8   kind: 1 one-way message, 2 request, 3 response
- *   5  u8   flags: bit 0 the payload is a generic event's packet; the
- *           other bits are 0
+ *   4  u8   kind: 1 one-way message, 2 request, 3 response, 4 cancel
+ *           (the sender gave up waiting for its request id; no payload)
+ *   5  u8   flags: bit 0 the payload is a generic event's packet; bit 1
+ *           (a response alone) the request failed and the payload is its
+ *           4-byte negative code; the other bits are 0
  *   6  u16  the sender's message type
  *   8  u32  id: 0 for a one-way message, a request's id (never 0) in the
  *           request and its response
@@ -26,6 +28,7 @@ namespace vek {
 
 constexpr size_t kPmHead = 12;
 constexpr vek_u8 kPmFlagEvt = 0x01;
+constexpr vek_u8 kPmFlagErr = 0x02;
 
 struct PmHead {
     vek_u32 len;

@@ -99,7 +99,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     while ((res = pm_recv(c, &m, 1000)) == 0 || res == VEK_ERR_FULL) {
         bool ok = (m.kind == PM_KIND_MSG) == (m.id == 0) && m.kind != PM_KIND_RSP && m.len >= 0 &&
-                  m.len <= maxLen && m.type <= 0xFFFF && !(m.evt && m.data);
+                  m.len <= maxLen && m.type <= 0xFFFF && !(m.evt && m.data) &&
+                  (m.kind != PM_KIND_CANCEL || (m.len == 0 && !m.evt));
         if (res == 0 && !ok) {
             std::abort();
         }

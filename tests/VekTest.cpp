@@ -3,6 +3,8 @@
  */
 #include "VekTest.h"
 #include <cstdio>
+#include <cstring>
+#include <vector>
 #include <cstdlib>
 #ifndef _WIN32
 #include <sys/wait.h>
@@ -100,6 +102,34 @@ std::string read_file(const std::string& path) {
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
+}
+
+namespace {
+struct ChildEntry {
+    const char* name;
+    ChildMain fn;
+};
+std::vector<ChildEntry>& children() {
+    static std::vector<ChildEntry> v;
+    return v;
+}
+} // namespace
+
+bool add_child(const char* name, ChildMain fn) {
+    children().push_back({name, fn});
+    return true;
+}
+
+int run_child(int argc, char** argv) {
+    for (const ChildEntry& c : children()) {
+        if (std::strcmp(c.name, argv[2]) == 0) {
+            BaseLib_init();
+            int rc = c.fn(argc - 3, argv + 3);
+            BaseLib_exit();
+            return rc;
+        }
+    }
+    return 125;
 }
 
 std::string self_dir() {
@@ -213,6 +243,9 @@ void VekTest::expect_assert(const std::string& expr) {
 }
 
 int main(int argc, char** argv) {
+    if (argc > 2 && std::strcmp(argv[1], "--child") == 0) {
+        return vektest::run_child(argc, argv);
+    }
     ::testing::InitGoogleTest(&argc, argv);
     ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
     al_set_fault_hook(record_fault);

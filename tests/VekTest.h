@@ -49,6 +49,16 @@ void remove_tree(const std::string& path);
 std::string read_file(const std::string& path);
 /* The folder of the running test program. */
 std::string self_dir();
+/* The test program run again as a child process ("PROG --child NAME
+ * ARG..."): the function registered under NAME runs between BaseLib_init
+ * and BaseLib_exit instead of the tests, with the arguments after NAME,
+ * and its result is the exit code. Register with VEKTEST_CHILD. */
+using ChildMain = int (*)(int argc, char** argv);
+bool add_child(const char* name, ChildMain fn);
+#define VEKTEST_CHILD(name)                                                   \
+    static int name##_child(int argc, char** argv);                           \
+    static const bool name##_added = vektest::add_child(#name, name##_child); \
+    static int name##_child(int argc, char** argv)
 /* Runs a command line through the system's shell; its exit status. */
 int run_command(const std::string& cmd);
 void write_file(const std::string& path, const std::string& data);

@@ -608,6 +608,26 @@ TEST_F(Faults, EndpointsAndMessages) {
         pm_close(b);
         VekPipe_delete(srv);
     }, {"mutex", "0"});
+    sweep("rpc_*", [&] {
+        vek_s32 err;
+        RpcSvr* srv = rpc_svr_new(name.c_str(), 0, nullptr, [](void*, const PmMsg* req, PmMsg* rsp) -> vek_s32 {
+            rsp->data = (vek_u8*)vek_malloc__(1);
+            rsp->len = rsp->data ? 1 : 0;
+            return req->len == 1 ? 0 : VEK_ERR_BAD_ARG;
+        }, nullptr, &err);
+        if (!srv) {
+            EXPECT_EQ(VEK_ERR_FULL, err);
+            return;
+        }
+        PmConn* c = pm_connect(name.c_str(), 0, 5000, &err);
+        PmMsg m = {};
+        vek_s32 r = c ? rpc_call(c, 1, "x", 1, nullptr, &m, 5000) : 0;
+        EXPECT_TRUE(r == 0 || r == VEK_ERR_FULL || r == VEK_ERR_PEER_CLOSED || r == VEK_ERR_NOT_OPEN) << r;
+        pm_msg_clean(&m);
+        pm_close(c);
+        rpc_svr_delete(srv);
+        TaskSvr_trim(TaskSvr_def());  // the handler's worker is no leak
+    }, {"mutex", "0", "ret", "evt", "thrdHnd"});
 #ifndef _WIN32
     vektest::remove_tree(dir);
 #endif

@@ -297,10 +297,17 @@ TEST_F(Pipe, RequestsMatchTheirOwnResponseAndKeepWhatElseArrives) {
     ASSERT_FALSE(HasFatalFailure());
     ConnRef a(pm_open(cli.get(), 0, nullptr)), b(pm_open(srv.get(), 0, nullptr));
     std::atomic<bool> gaveUp{false};
+    vek_u32 firstId = 0, cancelledId = 0;
     vek_u32 tid = vektest::spawn([&] {
         PmMsg req;
-        for (int i = 0; i < 2 && pm_recv(b.get(), &req, 5000) == 0; i++) {
-            if (i == 0) {
+        for (int i = 0; i < 2 && pm_recv(b.get(), &req, 5000) == 0;) {
+            if (req.kind == PM_KIND_CANCEL) {  // the requester gave up on that one
+                cancelledId = req.id;
+                pm_msg_clean(&req);
+                continue;
+            }
+            if (i++ == 0) {
+                firstId = req.id;
                 vektest::until([&] { return gaveUp.load(); });  // answered too late
             } else {
                 pm_send(b.get(), 3, "aside", 5, 1000);
@@ -324,6 +331,7 @@ TEST_F(Pipe, RequestsMatchTheirOwnResponseAndKeepWhatElseArrives) {
     EXPECT_EQ("aside", bytes_of(rsp));
     pm_msg_clean(&rsp);
     vek_thrd_join(tid);
+    EXPECT_EQ(firstId, cancelledId);
 }
 
 TEST_F(Pipe, AFullSocketTimesOutTheSenderWithoutLosingWholeFrames) {
