@@ -30,6 +30,18 @@
  * BaseLib_exit and on the fault path. A listener is always called on the
  * thread that writes the record, before the call returns.
  *
+ * Trace relay: "RelayPipe" in section "VekTrc" of "VekTrc.ini" (or of the
+ * file given to DbgMng_cfgByFile, read again when it changes) names an
+ * endpoint (VekPipe.h) that receives every record too, as one pm_*
+ * message (type: the record's level; payload: its text), whatever
+ * "TrcType" says; `vektool trace listen NAME` prints them. A trace call
+ * never waits for the relay: it queues its record (up to 4096) for a
+ * thread of the library that sends them. Records that find the queue full,
+ * or nothing listening at the name, are dropped and counted (relaySent,
+ * relayDropped of tout_write_info); the connection is tried again at the
+ * next record, at most every 200 ms. BaseLib_exit gives what is queued a
+ * second to go out.
+ *
  * The debug manager decides which records pass: each record carries a
  * module, a field and a level (1 = most important); it passes when its level
  * does not exceed the limit configured for (module, field), else for the
@@ -154,6 +166,8 @@ typedef struct VekTrcWriteInfo {
     vek_s32 flushLev;     /* records up to this level reach the file at once */
     vek_s32 flushMs;      /* buffered records are flushed at most this late */
     vek_s64 dropped;      /* records the asynchronous ring dropped so far */
+    vek_s64 relaySent;    /* records the relay sent so far */
+    vek_s64 relayDropped; /* records the relay dropped so far (queue full, nothing listening) */
 } VekTrcWriteInfo;
 /* Fills the first info->size bytes of info (the size field kept); 0, or
  * -81 when info is null or size is smaller than the size field. */

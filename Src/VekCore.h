@@ -99,7 +99,14 @@ vek_s32 rtc_read(vek_s32 source, const char* sect, const char* key, const char* 
 /* ---- trace manager (VekTrc.cpp) ---- */
 vek_s32 trc_start(void);            /* >= 0 when tracing is on */
 void trc_stop(void);
-vek_s32 trc_active(void);           /* a sink or a listener receives records */
+vek_s32 trc_active(void);           /* a sink, a listener or the relay receives records */
+/* The trace relay (TrcRelay.cpp): relay_set starts sending records to the
+ * endpoint name (null or "": none), ending the relay before; true when
+ * that changed anything. relay_push queues a record without waiting. */
+bool relay_set(const char* name);
+bool relay_on(void);
+void relay_push(vek_s32 level, const char* text, vek_s32 len);
+void relay_stats(vek_s64* sent, vek_s64* dropped);
 vek_s32 trc_hold_supported(void);
 void trc_hold_start(void);
 void trc_hold_stop(void);

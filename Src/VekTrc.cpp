@@ -559,6 +559,9 @@ void emit(vek_s32 level, const char* text, vek_s32 len) {
         len--;
     }
     call_listener(text, len);
+    if (vek::relay_on()) {
+        vek::relay_push(level, text, len);
+    }
     if (trc_type() == kTrcNone) {
         return;
     }
@@ -813,7 +816,7 @@ char* g_cfgPath;
 namespace vek {
 
 vek_s32 trc_active(void) {
-    return trc_type() != kTrcNone || trc_sink() != nullptr;
+    return trc_type() != kTrcNone || trc_sink() != nullptr || relay_on();
 }
 
 vek_s32 trc_start(void) {
@@ -920,6 +923,11 @@ void trc_async_start(void) {
 }
 
 void trc_async_stop(void) {
+    // The relay's thread may write to the sink while it ends: not under
+    // the sink lock.
+    if (relay_set(nullptr)) {
+        gen_bump();
+    }
     g_trc.lock.lock();
     writer_stop(true);
     g_trc.lock.unlock();
@@ -961,6 +969,8 @@ vek_s32 dbg_cfg_load(const char* path, bool remember) {
         IniFile_delete(&doc);
         return r;
     }
+    char relay[256];
+    IniFile_getStr(&doc, "VekTrc", "RelayPipe", "", relay, sizeof relay);
     // Read the whole file first, then replace the table in one step.
     LimitSet* sets = (LimitSet*)al_malloc(sizeof(LimitSet) * kMaxLimits);
     vek_s32 n = 0;
@@ -1011,6 +1021,9 @@ vek_s32 dbg_cfg_load(const char* path, bool remember) {
         table_end();
     }
     al_free(sets);
+    if (relay_set(relay)) {
+        gen_bump();
+    }
     if (remember) {
         bool changed = false;
         {
@@ -1334,6 +1347,7 @@ VEK_API vek_s32 tout_write_info(VekTrcWriteInfo* info) {
     all.flushLev = g_trc.flushLev;
     all.flushMs = g_trc.flushMs;
     all.dropped = g_droppedTotal.load(std::memory_order_relaxed);
+    vek::relay_stats(&all.relaySent, &all.relayDropped);
     g_trc.lock.unlock();
     // An older caller's shorter record gets the fields it knows.
     size_t n = info->size < sizeof all ? info->size : sizeof all;

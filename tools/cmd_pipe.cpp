@@ -1,13 +1,16 @@
 /*
- * vektool pipe, vektool evt: the messages between processes, for
- * debugging a program that talks to others: serve an endpoint and print
- * what arrives, or send a text or a generic event to one.
+ * vektool pipe, vektool evt, vektool trace: the messages between
+ * processes, for debugging a program that talks to others: serve an
+ * endpoint and print what arrives, send a text or a generic event to one,
+ * or print the trace that programs relay to an endpoint.
  */
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <string>
+#include <vector>
 #include "VekTool.h"
 
 namespace {
@@ -97,6 +100,100 @@ int pipe_listen(const vektool::Args& a) {
     return vektool::kDone;
 }
 
+/* vektool trace listen: every traced program keeps its connection open,
+ * so each is read by a thread of its own and their records interleave,
+ * one whole record per line. */
+struct TraceListen {
+    std::mutex mu;
+    long long count = 0;  // records to print, 0: no end
+    long long seen = 0;
+    bool done = false;
+};
+
+struct TraceClient {
+    TraceListen* tl;
+    PmConn* conn;
+};
+
+vek_u32 trace_client(void* arg) {
+    TraceClient* tc = (TraceClient*)arg;
+    TraceListen* tl = tc->tl;
+    PmMsg m;
+    while (pm_recv(tc->conn, &m, -1) == 0) {
+        std::string line;
+        for (vek_s32 i = 0; i < m.len; i++) {
+            char c = (char)m.data[i];
+            if (c == '\n') {
+                line += "\\n";  // a record of several lines stays one line
+            } else if (c != '\r') {
+                line += c;
+            }
+        }
+        line += '\n';
+        pm_msg_clean(&m);
+        std::lock_guard<std::mutex> lk(tl->mu);
+        if (tl->done) {
+            break;
+        }
+        vektool::write_out(line.data(), line.size());
+        std::fflush(stdout);
+        tl->done = tl->count > 0 && ++tl->seen >= tl->count;
+    }
+    return 0;
+}
+
+int trace_listen(const vektool::Args& a) {
+    TraceListen tl;
+    if (!a.number("--count", 1, 0x7FFFFFFF, 0, tl.count)) {
+        return vektool::kFailed;
+    }
+    vek_s32 err = 0;
+    VekPipe* srv = VekPipe_xlisten__(a[0], 0, &err, __FILE__, __LINE__);
+    if (!srv) {
+        return conn_fail("trace listen", a[0], err);
+    }
+    vektool::binary_stdout();
+    std::vector<TraceClient*> clients;
+    std::vector<vek_u32> tids;
+    for (;;) {
+        {
+            std::lock_guard<std::mutex> lk(tl.mu);
+            if (tl.done) {
+                break;
+            }
+        }
+        ISock* s = nullptr;
+        err = VekPipe_accept(srv, &s, nullptr, 200);
+        if (err == VEK_ERR_ABORTED) {
+            break;
+        }
+        if (err < 0) {
+            continue;
+        }
+        PmConn* c = pm_open(s, 0, &err);
+        ISock_release(s);
+        TraceClient* tc = c ? new TraceClient{&tl, c} : nullptr;
+        vek_u32 tid = tc ? vek_thrd_create__(trace_client, tc, 0) : 0;
+        if (tid == 0) {
+            pm_close(c);
+            delete tc;
+            continue;
+        }
+        clients.push_back(tc);
+        tids.push_back(tid);
+    }
+    for (vek_u32 tid : tids) {
+        vek_thrd_cancel(tid);
+        vek_thrd_join(tid);
+    }
+    for (TraceClient* tc : clients) {
+        pm_close(tc->conn);
+        delete tc;
+    }
+    VekPipe_delete(srv);
+    return vektool::kDone;
+}
+
 int pipe_send(const vektool::Args& a) {
     // "-" sends standard input, whole, as the one message.
     std::string text = a[1];
@@ -170,6 +267,18 @@ const vektool::SubCommand kPipeSubs[] = {
      pipe_send, 2, 2, nullptr, kNameNote},
 };
 
+const vektool::Option kTraceOptions[] = {
+    {"--count", "-n", "N", "end after N records (default: run until stopped)"},
+    {nullptr, nullptr, nullptr, nullptr},
+};
+
+const vektool::SubCommand kTraceSubs[] = {
+    {"listen", "trace listen [-n N] NAME",
+     "serves NAME as a trace relay and prints each record that traced programs send there (\"RelayPipe\" in "
+     "section \"VekTrc\" of VekTrc.ini), one per line, a line break inside a record as \\n",
+     trace_listen, 1, 1, kTraceOptions, kNameNote},
+};
+
 const vektool::SubCommand kEvtSubs[] = {
     {"send", "evt send NAME EID [NUM1 [NUM2]]",
      "sends a generic event (identifier EID, numbers NUM1 and NUM2, decimal or 0x hex) to the server at NAME",
@@ -184,3 +293,6 @@ VEKTOOL_COMMAND(kPipe);
 static const vektool::Command kEvt = {"evt", "evt send ...", "generic events to another process", kEvtSubs,
                                       sizeof kEvtSubs / sizeof *kEvtSubs};
 VEKTOOL_COMMAND(kEvt);
+static const vektool::Command kTrace = {"trace", "trace listen ...", "the trace that programs relay to an endpoint",
+                                        kTraceSubs, sizeof kTraceSubs / sizeof *kTraceSubs};
+VEKTOOL_COMMAND(kTrace);
