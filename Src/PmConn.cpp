@@ -40,7 +40,9 @@ struct Parked {
 struct PmConnRec {
     vek_u32 tag;
     ISock* sock;
-    vek_handle sendLock;
+    std::atomic<bool> sending{false};  // the send lock (send_lock)
+    std::atomic<vek_s32> sendWaiters{0};
+    vek_handle sendFreed;  // auto-reset: set by an unlock that found waiters
     vek_handle callLock;  // rpc_call's turn on the connection
     vek_s32 maxLen;
     std::atomic<vek_u32> nextId{0};
@@ -53,11 +55,42 @@ struct PmConnRec {
     size_t rlen = 0;
     vek_u8 rbuf[16384];
 
-    PmConnRec(ISock* s, vek_s32 max) : tag(kConnTag), sock(s), sendLock(nullptr), callLock(nullptr), maxLen(max), dec((vek_u32)max) {}
+    PmConnRec(ISock* s, vek_s32 max) : tag(kConnTag), sock(s), sendFreed(nullptr), callLock(nullptr), maxLen(max), dec((vek_u32)max) {}
 };
 
 PmConnRec* rec_of(PmConn* c, vek_s32 line) {
     return vek::tag_check((PmConnRec*)c, kConnTag, kSrc, line);
+}
+
+/* The send lock. An uncontended send, the common case, takes it with one
+ * atomic exchange: no kernel object, no process-wide wait lock. A sender
+ * that finds it taken waits on sendFreed, an abortable wait that a cancel
+ * and the time-out end. */
+bool send_trylock(PmConnRec* c) {
+    return !c->sending.exchange(true, std::memory_order_acquire);
+}
+
+vek_s32 send_lock(PmConnRec* c, vek_u32 start, vek_s32 tmo) {
+    if (send_trylock(c)) {
+        return 0;
+    }
+    c->sendWaiters++;
+    vek_s32 r = 0;
+    while (!send_trylock(c)) {
+        r = vek_evt_swait__(c->sendFreed, vek::ms_left(start, tmo), 0);
+        if (r != 0) {
+            break;
+        }
+    }
+    c->sendWaiters--;
+    return r;
+}
+
+void send_unlock(PmConnRec* c) {
+    c->sending.store(false, std::memory_order_seq_cst);
+    if (c->sendWaiters.load(std::memory_order_seq_cst) > 0) {
+        vek_evt_set(c->sendFreed);
+    }
 }
 
 /* Ends the connection with code (the first code stays) and returns the
@@ -68,9 +101,9 @@ PmConnRec* rec_of(PmConn* c, vek_s32 line) {
 vek_s32 fail(PmConnRec* c, vek_s32 code, bool receiver) {
     vek_s32 none = 0;
     c->fin.compare_exchange_strong(none, code);
-    if (receiver && vek_lock_trylock__(c->sendLock, 0) == 0) {
+    if (receiver && send_trylock(c)) {
         ISock_close(c->sock);
-        vek_lock_unlock(c->sendLock);
+        send_unlock(c);
     }
     return c->fin.load();
 }
@@ -179,9 +212,9 @@ vek_s32 send_frame(PmConnRec* c, vek_u8 kind, vek_u32 type, vek_u32 id, const vo
         h.flags = vek::kPmFlagEvt;
     }
     h.len = (vek_u32)len;
-    vek_s32 r = len > c->maxLen ? VEK_ERR_FRAME_TOO_BIG : vek_lock_slock__(c->sendLock, vek::ms_left(start, tmo), 0);
+    vek_s32 r = len > c->maxLen ? VEK_ERR_FRAME_TOO_BIG : send_lock(c, start, tmo);
     if (r == 0 && (r = c->fin.load()) != 0) {
-        vek_lock_unlock(c->sendLock);  // the connection ended while this send waited
+        send_unlock(c);  // the connection ended while this send waited
     } else if (r == 0) {
         size_t sent = 0;
         if ((size_t)len <= kSmallFrame) {
@@ -199,7 +232,7 @@ vek_s32 send_frame(PmConnRec* c, vek_u8 kind, vek_u32 type, vek_u32 id, const vo
                 r = write_part(c, data, len, &sent, start, tmo);
             }
         }
-        vek_lock_unlock(c->sendLock);
+        send_unlock(c);
     }
     if (pkt) {
         MIDL_user_free(pkt);
@@ -252,18 +285,18 @@ VEK_API PmConn* pm_open(ISock* sock, vek_s32 maxLen, vek_s32* err) {
         return nullptr;
     }
     void* mem = vek_malloc__(sizeof(PmConnRec));
-    vek_handle lock = mem ? vek_lock_create__(nullptr, 0) : nullptr;
+    vek_handle lock = mem ? vek_evt_create__(0, 0) : nullptr;
     vek_handle callLock = lock ? vek_lock_create__(nullptr, 0) : nullptr;
     if (!callLock) {
         if (lock) {
-            vek_lock_close(lock);
+            vek_evt_close(lock);
         }
         vek_free__(mem);
         *err = VEK_ERR_FULL;
         return nullptr;
     }
     PmConnRec* c = new (mem) PmConnRec(sock, maxLen > 0 ? maxLen : PM_MAX_LEN_DEF);
-    c->sendLock = lock;
+    c->sendFreed = lock;
     c->callLock = callLock;
     ISock_addRef(sock);
     *err = 0;
@@ -287,7 +320,7 @@ VEK_API void pm_close(PmConn* conn) {
     PmConnRec* c = rec_of(conn, __LINE__);
     ISock_close(c->sock);
     ISock_release(c->sock);
-    vek_lock_close(c->sendLock);
+    vek_evt_close(c->sendFreed);
     vek_lock_close(c->callLock);
     while (Parked* p = c->parkHead) {
         c->parkHead = p->next;
