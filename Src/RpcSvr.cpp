@@ -56,8 +56,7 @@ struct SvrRec {
     RpcFn fn;
     void* ctx;
     vek_u32 acceptTid = 0;
-    std::mutex lk;
-    Link* links = nullptr;  // the connections served, under lk
+    Link* links = nullptr;  // the connections served: the accepting thread's, then the deleting one's
     vek_s32 nLinks = 0;
 };
 
@@ -66,6 +65,7 @@ struct Link {
     SvrRec* svr;
     PmConn* conn;
     vek_u32 tid;  // its reader
+    std::atomic<bool> ended{false};  // its reader has closed the connection and leaves
     std::mutex lk;
     Job* jobs = nullptr;  // the jobs not ended, under lk
 };
@@ -148,18 +148,9 @@ VekTask task_of(Link* l, vek_u32 id) {
     return 0;
 }
 
-void link_end(Link* l) {
-    {
-        std::lock_guard<std::mutex> g(l->svr->lk);
-        for (Link** p = &l->svr->links; *p; p = &(*p)->next) {
-            if (*p == l) {
-                *p = l->next;
-                break;
-            }
-        }
-        l->svr->nLinks--;
-    }
-    pm_close(l->conn);
+/* Joins and frees a link whose reader has left (or is cancelled). */
+void link_free(Link* l) {
+    vek_thrd_join(l->tid);
     l->~Link();
     vek_free__(l);
 }
@@ -193,14 +184,27 @@ vek_u32 reader_run(void* ctx) {
             vek_thrd_abort_clear();
         }
     }
-    link_end(l);
+    pm_close(l->conn);
+    l->ended = true;
     return 0;
 }
 
 /* Serves conn (taken over) with a reader thread of its own, or closes it
  * when there is no room or no thread. */
 void link_start(SvrRec* s, PmConn* conn) {
-    void* mem = vek_malloc__(sizeof(Link));
+    // Readers whose client left are joined here, so that every thread the
+    // server started has ended when it is deleted.
+    for (Link** p = &s->links; *p;) {
+        Link* l = *p;
+        if (l->ended) {
+            *p = l->next;
+            s->nLinks--;
+            link_free(l);
+        } else {
+            p = &l->next;
+        }
+    }
+    void* mem = s->nLinks < kMaxLinks ? vek_malloc__(sizeof(Link)) : nullptr;
     if (!mem) {
         pm_close(conn);
         return;
@@ -208,18 +212,15 @@ void link_start(SvrRec* s, PmConn* conn) {
     Link* l = new (mem) Link();
     l->svr = s;
     l->conn = conn;
-    // Under the lock, so that the reader cannot leave the list before its
-    // id is in it.
-    std::lock_guard<std::mutex> g(s->lk);
-    if (s->nLinks < kMaxLinks && (l->tid = vek_thrd_create__(reader_run, l, 0)) != 0) {
-        l->next = s->links;
-        s->links = l;
-        s->nLinks++;
+    if ((l->tid = vek_thrd_create__(reader_run, l, 0)) == 0) {
+        pm_close(conn);
+        l->~Link();
+        vek_free__(l);
         return;
     }
-    pm_close(conn);
-    l->~Link();
-    vek_free__(l);
+    l->next = s->links;
+    s->links = l;
+    s->nLinks++;
 }
 
 vek_u32 accept_run(void* ctx) {
@@ -291,20 +292,13 @@ VEK_API void rpc_svr_delete(RpcSvr* svr) {
     }
     SvrRec* s = vek::tag_check((SvrRec*)svr, kSvrTag, kSrc, __LINE__);
     // No connection comes after the accepting thread; then each reader in
-    // turn ends its connection's jobs and leaves the list.
+    // turn ends its connection's jobs and is joined.
     vek_thrd_cancel(s->acceptTid);
     vek_thrd_join(s->acceptTid);
-    for (;;) {
-        vek_u32 tid;
-        {
-            std::lock_guard<std::mutex> g(s->lk);
-            if (!s->links) {
-                break;
-            }
-            tid = s->links->tid;
-        }
-        vek_thrd_cancel(tid);
-        vek_thrd_join(tid);
+    while (Link* l = s->links) {
+        s->links = l->next;
+        vek_thrd_cancel(l->tid);
+        link_free(l);
     }
     VekPipe_delete(s->pipe);
     s->tag = 0;

@@ -610,13 +610,19 @@ TEST_F(Faults, EndpointsAndMessages) {
     }, {"mutex", "0"});
     sweep("rpc_*", [&] {
         vek_s32 err;
-        RpcSvr* srv = rpc_svr_new(name.c_str(), 0, nullptr, [](void*, const PmMsg* req, PmMsg* rsp) -> vek_s32 {
+        // A pool of its own, whose deletion waits for its workers to end.
+        TaskSvr* pool = TaskSvr_new("rpc", 0, 2);
+        if (!pool) {
+            return;
+        }
+        RpcSvr* srv = rpc_svr_new(name.c_str(), 0, pool, [](void*, const PmMsg* req, PmMsg* rsp) -> vek_s32 {
             rsp->data = (vek_u8*)vek_malloc__(1);
             rsp->len = rsp->data ? 1 : 0;
             return req->len == 1 ? 0 : VEK_ERR_BAD_ARG;
         }, nullptr, &err);
         if (!srv) {
             EXPECT_EQ(VEK_ERR_FULL, err);
+            TaskSvr_delete(pool);
             return;
         }
         PmConn* c = pm_connect(name.c_str(), 0, 5000, &err);
@@ -626,7 +632,7 @@ TEST_F(Faults, EndpointsAndMessages) {
         pm_msg_clean(&m);
         pm_close(c);
         rpc_svr_delete(srv);
-        TaskSvr_trim(TaskSvr_def());  // the handler's worker is no leak
+        TaskSvr_delete(pool);
     }, {"mutex", "0", "ret", "evt", "thrdHnd"});
 #ifndef _WIN32
     vektest::remove_tree(dir);
