@@ -12,7 +12,7 @@
 #include <string>
 #include <thread>
 #include <vector>
-#include "VekTest.h"
+#include "OsFault.h"
 #ifndef _WIN32
 #include <sys/mount.h>
 #include <unistd.h>
@@ -191,6 +191,63 @@ TEST_F(Mon, AnOverflowedQueueIsARescanNotSilence) {
     }
     EXPECT_TRUE(rescan);
     FileMon_delete(m);
+}
+
+// Every system call of a recursive watch failing in turn, from its open
+// over a tree to a deep tree made under it: the open fails with its code,
+// or each new file and folder is reported, or a RESCAN says where the
+// watch has a hole - never a silent loss.
+TEST_F(Mon, EverySystemCallFailingInTurnIsACodeOrARescan) {
+    vektest::OsIoDisarm disarm;
+    fs::create_directories(at("a/b"));
+    int run = 0;
+    int runs = vektest::os_io_sweep([&](int k) -> vek_s32 {
+        FileMon* m = nullptr;
+        vek_s32 r = FileMon_new(dir_.c_str(), VEK_FILEMON_RECURSIVE, nullptr, nullptr, &m);
+        if (r < 0) {
+            EXPECT_TRUE(vektest::one_of(r, {VEK_ERR_FILE_OPEN, VEK_ERR_WATCH_LIMIT})) << k << " " << r;
+            return r;
+        }
+        std::string top = "n" + std::to_string(run++);
+        fs::create_directories(at(top + "/x/y"));
+        vektest::write_file(at(top + "/x/y/f"), "");
+        vektest::write_file(at("a/b/g" + top), "");
+        std::set<std::string> want = {native(top), native(top + "/x"), native(top + "/x/y"), native(top + "/x/y/f"),
+                                      native("a/b/g" + top)};
+        bool rescan = false;
+        VekMonEvt e;
+        while (!want.empty() && !rescan && FileMon_read(m, &e, 2000, 0) == 0) {
+            want.erase(e.path);
+            rescan = e.type == VEK_MON_RESCAN;
+            EXPECT_TRUE(!rescan || vektest::one_of(e.err, {VEK_ERR_IO, VEK_ERR_WATCH_LIMIT})) << k << " " << e.err;
+        }
+        EXPECT_TRUE(want.empty() || rescan) << k << ": " << *want.begin() << " never reported";
+        FileMon_delete(m);
+        fs::remove_all(at(top));
+        fs::remove(at("a/b/g" + top));
+        return want.empty() ? 0 : -1;
+    });
+    EXPECT_GE(runs, 6);
+}
+
+// A disc watch without the kernel's announcements still watches mounts;
+// without the whole mount table it cannot start.
+TEST_F(Mon, ADiscWatchStartsWithWhatTheSystemGives) {
+    vektest::OsIoDisarm disarm;
+    int runs = vektest::os_io_sweep([&](int k) -> vek_s32 {
+        DiscMon* d = nullptr;
+        vek_s32 r = DiscMon_new(nullptr, nullptr, &d);
+        if (r < 0) {
+            EXPECT_EQ(VEK_ERR_UNSUPPORTED, r) << k;
+            return r;
+        }
+        VekMonEvt e;
+        r = DiscMon_read(d, &e, 20, 0);
+        EXPECT_EQ(VEK_ERR_TIMEOUT, r) << k << " " << vek_mon_type_name(e.type) << " " << e.path;
+        DiscMon_delete(d);
+        return r == VEK_ERR_TIMEOUT ? 0 : r;
+    });
+    EXPECT_GE(runs, 4);
 }
 #endif
 

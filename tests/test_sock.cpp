@@ -12,17 +12,22 @@
 #include <cstring>
 #include <string>
 #include <vector>
-#include "VekTest.h"
+#include "OsFault.h"
 #ifdef _WIN32
 #include <windows.h>
 #include <cstdlib>
 #else
+#include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 #endif
 
+using vektest::one_of;
+using vektest::os_io_sweep;
 using vektest::spawn;
 
 namespace {
@@ -278,6 +283,133 @@ TEST_F(Sock, ADescriptorOfThePipeKindIsASocketToo) {
     EXPECT_EQ(nullptr, HndSock_xcreate__(-1, 1, __FILE__, __LINE__));
 }
 
+// Every system call of a TCP session failing in turn (listening on one
+// family, on both through "::" with IPv4 as the fallback, connecting,
+// accepting, a byte each way): a documented code each time, no descriptor
+// or port kept (the run after the last failure works), nothing leaked.
+TEST_F(Sock, EverySystemCallOfATcpSessionFailingInTurn) {
+    vektest::OsIoDisarm disarm;
+    for (const char* host : {"127.0.0.1", "::1", ""}) {
+        const char* to = *host ? host : "127.0.0.1";
+        int runs = os_io_sweep([&](int k) -> vek_s32 {
+            vek_s32 err = 0;
+            SockPtr lis(TcpSock_xlisten__(host, 0, VEK_TCP_NUMERIC | VEK_TCP_NODELAY, &err, __FILE__, __LINE__));
+            if (!lis.s) {
+                EXPECT_TRUE(one_of(err, {VEK_ERR_IO, VEK_ERR_ADDR_IN_USE})) << host << k << " " << err;
+                return err;
+            }
+            vek_s32 port = TcpSock_port(lis);
+            if (port <= 0) {
+                EXPECT_EQ(VEK_ERR_IO, port) << host << k;
+                return port;
+            }
+            SockPtr cli(TcpSock_xconnect__(to, port, VEK_TCP_NUMERIC | VEK_TCP_NODELAY, 5000, &err, __FILE__, __LINE__));
+            if (!cli.s) {
+                EXPECT_TRUE(one_of(err, {VEK_ERR_IO, VEK_ERR_REFUSED})) << host << k << " " << err;
+                return err;
+            }
+            SockPtr srv;
+            vek_s32 r = ISock_accept(lis, &srv.s, 5000);
+            if (r < 0) {
+                EXPECT_EQ(VEK_ERR_IO, r) << host << k;
+                return r;
+            }
+            r = TcpSock_setNoDelay(srv, 0);
+            if (r < 0) {
+                EXPECT_EQ(VEK_ERR_IO, r) << host << k;
+                return r;
+            }
+            r = ISock_write(cli, "ping", 4, 5000);
+            if (r != 4) {
+                EXPECT_EQ(VEK_ERR_PEER_CLOSED, r) << host << k;
+                return r;
+            }
+            return read_n(srv, 4) == "ping" ? 0 : -1;
+        });
+        EXPECT_GE(runs, 8) << host;
+    }
+    // Name lookup failing outright is the host not found, never a crash.
+    vek_os_fail_at__(VEK_OS_IO, 1);
+    vek_os_fail_errno__(ENOMEM);
+    vek_s32 err = 0;
+    EXPECT_EQ(nullptr, TcpSock_xconnect__("localhost", 1, 0, 1000, &err, __FILE__, __LINE__));
+    EXPECT_EQ(VEK_ERR_IO, err);
+}
+
+// The same for local sockets, by path and through endpoints by name (the
+// private folder, its lock, a stale socket a dead server left behind):
+// a failure never removes a live server's socket nor leaves one behind.
+TEST_F(Sock, EverySystemCallOfALocalSessionFailingInTurn) {
+    vektest::OsIoDisarm disarm;
+    std::string dir = vektest::temp_dir("sock_locfail");
+    std::string path = dir + "/s";
+    const char* had = std::getenv("XDG_RUNTIME_DIR");
+    std::string old = had ? had : "";
+    setenv("XDG_RUNTIME_DIR", dir.c_str(), 1);
+    std::string stale;
+    {
+        char addr[512];
+        ASSERT_GT(VekPipe_addr("stale", addr, sizeof addr), 0);
+        stale = addr;
+    }
+    for (bool byName : {false, true}) {
+        int runs = os_io_sweep([&](int k) -> vek_s32 {
+            vek_s32 err = 0;
+            if (byName) {
+                // A socket file nobody listens on, as a killed server leaves it.
+                int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+                struct sockaddr_un a = {};
+                a.sun_family = AF_UNIX;
+                std::snprintf(a.sun_path, sizeof a.sun_path, "%s", stale.c_str());
+                unlink(stale.c_str());
+                EXPECT_EQ(0, bind(fd, (struct sockaddr*)&a, sizeof a));
+                close(fd);
+            }
+            VekPipe* ep = nullptr;
+            SockPtr lis;
+            if (byName) {
+                ep = VekPipe_xlisten__("stale", 0, &err, __FILE__, __LINE__);
+            } else {
+                lis.s = LocSock_xlisten__(path.c_str(), &err, __FILE__, __LINE__);
+            }
+            if (!ep && !lis.s) {
+                EXPECT_TRUE(one_of(err, {VEK_ERR_IO, VEK_ERR_ADDR_IN_USE, VEK_ERR_UNSAFE_DIR})) << k << " " << err;
+                return err;
+            }
+            SockPtr cli(byName ? VekPipe_xconnect__("stale", 0, 5000, &err, __FILE__, __LINE__)
+                               : LocSock_xconnect__(path.c_str(), 5000, &err, __FILE__, __LINE__));
+            SockPtr srv;
+            vek_s32 r = cli.s ? 0 : err;
+            if (r == 0) {
+                VekSockPeer peer;
+                r = byName ? VekPipe_accept(ep, &srv.s, &peer, 5000) : ISock_accept(lis, &srv.s, 5000);
+                if (r == 0 && !byName) {
+                    r = LocSock_peer(srv, &peer);
+                }
+            }
+            if (r == 0) {
+                r = ISock_write(srv, "pong", 4, 5000);
+                r = r == 4 ? (read_n(cli, 4) == "pong" ? 0 : -1) : r;
+            }
+            EXPECT_TRUE(one_of(r, {0, VEK_ERR_IO, VEK_ERR_REFUSED, VEK_ERR_UNSAFE_DIR, VEK_ERR_PEER_REFUSED,
+                                   VEK_ERR_PEER_CLOSED}))
+                << byName << k << " " << r;
+            if (ep) {
+                VekPipe_delete(ep);
+            }
+            return r;
+        });
+        EXPECT_GE(runs, 8) << byName;
+        EXPECT_NE(0, access(path.c_str(), F_OK));
+    }
+    if (had) {
+        setenv("XDG_RUNTIME_DIR", old.c_str(), 1);
+    } else {
+        unsetenv("XDG_RUNTIME_DIR");
+    }
+    vektest::remove_tree(dir);
+}
+
 /* ---- serial ports over a pseudo-terminal: the master plays the device ---- */
 
 class Serial : public Sock {
@@ -362,6 +494,86 @@ TEST_F(Serial, ReadsTakeChunksAsTheyComeAndAHangUpIsFinal) {
     EXPECT_EQ(0, ISock_close(s));
     EXPECT_EQ(VEK_ERR_NOT_OPEN, ISock_read(s, b, sizeof b, 0));
     EXPECT_EQ(-1, ISock_native(s));
+}
+
+// What the system says when a port cannot be had is what the caller can
+// act on: not there, held by someone else, not a terminal, a setting the
+// driver refused, gone. The open makes its calls in this order: open, the
+// terminal check, the lock, then the settings (read, write, read back).
+TEST_F(Serial, EachRefusalOfThePortGivesItsOwnCode) {
+    vektest::OsIoDisarm disarm;
+    const struct {
+        int call, err;
+        vek_s32 code;
+    } kCases[] = {
+        {1, ENOENT, VEK_ERR_NOT_FOUND}, {1, ENXIO, VEK_ERR_NOT_FOUND}, {1, EBUSY, VEK_ERR_BUSY},
+        {1, EACCES, VEK_ERR_IO},        {2, ENOTTY, VEK_ERR_UNSUPPORTED}, {3, EWOULDBLOCK, VEK_ERR_BUSY},
+        {3, ENOLCK, VEK_ERR_IO},        {4, EIO, VEK_ERR_DEV_GONE},      {5, EINVAL, VEK_ERR_BAD_SETTING},
+        {5, ENOTTY, VEK_ERR_UNSUPPORTED}, {5, EPERM, VEK_ERR_IO},        {6, ENODEV, VEK_ERR_DEV_GONE},
+    };
+    vek_s32 err;
+    for (const auto& c : kCases) {
+        vek_os_fail_at__(VEK_OS_IO, c.call);
+        vek_os_fail_errno__(c.err);
+        EXPECT_EQ(nullptr, SerSock_xopen__(path_.c_str(), nullptr, &err, __FILE__, __LINE__)) << c.call;
+        EXPECT_EQ(c.code, err) << "call " << c.call << " errno " << c.err;
+        EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_IO, 0)) << c.call;
+    }
+    // None of them kept the port: it opens, and a failing line or queue
+    // call on it is "not supported" or "gone" as the errno says.
+    SockPtr s(SerSock_xopen__(path_.c_str(), nullptr, &err, __FILE__, __LINE__));
+    ASSERT_TRUE(s.s) << err;
+    vek_os_fail_at__(VEK_OS_IO, 1);
+    vek_os_fail_errno__(EINVAL);
+    EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_purge(s, VEK_PURGE_IN));
+    VekSerCfg got;
+    vek_os_fail_at__(VEK_OS_IO, 1);
+    EXPECT_EQ(VEK_ERR_DEV_GONE, ISock_getCfg(s, &got));
+    EXPECT_EQ(VEK_ERR_DEV_GONE, ISock_drain(s, 0));  // final: no system call decides it again
+}
+
+// Every system call of a serial session failing in turn: each failure is
+// a code its call documents, a removal stays final until the close,
+// nothing leaks, and the port is free for the next open.
+TEST_F(Serial, EverySystemCallFailingInTurnLeavesThePortUsable) {
+    vektest::OsIoDisarm disarm;
+    const VekSerCfg cfg = {57600, 8, VEK_PAR_NONE, 1, VEK_FLOW_NONE};
+    int runs = os_io_sweep([&](int k) -> vek_s32 {
+        vek_s32 err = 0;
+        SockPtr s(SerSock_xopen__(path_.c_str(), &cfg, &err, __FILE__, __LINE__));
+        if (!s.s) {
+            EXPECT_TRUE(one_of(err, {VEK_ERR_BUSY, VEK_ERR_IO, VEK_ERR_UNSUPPORTED, VEK_ERR_DEV_GONE})) << k << " " << err;
+            return err;
+        }
+        vek_s32 bad = 0;
+        auto check = [&](vek_s32 r, std::initializer_list<vek_s32> ok) {
+            if (bad == VEK_ERR_DEV_GONE) {
+                EXPECT_EQ(VEK_ERR_DEV_GONE, r) << k;  // final until the close
+            } else if (r < 0 && !one_of(r, ok)) {
+                bad = r;
+                EXPECT_TRUE(one_of(r, {VEK_ERR_DEV_GONE, VEK_ERR_IO})) << k << " " << r;
+            }
+        };
+        VekSerCfg got;
+        char b[8];
+        check(ISock_setCfg(s, &cfg), {VEK_ERR_UNSUPPORTED});
+        check(ISock_getCfg(s, &got), {VEK_ERR_UNSUPPORTED});
+        check(ISock_setLines(s, VEK_LINE_DTR | VEK_LINE_RTS, VEK_LINE_DTR), {VEK_ERR_UNSUPPORTED});
+        check(ISock_getLines(s), {VEK_ERR_UNSUPPORTED});
+        check(ISock_write(s, "AT\r", 3, 1000), {});
+        check(ISock_drain(s, 1000), {VEK_ERR_UNSUPPORTED});
+        check(ISock_purge(s, VEK_PURGE_IN | VEK_PURGE_OUT), {VEK_ERR_UNSUPPORTED});
+        check(ISock_sendBreak(s, 1), {VEK_ERR_UNSUPPORTED});
+        EXPECT_EQ(2, write(master_, "OK", 2));
+        vek_s32 r = ISock_read(s, b, sizeof b, 1000);
+        check(r, {});
+        EXPECT_EQ(0, ISock_close(s));
+        char drop[64];
+        while (vek_fd_swait(master_, VEK_FD_IN, 0, 0) > 0 && read(master_, drop, sizeof drop) > 0) {
+        }
+        return bad ? bad : r == 2 ? 0 : -1;
+    });
+    EXPECT_GE(runs, 10);
 }
 
 #else
