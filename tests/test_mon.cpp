@@ -123,7 +123,7 @@ TEST_F(Mon, ChangesOfOneFolderInOrder) {
 // before their folder had a watch.
 TEST_F(Mon, RecursiveWatchesSeeDeepTreesMadeAtOnce) {
     FileMon* m = nullptr;
-    ASSERT_EQ(0, FileMon_new(dir_.c_str(), VEK_FILEMON_RECURSIVE, nullptr, nullptr, &m));
+    ASSERT_EQ(0, FileMon_new((dir_ + "/").c_str(), VEK_FILEMON_RECURSIVE, nullptr, nullptr, &m));
     fs::create_directories(at("a/b/c/d/e"));
     vektest::write_file(at("a/b/c/d/e/deep.txt"), "x");
     std::string outside = dir_ + "-outside";
@@ -147,6 +147,21 @@ TEST_F(Mon, RecursiveWatchesSeeDeepTreesMadeAtOnce) {
     fs::rename(at("a/b/c/d/e/deep.txt"), at("a/b/c/d/e/deeper.txt"));
     evs = collect(m);
     EXPECT_TRUE(has(evs, VEK_MON_RENAMED, "a/b/c/d/e/deeper.txt", "a/b/c/d/e/deep.txt")) << dump(evs);
+    // A folder renamed inside the tree keeps its watches under its new
+    // name; one moved out of the tree takes them along.
+    fs::rename(at("a/b"), at("a/x"));
+    vektest::write_file(at("a/x/c/new.txt"), "z");
+    evs = collect(m);
+    EXPECT_TRUE(has(evs, VEK_MON_RENAMED, "a/x", "a/b")) << dump(evs);
+    EXPECT_TRUE(has(evs, VEK_MON_ADDED, "a/x/c/new.txt")) << dump(evs);
+    fs::create_directories(outside);
+    fs::rename(at("a/x"), outside + "/x");
+    evs = collect(m);
+    EXPECT_TRUE(has(evs, VEK_MON_REMOVED, "a/x")) << dump(evs);
+    vektest::write_file(outside + "/x/c/later.txt", "z");
+    evs = collect(m);
+    EXPECT_TRUE(evs.empty()) << dump(evs);
+    vektest::remove_tree(outside);
     // Removing the watched folder itself ends the monitor (where the system
     // does not say so, a waiting read notices within a second).
     vektest::remove_tree(dir_);
@@ -178,18 +193,27 @@ TEST_F(Mon, AnOverflowedQueueIsARescanNotSilence) {
         GTEST_SKIP() << "max_queued_events is " << limit << ": too many events to force an overflow here";
     }
     FileMon* m = nullptr;
-    ASSERT_EQ(0, FileMon_new(dir_.c_str(), 0, nullptr, nullptr, &m));
+    fs::create_directories(at("sub"));
+    ASSERT_EQ(0, FileMon_new(dir_.c_str(), VEK_FILEMON_RECURSIVE, nullptr, nullptr, &m));
     vektest::write_file(at("x"), "");
     // Each rename is two events that the kernel cannot merge.
     for (long i = 0; i <= limit / 2 + 16; i++) {
         fs::rename(at(i % 2 ? "y" : "x"), at(i % 2 ? "x" : "y"));
     }
+    fs::create_directories(at("late"));  // its creation is lost with the rest
     bool rescan = false;
     VekMonEvt e;
     while (!rescan && FileMon_read(m, &e, 200, 0) == 0) {
         rescan = e.type == VEK_MON_RESCAN && e.err == 0 && std::string(e.path).empty();
     }
     EXPECT_TRUE(rescan);
+    // ...but the folder is watched from the rescan on.
+    vektest::write_file(at("late/f"), "");
+    bool seen = false;
+    while (!seen && FileMon_read(m, &e, 2000, 0) == 0) {
+        seen = e.type == VEK_MON_ADDED && std::string(e.path) == "late/f";
+    }
+    EXPECT_TRUE(seen);
     FileMon_delete(m);
 }
 

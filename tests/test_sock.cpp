@@ -21,6 +21,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -64,6 +65,24 @@ vek_s32 cancelled_after(vek_u32 ms, std::function<vek_s32()> f, vek_u32* took) {
     *took = end - t0;
     return res;
 }
+
+#ifndef _WIN32
+/* A private runtime folder for the endpoints of one test. */
+struct RuntimeDir {
+    std::string dir = vektest::temp_dir("sock_rt");
+    const char* had = std::getenv("XDG_RUNTIME_DIR");
+    std::string old = had ? had : "";
+    RuntimeDir() { setenv("XDG_RUNTIME_DIR", dir.c_str(), 1); }
+    ~RuntimeDir() {
+        if (had) {
+            setenv("XDG_RUNTIME_DIR", old.c_str(), 1);
+        } else {
+            unsetenv("XDG_RUNTIME_DIR");
+        }
+        vektest::remove_tree(dir);
+    }
+};
+#endif
 
 /* A connected pair through a listener: {client, server side}. */
 void tcp_pair(const char* host, SockPtr* cli, SockPtr* srv) {
@@ -341,11 +360,9 @@ TEST_F(Sock, EverySystemCallOfATcpSessionFailingInTurn) {
 // a failure never removes a live server's socket nor leaves one behind.
 TEST_F(Sock, EverySystemCallOfALocalSessionFailingInTurn) {
     vektest::OsIoDisarm disarm;
-    std::string dir = vektest::temp_dir("sock_locfail");
+    RuntimeDir rt;
+    const std::string& dir = rt.dir;
     std::string path = dir + "/s";
-    const char* had = std::getenv("XDG_RUNTIME_DIR");
-    std::string old = had ? had : "";
-    setenv("XDG_RUNTIME_DIR", dir.c_str(), 1);
     std::string stale;
     {
         char addr[512];
@@ -402,12 +419,87 @@ TEST_F(Sock, EverySystemCallOfALocalSessionFailingInTurn) {
         EXPECT_GE(runs, 8) << byName;
         EXPECT_NE(0, access(path.c_str(), F_OK));
     }
-    if (had) {
-        setenv("XDG_RUNTIME_DIR", old.c_str(), 1);
-    } else {
-        unsetenv("XDG_RUNTIME_DIR");
+}
+
+// What a connect or an accept meets, named so the caller can act on it:
+// a time-out, a refusal; a client that gave up before it was taken, or a
+// local listener's full backlog, is waited past.
+TEST_F(Sock, SystemErrorsOfConnectAndAcceptAreNamedOrWaitedPast) {
+    vektest::OsIoDisarm disarm;
+    vek_s32 err;
+    SockPtr lis(TcpSock_xlisten__("127.0.0.1", 0, VEK_TCP_NUMERIC, &err, __FILE__, __LINE__));
+    ASSERT_TRUE(lis.s) << err;
+    vek_s32 port = TcpSock_port(lis);
+    // A numeric connect: the lookup, the socket, the connect.
+    const struct {
+        int err;
+        vek_s32 code;
+    } kConnect[] = {{ETIMEDOUT, VEK_ERR_TIMEOUT}, {ECONNREFUSED, VEK_ERR_REFUSED}, {ENETUNREACH, VEK_ERR_IO}};
+    for (const auto& c : kConnect) {
+        vek_os_fail_at__(VEK_OS_IO, 3);
+        vek_os_fail_errno__(c.err);
+        EXPECT_EQ(nullptr, TcpSock_xconnect__("127.0.0.1", port, VEK_TCP_NUMERIC, 5000, &err, __FILE__, __LINE__));
+        EXPECT_EQ(c.code, err) << c.err;
+        EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_IO, 0));
     }
-    vektest::remove_tree(dir);
+    SockPtr cli(TcpSock_xconnect__("127.0.0.1", port, VEK_TCP_NUMERIC, 5000, &err, __FILE__, __LINE__));
+    ASSERT_TRUE(cli.s) << err;
+    SockPtr srv;
+    vek_os_fail_at__(VEK_OS_IO, 1);
+    vek_os_fail_errno__(ECONNABORTED);
+    EXPECT_EQ(0, ISock_accept(lis, &srv.s, 5000));
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_IO, 0));
+
+    RuntimeDir rt;
+    std::string path = rt.dir + "/s";
+    SockPtr loc(LocSock_xlisten__(path.c_str(), &err, __FILE__, __LINE__));
+    ASSERT_TRUE(loc.s) << err;
+    // The socket, then the connect the full backlog refuses for now.
+    vek_os_fail_at__(VEK_OS_IO, 2);
+    vek_os_fail_errno__(EAGAIN);
+    SockPtr c1(LocSock_xconnect__(path.c_str(), 5000, &err, __FILE__, __LINE__));
+    EXPECT_TRUE(c1.s) << err;
+    vek_os_fail_at__(VEK_OS_IO, 2);
+    vek_os_fail_errno__(EAGAIN);
+    EXPECT_EQ(nullptr, LocSock_xconnect__(path.c_str(), 0, &err, __FILE__, __LINE__));
+    EXPECT_EQ(VEK_ERR_TIMEOUT, err);
+    std::string tooLong = rt.dir + "/" + std::string(200, 'n');
+    EXPECT_EQ(nullptr, LocSock_xconnect__(tooLong.c_str(), 0, &err, __FILE__, __LINE__));
+    EXPECT_EQ(VEK_ERR_BAD_ARG, err);
+    EXPECT_EQ(nullptr, LocSock_xlisten__(tooLong.c_str(), &err, __FILE__, __LINE__));
+    EXPECT_EQ(VEK_ERR_BAD_ARG, err);
+}
+
+// A server starting while another one takes its name waits for the
+// folder's lock, and a cancel ends that wait; a folder that cannot be
+// locked at all does not keep a server from starting.
+TEST_F(Sock, AnEndpointWaitsForTheFoldersLockUntilCancelled) {
+    vektest::OsIoDisarm disarm;
+    RuntimeDir rt;
+    char addr[512];
+    ASSERT_GT(VekPipe_addr("locked", addr, sizeof addr), 0);
+    int held = open((rt.dir + "/vek").c_str(), O_RDONLY | O_DIRECTORY);
+    ASSERT_EQ(0, flock(held, LOCK_EX));
+    vek_u32 took;
+    vek_s32 r = cancelled_after(50, [&] {
+        vek_s32 err = 0;
+        VekPipe* ep = VekPipe_xlisten__("locked", 0, &err, __FILE__, __LINE__);
+        if (ep) {
+            VekPipe_delete(ep);
+        }
+        return err;
+    }, &took);
+    EXPECT_EQ(VEK_ERR_ABORTED, r);
+    EXPECT_LT(took, 2000u);
+    // The folder's checks (made, looked at), its opening, its lock.
+    vek_os_fail_at__(VEK_OS_IO, 4);
+    vek_os_fail_errno__(ENOLCK);
+    vek_s32 err = 0;
+    VekPipe* ep = VekPipe_xlisten__("locked", 0, &err, __FILE__, __LINE__);
+    EXPECT_TRUE(ep) << err;
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_IO, 0));
+    VekPipe_delete(ep);
+    close(held);
 }
 
 /* ---- serial ports over a pseudo-terminal: the master plays the device ---- */
@@ -466,9 +558,15 @@ TEST_F(Serial, SettingsAreReadBackAndABadOneChangesNothing) {
     // No modem lines on a pseudo-terminal: those calls say so, the rest work.
     EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_getLines(s));
     EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_setLines(s, VEK_LINE_DTR, VEK_LINE_DTR));
+    EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_setLines(s, VEK_LINE_RTS, 0));
+    EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_setLines(s, 0, 0));  // changes nothing, still tells
     EXPECT_EQ(0, ISock_drain(s, 1000));
     EXPECT_EQ(0, ISock_purge(s, VEK_PURGE_IN | VEK_PURGE_OUT));
+    EXPECT_EQ(0, ISock_purge(s, VEK_PURGE_OUT));
+    EXPECT_EQ(0, ISock_purge(s, 0));
     EXPECT_EQ(0, ISock_sendBreak(s, 20));
+    VekSerCfg odd = {9600, 8, VEK_PAR_ODD, 1, VEK_FLOW_NONE};
+    EXPECT_EQ(VEK_ERR_BAD_SETTING, ISock_setCfg(s, &odd));
 }
 
 TEST_F(Serial, ReadsTakeChunksAsTheyComeAndAHangUpIsFinal) {
@@ -483,6 +581,9 @@ TEST_F(Serial, ReadsTakeChunksAsTheyComeAndAHangUpIsFinal) {
     EXPECT_EQ(2, ISock_read(s, b, sizeof b, 1000));
     vek_u32 took;
     EXPECT_EQ(VEK_ERR_ABORTED, cancelled_after(50, [&] { return ISock_read(s, b, sizeof b, 20000); }, &took));
+    EXPECT_LT(took, 2000u);
+    // A long break ends at a cancel, and the port goes on working.
+    EXPECT_EQ(VEK_ERR_ABORTED, cancelled_after(50, [&] { return ISock_sendBreak(s, 20000); }, &took));
     EXPECT_LT(took, 2000u);
     EXPECT_EQ(4, write(master_, "OK\r\n", 4));
     EXPECT_EQ(4, ISock_read(s, b, sizeof b, 1000));
