@@ -19,7 +19,9 @@ TEST(VektoolWatch, ReportsAFileMadeInTheFolderAndEndsWithIt) {
     std::string dir = t.path("watched");
     std::filesystem::create_directory(std::filesystem::u8path(dir));
     int code = -1;
-    std::thread child([&] { code = t.run("watch " + t.q("watched")); });
+    // Bounded, so that a watcher that missed its folder's end fails the
+    // test (timeout's 124) instead of holding the whole run.
+    std::thread child([&] { code = t.sh("timeout 60 $T watch watched"); });
     // The watch starts some time after the process does: files are made
     // until one is reported.
     bool seen = false;
@@ -31,7 +33,7 @@ TEST(VektoolWatch, ReportsAFileMadeInTheFolderAndEndsWithIt) {
     std::filesystem::remove_all(std::filesystem::u8path(dir));  // the watcher's end
     child.join();
     EXPECT_TRUE(seen) << t.err();
-    EXPECT_EQ(0, code) << t.err();
+    EXPECT_EQ(0, code) << t.err() << "\n(what it printed)\n" << t.out();
     std::string out = t.out();
     size_t at = out.find("added\t");
     ASSERT_NE(std::string::npos, at);
