@@ -1170,7 +1170,14 @@ VEK_API vek_s32 vek_dump_data(const char* title, const void* data, vek_s32 len) 
                       [p, len](char* out) { dump_bytes(p, len, out); });
 }
 
-VEK_API vek_s32 vek_dump_str(VekStr* out, const void* data, vek_s32 len) {
+} // extern "C"
+
+namespace {
+
+/* The dump and escape forms appended to a string: one argument check. */
+template <class Fill>
+vek_s32 append_form(VekStr* out, const void* data, vek_s32 len, vek_s32 (*size)(const vek_u8*, vek_s32),
+                    Fill fill) {
     if (!out || (!data && len > 0)) {
         VEK_ASSERT(out && (data || len <= 0));
         return VEK_ERR_BAD_ARG;
@@ -1179,19 +1186,20 @@ VEK_API vek_s32 vek_dump_str(VekStr* out, const void* data, vek_s32 len) {
         return 0;
     }
     const vek_u8* p = (const vek_u8*)data;
-    return str_append(out, dump_len(len), [p, len](char* o) { dump_bytes(p, len, o); });
+    return str_append(out, size(p, len), [p, len, fill](char* o) { fill(p, len, o); });
+}
+
+} // namespace
+
+extern "C" {
+
+VEK_API vek_s32 vek_dump_str(VekStr* out, const void* data, vek_s32 len) {
+    return append_form(out, data, len, [](const vek_u8*, vek_s32 n) { return dump_len(n); }, dump_bytes);
 }
 
 VEK_API vek_s32 vek_esc_str(VekStr* out, const void* data, vek_s32 len) {
-    if (!out || (!data && len > 0)) {
-        VEK_ASSERT(out && (data || len <= 0));
-        return VEK_ERR_BAD_ARG;
-    }
-    if (len <= 0) {
-        return 0;
-    }
-    const vek_u8* p = (const vek_u8*)data;
-    return str_append(out, esc_bytes(p, len, nullptr), [p, len](char* o) { esc_bytes(p, len, o); });
+    return append_form(out, data, len, [](const vek_u8* p, vek_s32 n) { return esc_bytes(p, n, nullptr); },
+                       esc_bytes);
 }
 
 VEK_API vek_s32 sys_printf(const char* fmt, ...) {

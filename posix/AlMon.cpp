@@ -9,6 +9,7 @@
  * moved in). What the listing finds may also come as an event of its own
  * a moment later; such a duplicate is dropped.
  */
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -18,6 +19,7 @@
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 #include <unordered_map>
 #include <string_view>
@@ -38,6 +40,18 @@ constexpr uint32_t kMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_ATTRIB | IN_MO
                            IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_EXCL_UNLINK;
 /* How long an unpaired "moved from" waits for its "moved to". */
 constexpr vek_s32 kPairMs = 10;
+/* How often an idle watch checks that its folder is still there. The
+ * kernel reports the folder's removal only once the last reference to it
+ * goes (an open handle in any process delays it), and some sandboxed file
+ * systems never report it; a watcher that waited for that report alone
+ * could wait for ever on a folder that is gone. */
+constexpr vek_s32 kAliveMs = 1000;
+
+vek_s64 mono_ms() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return (vek_s64)ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
+}
 
 template <class K, class V>
 using Map = std::unordered_map<K, V, std::hash<K>, std::equal_to<K>, vek::HeapAllocator<std::pair<const K, V>>>;
@@ -63,6 +77,8 @@ struct FileWatch {
     VString root;
     Map<int, VString> dirs;   // watch -> folder, relative to the root
     int rootWd = -1;
+    dev_t rootDev = 0;  // the folder watched: a new one of the same name
+    ino_t rootIno = 0;  // is another folder
     // Paths the listing of new folders reported, in this read and the one
     // before: an event for one of them is a duplicate.
     PathSet listed, listedBefore;
@@ -178,6 +194,9 @@ struct FileWatch {
         }
         if (e->mask & IN_IGNORED) {
             dirs.erase(it);
+            if (e->wd == rootWd) {
+                root_gone(q);  // unmounted, or removed without its own report
+            }
             return;
         }
         const VString dir = it->second;
@@ -194,8 +213,7 @@ struct FileWatch {
         flush_from(q);
         if (e->mask & (IN_DELETE_SELF | IN_MOVE_SELF)) {
             if (e->wd == rootWd) {
-                mon_push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
-                gone = true;
+                root_gone(q);
             }
             return;  // a folder inside: its parent reports it
         }
@@ -211,6 +229,19 @@ struct FileWatch {
         } else if (e->mask & (IN_MODIFY | IN_ATTRIB)) {
             mon_push(q, VEK_MON_CHANGED, isDir ? VEK_MON_DIR : 0, path);
         }
+    }
+
+    void root_gone(MonQue& q) {
+        if (!gone) {
+            gone = true;
+            mon_push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
+        }
+    }
+
+    /* Whether the folder watched is still where it was. */
+    bool root_there() const {
+        struct stat st;
+        return stat(root.c_str(), &st) == 0 && st.st_dev == rootDev && st.st_ino == rootIno;
     }
 
     /* Reads what the kernel holds now; false when nothing was there. */
@@ -258,6 +289,8 @@ vek_s32 filewatch_open(const char* dir, bool recursive, FileWatch** out) {
             filewatch_close(w);
             return r;
         }
+        w->rootDev = st.st_dev;
+        w->rootIno = st.st_ino;
         w->rootWd = inotify_add_watch(w->fd, w->root.c_str(), kMask);
         if (w->rootWd < 0) {
             vek_s32 r = errno == ENOSPC ? VEK_ERR_WATCH_LIMIT : VEK_ERR_FILE_OPEN;
@@ -288,11 +321,23 @@ vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
     try {
         w->listedBefore.swap(w->listed);
         w->listed.clear();
-        while (q.size() == before) {
+        vek_s64 deadline = tmo < 0 ? 0 : mono_ms() + tmo;
+        while (q.size() == before && !w->gone) {
             if (!w->drain(q)) {
-                vek_s32 r = vek_fd_swait(w->fd, VEK_FD_IN, w->fromHeld ? kPairMs : tmo, flags);
+                vek_s32 left = tmo < 0 ? kAliveMs : (vek_s32)std::max<vek_s64>(0, deadline - mono_ms());
+                vek_s32 slice = w->fromHeld ? kPairMs : std::min(left, kAliveMs);
+                vek_s32 r = vek_fd_swait(w->fd, VEK_FD_IN, slice, flags);
                 if (r == VEK_ERR_TIMEOUT && w->fromHeld) {
                     w->flush_from(q);
+                    continue;
+                }
+                if (r == VEK_ERR_TIMEOUT && slice == kAliveMs) {
+                    if (!w->root_there()) {
+                        w->drain(q);  // what came before the end, then the end
+                        w->root_gone(q);
+                    } else if (tmo >= 0 && mono_ms() >= deadline) {
+                        return r;
+                    }
                     continue;
                 }
                 if (r < 0) {

@@ -19,7 +19,9 @@ TEST(VektoolWatch, ReportsAFileMadeInTheFolderAndEndsWithIt) {
     std::string dir = t.path("watched");
     std::filesystem::create_directory(std::filesystem::u8path(dir));
     int code = -1;
-    std::thread child([&] { code = t.run("watch " + t.q("watched")); });
+    // Bounded, so that a watcher that missed its folder's end fails the
+    // test (timeout's 124) instead of holding the whole run.
+    std::thread child([&] { code = t.sh("timeout 60 $T watch watched"); });
     // The watch starts some time after the process does: files are made
     // until one is reported.
     bool seen = false;
