@@ -465,7 +465,9 @@ void given_up(AtChan* ch, vek_s32 r) {
 
 // "ATE1" (its answer does not matter), then "ATE0": with echo now on, the
 // echo of "ATE0" marks where the modem is, and the final after it is the
-// probe's own.
+// probe's own. The first command also sets the result form the lexer
+// reads (V1 words, V0 digits): a modem left in the other form would
+// answer every probe in finals the channel cannot see.
 vek_s32 resync(AtChan* ch, vek_u32 start, vek_s32 tmo) {
     vek_s32 probe = ch->opts.probeTmo > 0 ? ch->opts.probeTmo : 1000;
     for (int attempt = 0; attempt < 3; attempt++) {
@@ -473,7 +475,7 @@ vek_s32 resync(AtChan* ch, vek_u32 start, vek_s32 tmo) {
             std::lock_guard<std::mutex> g(ch->lk);
             arm(ch, PROBE_ANY, "", "");
         }
-        vek_s32 r = send_all(ch, "ATE1\r", probe);
+        vek_s32 r = send_all(ch, (ch->opts.flags & AT_CHAN_NUMERIC) ? "ATE1V0\r" : "ATE1V1\r", probe);
         if (r == 0) {
             r = wait_done(ch, vek_msec(), probe);
         }

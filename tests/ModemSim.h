@@ -161,8 +161,9 @@ class ModemSim {
             vek_sleep((vek_u32)p_.lateMs);
         }
         bool hang = once(p_.hangupCmd, cmd);
-        if (cmd == "ATE0" || cmd == "ATE1") {
-            p_.echo = cmd == "ATE1";
+        if (cmd == "ATE0" || cmd == "ATE1" || cmd == "ATE1V0" || cmd == "ATE1V1") {
+            p_.echo = cmd[3] == '1';
+            p_.numeric = cmd.size() == 6 ? cmd[5] == '0' : p_.numeric;
             answer({}, "OK", hang);
         } else if (cmd == "AT" || cmd == "AT+CMEE=1" || cmd == "AT+CMGF=0") {
             answer({}, "OK", hang);

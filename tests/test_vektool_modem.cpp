@@ -73,14 +73,14 @@ TEST_F(VektoolModem, SmsSendSplitsAndPrintsReferences) {
 }
 
 // Parts out of order and twice, one message missing parts, one whole;
-// the same listing from a modem with every line fault and a SIM that is
-// still busy for the first two questions.
+// the same listing from a modem left in numeric form, with every line
+// fault and a SIM that is still busy for the first two questions.
 TEST_F(VektoolModem, SmsListJoinsAndDeletes) {
     SimProfile p;
     p.external = true;
     p.store = {{1, kWhole}, {3, kPart2}, {4, kPart1}, {5, kPart2}, {7, kLonely}};
     SimProfile bad = p;
-    bad.echo = bad.noise = bad.urcBetween = bad.urcInside = true;
+    bad.echo = bad.noise = bad.urcBetween = bad.urcInside = bad.numeric = true;
     bad.chunking = 2;
     bad.simBusy = 2;
     ModemSim faulty(bad);
