@@ -283,6 +283,9 @@ void flush_urc(AtChan* ch) {
 }
 
 void finish(AtChan* ch, vek_s32 result) {
+    // Lines after the final belong to no reply, though the commanding
+    // thread takes the reply only when it wakes: they are sorted as idle.
+    ch->mode = IDLE;
     ch->result = result;
     ch->finished = true;
     vek_evt_set(ch->done);
