@@ -292,7 +292,8 @@ void clear_tok(VekLexTok* tok) {
     tok->arg = "";
 }
 
-// Rebuilds the buckets after the table changed.
+// Rebuilds the buckets after the table changed (add_entry leaves that to
+// its callers, so that the built-ins are chained once).
 void chain(VekLex* x) {
     x->shortHead = -1;
     std::fill(x->head, x->head + kBuckets, (vek_s16)-1);
@@ -324,7 +325,6 @@ vek_s32 add_entry(VekLex* x, const char* prefix, vek_s32 kind, vek_s32 lines, ve
     }
     x->table[i] = e;
     x->count = std::max(x->count, i + 1);
-    chain(x);
     return 0;
 }
 
@@ -354,6 +354,7 @@ VEK_API VekLex* VekLex_new(vek_s32 maxLine, vek_s32 flags) {
     for (const Builtin& b : kBuiltins) {
         add_entry(x, b.text, b.kind, b.lines, b.whole);
     }
+    chain(x);
     VekLex_reset(x);
     return x;
 }
@@ -386,7 +387,9 @@ VEK_API vek_s32 VekLex_addPrefix(VekLex* x, const char* prefix, vek_s32 kind, ve
     }
     // Lines are named when they end, so a line in progress is named
     // with the new entry too.
-    return add_entry(x, prefix, kind, lines, whole);
+    vek_s32 r = add_entry(x, prefix, kind, lines, whole);
+    chain(x);
+    return r;
 }
 
 VEK_API void VekLex_setEcho(VekLex* x, const char* cmd) {
