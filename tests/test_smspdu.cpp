@@ -214,5 +214,11 @@ TEST_F(SmsPduTest, StatusReportsFindTheirParts) {
     EXPECT_EQ(h.failed, 1);
     ASSERT_EQ(SmsPdu_dec(&rep, "00062C0B916407281553F8993092516195809930925161958000", -1, 1), 0);  // MR 44
     EXPECT_EQ(SmsTrack_report(tr, &rep, &h), 0);
+    // The network may name the recipient in its national form.
+    ASSERT_EQ(SmsTrack_sent(tr, 300, 1, 1, 44, "+46708251358"), 0);
+    ASSERT_EQ(SmsPdu_dec(&rep, "00062C0A817080523185993092516195809930925161958000", -1, 1), 0);
+    EXPECT_STREQ(rep.addr, "0708251358");
+    ASSERT_EQ(SmsTrack_report(tr, &rep, &h), 1);
+    EXPECT_EQ(h.msgId, 300);
     SmsTrack_delete(tr);
 }
