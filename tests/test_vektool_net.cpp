@@ -33,7 +33,7 @@ TEST(VektoolWatch, ReportsAFileMadeInTheFolderAndEndsWithIt) {
     std::filesystem::remove_all(std::filesystem::u8path(dir));  // the watcher's end
     child.join();
     EXPECT_TRUE(seen) << t.err();
-    EXPECT_EQ(0, code) << t.err();
+    EXPECT_EQ(0, code) << t.err() << "\n(what it printed)\n" << t.out();
     std::string out = t.out();
     size_t at = out.find("added\t");
     ASSERT_NE(std::string::npos, at);
