@@ -72,7 +72,14 @@ VEK_API vek_s32 vek_file_fail_at__(vek_s32 kind, vek_s64 bytes);
 #define VEK_OS_LOCALTIME 3  /* breaking a time down in the local zone */
 #define VEK_OS_OWNER     4  /* giving a replacement file the original's owner
                              * and permissions */
+#define VEK_OS_IO        5  /* each system call of the transports, serial
+                             * ports, endpoints, device list and watch and
+                             * file and disc monitors (POSIX) */
 VEK_API vek_s32 vek_os_fail_at__(vek_s32 call, vek_s32 k);
+/* Fault injection for tests: the system error (errno) that the next
+ * injected failure of VEK_OS_IO reports instead of the one its call
+ * usually fails with; used once, 0 forgets a choice not used yet. */
+VEK_API void vek_os_fail_errno__(vek_s32 err);
 
 /* ---- memory, threads, clock ---- */
 VEK_API void* al_malloc(size_t size);  /* plain, untracked allocation */

@@ -20,7 +20,10 @@
  * system's queue overflowed (Linux IN_Q_OVERFLOW; Windows: a completion
  * with no data, or ERROR_NOTIFY_ENUM_DIR), err 0; when the system would
  * watch no more folders (Linux max_user_watches), err -797
- * (VEK_ERR_WATCH_LIMIT) and path the folder left unwatched.
+ * (VEK_ERR_WATCH_LIMIT) and path the folder left unwatched; when a new
+ * folder of a recursive watch could not be watched or listed for another
+ * reason than being gone or closed to the user, err -850 (VEK_ERR_IO) and
+ * path that folder.
  *
  * FileMon paths are relative to the watched folder ("" is the folder
  * itself), with the system's separator. A rename within the watched tree
@@ -74,7 +77,7 @@ VEK_BEGIN_DECLS
 typedef struct VekMonEvt {
     vek_s32 type;
     vek_s32 flags;
-    vek_s32 err;          /* VEK_MON_RESCAN: 0, or -797 */
+    vek_s32 err;          /* VEK_MON_RESCAN: 0, -797 or -850 */
     const char* path;
     const char* oldPath;  /* RENAMED: the old path; DiscMon: the device or source; else "" */
     const char* fsType;   /* DiscMon: the file system type ("ext4", "NTFS"); else "" */

@@ -123,6 +123,10 @@ VEK_API vek_s32 vek_os_fail_at__(vek_s32 call, vek_s32 k) {
     return plat::g_osFailFired[call].exchange(0, std::memory_order_relaxed);
 }
 
+VEK_API void vek_os_fail_errno__(vek_s32 err) {
+    plat::g_osFailErrno.store(err > 0 ? err : 0, std::memory_order_relaxed);
+}
+
 VEK_API void* al_malloc(size_t size) {
     return injected_failure() ? nullptr : std::malloc(size ? size : 1);
 }

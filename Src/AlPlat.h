@@ -53,6 +53,9 @@
  *                                      anything of the platform's
  *   vek::mountinfo_parse vek::uevent_parse  this contract's portable
  *                                      parsers of the disc watch (MonParse)
+ *   vek::ListedPaths::next_read vek::ListedPaths::found
+ *   vek::ListedPaths::repeats          the file watches' record of what
+ *                                      their own listings reported (VekMon)
  */
 #ifndef VEK_ALPLAT_H
 #define VEK_ALPLAT_H
@@ -79,9 +82,12 @@ namespace plat {
  * armed from the portable one. Each implementation asks os_fails(service)
  * right where it calls the system, and on true reports the failure as the
  * system would have (errno / the last error set, the same result). */
-constexpr vek_s32 kOsServices = 5;
+constexpr vek_s32 kOsServices = 6;
 inline std::atomic<vek_s32> g_osFailLeft[kOsServices];
 inline std::atomic<vek_s32> g_osFailFired[kOsServices];
+/* The system error the next injected failure of VEK_OS_IO reports instead
+ * of its call's own (vek_os_fail_errno__; 0: the call's own). */
+inline std::atomic<vek_s32> g_osFailErrno{0};
 inline bool os_fails(vek_s32 service) {
     std::atomic<vek_s32>& left = g_osFailLeft[service];
     if (left.load(std::memory_order_relaxed) <= 0) {

@@ -44,11 +44,39 @@ inline void mon_push(MonQue& q, vek_s32 type, vek_s32 flags, VString path, VStri
     q.push_back(std::move(e));
 }
 
-/* A set of relative paths: what the listing of a new folder reported. */
+/* A sign that events may have been lost: whoever keeps a copy of the tree
+ * looks at it again. err says why when the system told (-797: out of
+ * watches), else 0; path is the folder to look at, "" for the whole tree. */
+inline void mon_rescan(MonQue& q, VString path = VString(), vek_s32 err = 0) {
+    mon_push(q, VEK_MON_RESCAN, VEK_MON_DIR, std::move(path), VString(), err);
+}
+
+/* A set of relative paths. */
 struct PathHash {
     size_t operator()(const VString& s) const { return std::hash<std::string_view>()(std::string_view(s.data(), s.size())); }
 };
 using PathSet = std::unordered_set<VString, PathHash, std::equal_to<VString>, HeapAllocator<VString>>;
+
+/* What a recursive watch found by listing a folder that appeared in it.
+ * What was made in such a folder before its watch existed (mkdir -p, a
+ * tree moved in) is reported by nobody else, so the watch lists it; the
+ * system may still report some of it a moment later, in the read that
+ * listed it or the next one, and that second report is dropped. Both
+ * systems' watches keep one of these (VekMon.cpp). */
+class ListedPaths {
+  public:
+    /* A read begins: what the read before the previous one listed can no
+     * longer come again. */
+    void next_read();
+    /* Reports path as found by listing (ADDED, SCANNED) and remembers it. */
+    void found(MonQue& q, const VString& path, bool isDir);
+    /* Whether the system's report of path repeats a listing's (then
+     * forgotten: a later report is a change of its own). */
+    bool repeats(const VString& path);
+
+  private:
+    PathSet now_, before_;
+};
 
 /* One line of /proc/self/mountinfo: the mount's id, where it is mounted,
  * what is mounted there and the file system's type (octal escapes such as

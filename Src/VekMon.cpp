@@ -15,6 +15,24 @@
 #include "VekCore.h"
 #include "VekErp.h"
 
+namespace vek {
+
+void ListedPaths::next_read() {
+    before_.swap(now_);
+    now_.clear();
+}
+
+void ListedPaths::found(MonQue& q, const VString& path, bool isDir) {
+    mon_push(q, VEK_MON_ADDED, VEK_MON_SCANNED | (isDir ? VEK_MON_DIR : 0), path);
+    now_.insert(path);
+}
+
+bool ListedPaths::repeats(const VString& path) {
+    return now_.erase(path) || before_.erase(path);
+}
+
+} // namespace vek
+
 namespace {
 
 enum class Kind { file = 0x464D4F4E, disc = 0x444D4F4E };  // "FMON", "DMON"

@@ -25,16 +25,30 @@
 #include <sys/socket.h>
 #endif
 #include "AlDev.h"
+#include "AlSys.h"
 #include "IoWait.h"
 #include "VekCore.h"
 #include "VekIoWait.h"
 
 namespace {
 
+/* Whether a read of the tree failed for another reason than what it
+ * looked for being absent (or closed to the user, as some attributes
+ * are): the list then fails as a whole (-850), since one with a port or
+ * a modem's ids missing would be taken as true. */
+thread_local bool t_readFailed = false;
+
+void note_failure() {
+    if (errno != ENOENT && errno != ENOTDIR && errno != EACCES && errno != EPERM) {
+        t_readFailed = true;
+    }
+}
+
 /* The first line of a sysfs attribute, "" when there is none. */
 std::string attr(const std::string& dir, const char* name) {
-    std::FILE* f = std::fopen((dir + "/" + name).c_str(), "r");
+    std::FILE* f = plat::sys_fopen((dir + "/" + name).c_str(), "r");
     if (!f) {
+        note_failure();
         return "";
     }
     char buf[256] = {};
@@ -141,8 +155,9 @@ bool ours(const std::string& name) {
 
 /* The entries of a class folder; false when it cannot be read. */
 bool entries(const std::string& dir, std::vector<std::string>* out) {
-    DIR* d = opendir(dir.c_str());
+    DIR* d = plat::sys_opendir(dir.c_str());
     if (!d) {
+        note_failure();
         return false;
     }
     while (struct dirent* e = readdir(d)) {
@@ -170,11 +185,11 @@ struct DevWatchSys {
 #ifdef __linux__
 
 vek_s32 devw_open(DevWatchSys** out) {
-    int fd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
+    int fd = sys_socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
     struct sockaddr_nl sa = {};
     sa.nl_family = AF_NETLINK;
     sa.nl_groups = 1;
-    if (fd < 0 || bind(fd, (struct sockaddr*)&sa, sizeof sa) != 0) {
+    if (fd < 0 || sys_bind(fd, (struct sockaddr*)&sa, sizeof sa) != 0) {
         int e = errno;
         if (fd >= 0) {
             close(fd);
@@ -187,7 +202,7 @@ vek_s32 devw_open(DevWatchSys** out) {
     // A hub with a dozen modems announces hundreds of uevents at once; a
     // larger buffer keeps them (the forced size needs privileges).
     int size = 1 << 20;
-    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
+    if (sys_setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
     }
     void* mem = vek_malloc__(sizeof(DevWatchSys));
@@ -215,7 +230,7 @@ vek_s32 devw_next(DevWatchSys* s, VekDevEvent* ev, vek_s32 tmo, vek_s32 flags) {
         mh.msg_namelen = sizeof from;
         mh.msg_iov = &iov;
         mh.msg_iovlen = 1;
-        ssize_t n = recvmsg(s->fd, &mh, MSG_DONTWAIT);
+        ssize_t n = sys_recvmsg(s->fd, &mh, MSG_DONTWAIT);
         if (n < 0) {
             if (errno == ENOBUFS) {
                 // The kernel dropped messages that did not fit: the caller
@@ -261,6 +276,7 @@ extern "C" {
 VEK_API vek_s32 vek_dev_list_serial(const char* root, VekDevInfo* devs, vek_s32 cap) {
     std::string sys = root && *root ? root : "/sys";
     std::vector<std::string> tty, wwan;
+    t_readFailed = false;
     if (!entries(sys + "/class/tty", &tty)) {
         return VEK_ERR_IO;
     }
@@ -276,6 +292,9 @@ VEK_API vek_s32 vek_dev_list_serial(const char* root, VekDevInfo* devs, vek_s32 
         if (vek::dev_kind_of(n.c_str(), true) >= 0 && describe(sys, sys + "/class/wwan/" + n, n, true, &d)) {
             found.push_back(d);
         }
+    }
+    if (t_readFailed) {
+        return VEK_ERR_IO;
     }
     std::sort(found.begin(), found.end(),
               [](const VekDevInfo& a, const VekDevInfo& b) { return std::strcmp(a.path, b.path) < 0; });

@@ -25,13 +25,14 @@
 #include <string_view>
 #include <unordered_set>
 #include "AlPlat.h"
+#include "AlSys.h"
 #include "MonPlat.h"
 #include "VekIoWait.h"
 
 using vek::MonEvt;
 using vek::MonQue;
 using vek::VString;
-using vek::PathSet;
+using vek::ListedPaths;
 using vek::mon_push;
 
 namespace {
@@ -79,9 +80,7 @@ struct FileWatch {
     int rootWd = -1;
     dev_t rootDev = 0;  // the folder watched: a new one of the same name
     ino_t rootIno = 0;  // is another folder
-    // Paths the listing of new folders reported, in this read and the one
-    // before: an event for one of them is a duplicate.
-    PathSet listed, listedBefore;
+    ListedPaths listed;
     // A "moved from" still waiting for its "moved to".
     bool fromHeld = false;
     uint32_t fromCookie = 0;
@@ -91,21 +90,29 @@ struct FileWatch {
     VString abs(const VString& rel) const { return rel.empty() ? root : root + "/" + rel; }
 
     /* Watches the folder rel (and, recursive, its tree); with list, reports
-     * what it holds as found by listing. */
+     * what it holds as found by listing. A folder that is gone again, no
+     * folder any more or closed to the user is not ours to watch; one that
+     * cannot be watched or listed for any other reason leaves a hole in
+     * what the watch sees, which a RESCAN of it says (-797 when the
+     * kernel's watches ran out, else -850). */
     void add_tree(const VString& rel, bool list, MonQue& q) {
-        int wd = inotify_add_watch(fd, abs(rel).c_str(), kMask);
-        if (wd < 0) {
-            if (errno == ENOSPC) {
-                mon_push(q, VEK_MON_RESCAN, VEK_MON_DIR, rel, VString(), VEK_ERR_WATCH_LIMIT);
+        auto hole = [&](int e) {
+            if (e != ENOENT && e != ENOTDIR && e != EACCES) {
+                vek::mon_rescan(q, rel, e == ENOSPC ? VEK_ERR_WATCH_LIMIT : VEK_ERR_IO);
             }
-            return;  // gone again, or not a folder any more
+        };
+        int wd = sys_inotify_add_watch(fd, abs(rel).c_str(), kMask);
+        if (wd < 0) {
+            hole(errno);
+            return;
         }
         dirs[wd] = rel;
         if (!recursive) {
             return;
         }
-        DIR* d = opendir(abs(rel).c_str());
+        DIR* d = sys_opendir(abs(rel).c_str());
         if (!d) {
+            hole(errno);
             return;
         }
         struct Closer {  // also when running out of memory part way
@@ -123,8 +130,7 @@ struct FileWatch {
                 isDir = lstat(abs(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
             }
             if (list) {
-                mon_push(q, VEK_MON_ADDED, VEK_MON_SCANNED | (isDir ? VEK_MON_DIR : 0), path);
-                listed.insert(path);
+                listed.found(q, path, isDir);
             }
             if (isDir) {
                 add_tree(path, list, q);
@@ -170,8 +176,8 @@ struct FileWatch {
     }
 
     void appeared(const VString& path, bool isDir, MonQue& q) {
-        if (listed.erase(path) || listedBefore.erase(path)) {
-            return;  // the listing of its folder reported it already
+        if (listed.repeats(path)) {
+            return;
         }
         mon_push(q, VEK_MON_ADDED, isDir ? VEK_MON_DIR : 0, path);
         if (isDir && recursive) {
@@ -182,7 +188,7 @@ struct FileWatch {
     void event(const struct inotify_event* e, MonQue& q) {
         if (e->mask & IN_Q_OVERFLOW) {
             flush_from(q);
-            mon_push(q, VEK_MON_RESCAN, VEK_MON_DIR, VString());
+            vek::mon_rescan(q);
             if (recursive) {
                 add_tree(VString(), false, q);  // folders made meanwhile get their watches
             }
@@ -238,10 +244,16 @@ struct FileWatch {
         }
     }
 
-    /* Whether the folder watched is still where it was. */
+    /* Whether the folder watched is still where it was. A look that fails
+     * for another reason than the folder missing (out of memory, an
+     * interrupted network file system) proves nothing, and a removal is
+     * final: the watch goes on. */
     bool root_there() const {
         struct stat st;
-        return stat(root.c_str(), &st) == 0 && st.st_dev == rootDev && st.st_ino == rootIno;
+        if (sys_stat(root.c_str(), &st) != 0) {
+            return errno != ENOENT && errno != ENOTDIR;
+        }
+        return st.st_dev == rootDev && st.st_ino == rootIno;
     }
 
     /* Reads what the kernel holds now; false when nothing was there. */
@@ -249,7 +261,7 @@ struct FileWatch {
         alignas(struct inotify_event) char buf[64 * 1024];
         bool any = false;
         for (;;) {
-            ssize_t n = ::read(fd, buf, sizeof buf);
+            ssize_t n = sys_read(fd, buf, sizeof buf);
             if (n <= 0) {
                 return any;
             }
@@ -265,7 +277,7 @@ struct FileWatch {
 
 vek_s32 filewatch_open(const char* dir, bool recursive, FileWatch** out) {
     struct stat st;
-    if (stat(dir, &st) != 0) {
+    if (sys_stat(dir, &st) != 0) {
         return errno == ENOENT || errno == ENOTDIR ? VEK_ERR_NOT_FOUND : VEK_ERR_FILE_OPEN;
     }
     if (!S_ISDIR(st.st_mode)) {
@@ -283,7 +295,7 @@ vek_s32 filewatch_open(const char* dir, bool recursive, FileWatch** out) {
         while (w->root.size() > 1 && w->root.back() == '/') {
             w->root.pop_back();
         }
-        w->fd = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+        w->fd = sys_inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
         if (w->fd < 0) {
             vek_s32 r = errno == EMFILE ? VEK_ERR_WATCH_LIMIT : VEK_ERR_FILE_OPEN;
             filewatch_close(w);
@@ -291,7 +303,7 @@ vek_s32 filewatch_open(const char* dir, bool recursive, FileWatch** out) {
         }
         w->rootDev = st.st_dev;
         w->rootIno = st.st_ino;
-        w->rootWd = inotify_add_watch(w->fd, w->root.c_str(), kMask);
+        w->rootWd = sys_inotify_add_watch(w->fd, w->root.c_str(), kMask);
         if (w->rootWd < 0) {
             vek_s32 r = errno == ENOSPC ? VEK_ERR_WATCH_LIMIT : VEK_ERR_FILE_OPEN;
             filewatch_close(w);
@@ -299,11 +311,10 @@ vek_s32 filewatch_open(const char* dir, bool recursive, FileWatch** out) {
         }
         MonQue none;
         w->add_tree(VString(), false, none);  // the tree as it is now: nothing to report
-        for (auto& e : none) {
-            if (e.err == VEK_ERR_WATCH_LIMIT) {
-                filewatch_close(w);
-                return VEK_ERR_WATCH_LIMIT;
-            }
+        if (!none.empty()) {  // only holes are reported here
+            vek_s32 r = none.front().err == VEK_ERR_WATCH_LIMIT ? VEK_ERR_WATCH_LIMIT : VEK_ERR_FILE_OPEN;
+            filewatch_close(w);
+            return r;
         }
     } catch (const std::bad_alloc&) {
         filewatch_close(w);
@@ -319,8 +330,7 @@ vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
     }
     size_t before = q.size();
     try {
-        w->listedBefore.swap(w->listed);
-        w->listed.clear();
+        w->listed.next_read();
         vek_s64 deadline = tmo < 0 ? 0 : mono_ms() + tmo;
         while (q.size() == before && !w->gone) {
             if (!w->drain(q)) {
@@ -376,12 +386,15 @@ struct DiscWatch {
     bool read_mounts(vek::MountList& out) {
         VString text;
         char buf[16 * 1024];
-        if (lseek(mountFd, 0, SEEK_SET) != 0) {
+        if (sys_lseek(mountFd, 0, SEEK_SET) != 0) {
             return false;
         }
         ssize_t n;
-        while ((n = ::read(mountFd, buf, sizeof buf)) > 0) {
+        while ((n = sys_read(mountFd, buf, sizeof buf)) > 0) {
             text.append(buf, (size_t)n);
+        }
+        if (n < 0) {
+            return false;  // a part of the table would read as mounts gone
         }
         vek::mountinfo_parse(text.data(), text.size(), out);
         return true;
@@ -453,7 +466,7 @@ struct DiscWatch {
     void device_changes(MonQue& q) {
         char buf[8192];
         ssize_t n;
-        while ((n = recv(ueventFd, buf, sizeof buf, MSG_DONTWAIT)) > 0) {
+        while ((n = sys_recv(ueventFd, buf, sizeof buf, MSG_DONTWAIT)) > 0) {
             vek::UEvent u;
             if (!vek::uevent_parse(buf, (size_t)n, u) || u.subsystem != "block" || u.devName.empty()) {
                 continue;
@@ -480,7 +493,7 @@ vek_s32 discwatch_open(DiscWatch** out) {
     }
     DiscWatch* w = new (mem) DiscWatch();
     try {
-        w->mountFd = open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
+        w->mountFd = sys_open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
         if (w->mountFd < 0 || !w->read_mounts(w->mounts)) {
             discwatch_close(w);
             return VEK_ERR_UNSUPPORTED;
@@ -491,12 +504,12 @@ vek_s32 discwatch_open(DiscWatch** out) {
     }
     // Media: the kernel's announcements; without them (a sandbox may
     // refuse the socket) mounts are still watched.
-    w->ueventFd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
+    w->ueventFd = sys_socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_KOBJECT_UEVENT);
     if (w->ueventFd >= 0) {
         struct sockaddr_nl a {};
         a.nl_family = AF_NETLINK;
         a.nl_groups = 1;
-        if (bind(w->ueventFd, (struct sockaddr*)&a, sizeof a) != 0) {
+        if (sys_bind(w->ueventFd, (struct sockaddr*)&a, sizeof a) != 0) {
             close(w->ueventFd);
             w->ueventFd = -1;
         }

@@ -18,6 +18,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include "AlSock.h"
+#include "AlSys.h"
 #include "IoWait.h"
 #include "VekCore.h"
 #include "VekIoWait.h"
@@ -27,11 +28,11 @@ namespace {
 /* Creates dir (0700) when missing, then checks it is private: 0, -761,
  * -850. */
 vek_s32 private_dir(const char* dir) {
-    if (mkdir(dir, 0700) != 0 && errno != EEXIST) {
+    if (plat::sys_mkdir(dir, 0700) != 0 && errno != EEXIST) {
         return VEK_ERR_IO;
     }
     struct stat st;
-    if (lstat(dir, &st) != 0) {
+    if (plat::sys_lstat(dir, &st) != 0) {
         return VEK_ERR_IO;
     }
     if (!S_ISDIR(st.st_mode) || st.st_uid != geteuid() || (st.st_mode & 077) != 0) {
@@ -67,12 +68,12 @@ void dir_of(const char* path, char* out, size_t cap) {
 int lock_dir(const char* path, vek_s32* err) {
     char dir[4096];
     dir_of(path, dir, sizeof dir);
-    int fd = open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int fd = plat::sys_open(dir, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     *err = 0;
     if (fd < 0) {
         return -1;
     }
-    while (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    while (plat::sys_flock(fd, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) {
             close(fd);
             return -1;
@@ -129,7 +130,7 @@ vek_s32 pipe_listen(const char* addr, bool anyUser, SockSys* out) {
         struct stat st;
         if (c == 0) {
             sock_close(&probe, true, nullptr);
-        } else if (c == VEK_ERR_REFUSED && lstat(addr, &st) == 0 && S_ISSOCK(st.st_mode) && unlink(addr) == 0) {
+        } else if (c == VEK_ERR_REFUSED && sys_lstat(addr, &st) == 0 && S_ISSOCK(st.st_mode) && sys_unlink(addr) == 0) {
             r = loc_listen(addr, out, access);
         }
     }

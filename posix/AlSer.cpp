@@ -22,6 +22,7 @@
 #include <termios.h>
 #include <unistd.h>
 #include "AlSock.h"
+#include "AlSys.h"
 #include "IoWait.h"
 #include "VekCore.h"
 #include "VekIoWait.h"
@@ -70,7 +71,7 @@ int fd_of(const plat::SockSys* s) {
 }
 
 bool get2(int fd, Termios2* t) {
-    return ioctl(fd, TCGETS2, t) == 0;
+    return plat::sys_ioctl(fd, TCGETS2, t) == 0;
 }
 
 /* The rate the driver made is the one asked for within 2% (what a UART
@@ -84,7 +85,7 @@ bool rate_close(speed_t got, vek_s32 want) {
 namespace plat {
 
 vek_s32 ser_open(const char* path, SockSys* out) {
-    int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    int fd = sys_open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         int e = errno;
         errno = e;
@@ -97,7 +98,7 @@ vek_s32 ser_open(const char* path, SockSys* out) {
         errno = e;
         return VEK_ERR_UNSUPPORTED;  // not a terminal
     }
-    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    if (sys_flock(fd, LOCK_EX | LOCK_NB) != 0) {
         int e = errno;
         close(fd);
         errno = e;
@@ -139,7 +140,7 @@ vek_s32 ser_set(SockSys* s, const VekSerCfg* cfg) {
     t.c_cc[VMIN] = 1;
     t.c_cc[VTIME] = 0;
     t.c_ispeed = t.c_ospeed = (speed_t)cfg->baud;
-    if (ioctl(fd, TCSETS2, &t) != 0) {
+    if (sys_ioctl(fd, TCSETS2, &t) != 0) {
         int e = errno;
         ioctl(fd, TCSETS2, &old);
         return e == EINVAL ? VEK_ERR_BAD_SETTING : ser_error(e);
@@ -186,13 +187,13 @@ vek_s32 ser_drain(SockSys* s, vek_s32 tmo) {
     vek_u32 start = vek_msec();
     for (;;) {
         int queued = 0;
-        if (ioctl(fd, TIOCOUTQ, &queued) != 0) {
+        if (sys_ioctl(fd, TIOCOUTQ, &queued) != 0) {
             return ser_error(errno);
         }
         if (queued == 0) {
             // Only the transmitter's last byte can be left: tcdrain waits a
             // character time at most.
-            return tcdrain(fd) == 0 ? 0 : ser_error(errno);
+            return sys_tcdrain(fd) == 0 ? 0 : ser_error(errno);
         }
         vek_s32 left = vek::ms_left(start, tmo);
         if (left == 0) {
@@ -213,7 +214,7 @@ vek_s32 ser_purge(SockSys* s, vek_s32 what) {
         return 0;
     }
     int q = what == (VEK_PURGE_IN | VEK_PURGE_OUT) ? TCIOFLUSH : what == VEK_PURGE_IN ? TCIFLUSH : TCOFLUSH;
-    return tcflush(fd_of(s), q) == 0 ? 0 : ser_error(errno);
+    return sys_tcflush(fd_of(s), q) == 0 ? 0 : ser_error(errno);
 }
 
 vek_s32 ser_set_lines(SockSys* s, vek_s32 mask, vek_s32 values) {
@@ -225,12 +226,12 @@ vek_s32 ser_set_lines(SockSys* s, vek_s32 mask, vek_s32 values) {
         ((values & VEK_LINE_RTS) ? on : off) |= TIOCM_RTS;
     }
     int fd = fd_of(s);
-    if ((on && ioctl(fd, TIOCMBIS, &on) != 0) || (off && ioctl(fd, TIOCMBIC, &off) != 0)) {
+    if ((on && sys_ioctl(fd, TIOCMBIS, &on) != 0) || (off && sys_ioctl(fd, TIOCMBIC, &off) != 0)) {
         return ser_error(errno);
     }
     if (!on && !off) {
         int cur;
-        if (ioctl(fd, TIOCMGET, &cur) != 0) {  // nothing to change: still tell whether the lines exist
+        if (sys_ioctl(fd, TIOCMGET, &cur) != 0) {  // nothing to change: still tell whether the lines exist
             return ser_error(errno);
         }
     }
@@ -239,7 +240,7 @@ vek_s32 ser_set_lines(SockSys* s, vek_s32 mask, vek_s32 values) {
 
 vek_s32 ser_get_lines(SockSys* s) {
     int m = 0;
-    if (ioctl(fd_of(s), TIOCMGET, &m) != 0) {
+    if (sys_ioctl(fd_of(s), TIOCMGET, &m) != 0) {
         return ser_error(errno);
     }
     static const struct {
@@ -258,7 +259,7 @@ vek_s32 ser_get_lines(SockSys* s) {
 
 vek_s32 ser_break(SockSys* s, vek_s32 ms) {
     int fd = fd_of(s);
-    if (ioctl(fd, TIOCSBRK) != 0) {
+    if (sys_ioctl(fd, TIOCSBRK) != 0) {
         return ser_error(errno);
     }
     vek_s32 w = vek_fd_swait(-1, 0, ms == 0 ? 250 : ms, 0);

@@ -24,6 +24,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 #include "AlSock.h"
+#include "AlSys.h"
 #include "IoWait.h"
 #include "VekCore.h"
 #include "VekIoWait.h"
@@ -57,7 +58,7 @@ vek_s32 connect_end(int fd, vek_s32 tmo) {
     }
     int e = 0;
     socklen_t n = sizeof e;
-    if (getsockopt(fd, SOL_SOCKET, SO_ERROR, &e, &n) != 0) {
+    if (plat::sys_getsockopt(fd, SOL_SOCKET, SO_ERROR, &e, &n) != 0) {
         e = errno;
     }
     return e == 0 ? 0 : sys_error(e);
@@ -65,7 +66,7 @@ vek_s32 connect_end(int fd, vek_s32 tmo) {
 
 void set_nodelay(int fd, bool on) {
     int v = on ? 1 : 0;
-    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &v, sizeof v);
+    plat::sys_setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &v, sizeof v);
 }
 
 vek_s32 lookup(const char* host, vek_s32 port, vek_s32 flags, bool passive, struct addrinfo** res) {
@@ -75,7 +76,7 @@ vek_s32 lookup(const char* host, vek_s32 port, vek_s32 flags, bool passive, stru
     hints.ai_flags = AI_NUMERICSERV | (passive ? AI_PASSIVE : 0) | ((flags & VEK_TCP_NUMERIC) ? AI_NUMERICHOST : 0);
     char svc[16];
     std::snprintf(svc, sizeof svc, "%d", (int)port);
-    int r = getaddrinfo(host, svc, &hints, res);
+    int r = plat::sys_getaddrinfo(host, svc, &hints, res);
     if (r == 0) {
         return 0;
     }
@@ -104,7 +105,7 @@ template <class Use>
 vek_s32 each_addr(struct addrinfo* res, Use use, SockSys* out) {
     vek_s32 err = VEK_ERR_NO_HOST;
     for (struct addrinfo* ai = res; ai; ai = ai->ai_next) {
-        int fd = socket(ai->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        int fd = sys_socket(ai->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         err = fd < 0 ? sys_error(errno) : use(fd, ai);
         if (err == 0) {
             out->h = fd;
@@ -130,7 +131,7 @@ vek_s32 tcp_connect(const char* host, vek_s32 port, vek_s32 flags, vek_s32 tmo, 
     }
     return each_addr(res, [&](int fd, struct addrinfo* ai) {
         vek_s32 e = 0;
-        if (connect(fd, ai->ai_addr, ai->ai_addrlen) != 0) {
+        if (sys_connect(fd, ai->ai_addr, ai->ai_addrlen) != 0) {
             e = errno == EINPROGRESS ? connect_end(fd, vek::ms_left(start, tmo)) : sys_error(errno);
         }
         if (e == 0 && (flags & VEK_TCP_NODELAY)) {
@@ -156,11 +157,11 @@ vek_s32 tcp_listen(const char* host, vek_s32 port, vek_s32 flags, SockSys* out) 
     }
     return each_addr(res, [&](int fd, struct addrinfo* ai) {
         int one = 1, zero = 0;
-        setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+        sys_setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
         if (ai->ai_family == AF_INET6 && anyHost) {
-            setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &zero, sizeof zero);
+            sys_setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &zero, sizeof zero);
         }
-        if (bind(fd, ai->ai_addr, ai->ai_addrlen) != 0 || listen(fd, SOMAXCONN) != 0) {
+        if (sys_bind(fd, ai->ai_addr, ai->ai_addrlen) != 0 || sys_listen(fd, SOMAXCONN) != 0) {
             return sys_error(errno);
         }
         if (flags & VEK_TCP_NODELAY) {
@@ -173,7 +174,7 @@ vek_s32 tcp_listen(const char* host, vek_s32 port, vek_s32 flags, SockSys* out) 
 vek_s32 tcp_port(const SockSys* s) {
     struct sockaddr_storage a;
     socklen_t n = sizeof a;
-    if (getsockname((int)s->h, (struct sockaddr*)&a, &n) != 0) {
+    if (sys_getsockname((int)s->h, (struct sockaddr*)&a, &n) != 0) {
         return sys_error(errno);
     }
     return a.ss_family == AF_INET6 ? ntohs(((struct sockaddr_in6*)&a)->sin6_port)
@@ -182,7 +183,7 @@ vek_s32 tcp_port(const SockSys* s) {
 
 vek_s32 tcp_nodelay(SockSys* s, bool on) {
     int v = on ? 1 : 0;
-    return setsockopt((int)s->h, IPPROTO_TCP, TCP_NODELAY, &v, sizeof v) == 0 ? 0 : sys_error(errno);
+    return sys_setsockopt((int)s->h, IPPROTO_TCP, TCP_NODELAY, &v, sizeof v) == 0 ? 0 : sys_error(errno);
 }
 
 vek_s32 loc_connect(const char* name, vek_s32 tmo, SockSys* out) {
@@ -192,11 +193,11 @@ vek_s32 loc_connect(const char* name, vek_s32 tmo, SockSys* out) {
     }
     vek_u32 start = vek_msec();
     for (;;) {
-        int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        int fd = sys_socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         if (fd < 0) {
             return sys_error(errno);
         }
-        if (connect(fd, (struct sockaddr*)&a, sizeof a) == 0) {
+        if (sys_connect(fd, (struct sockaddr*)&a, sizeof a) == 0) {
             out->h = fd;
             out->local = true;
             return 0;
@@ -223,19 +224,19 @@ vek_s32 loc_listen(const char* name, SockSys* out, LocAccess access) {
     if (!set_local_name(&a, name)) {
         return VEK_ERR_BAD_ARG;
     }
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    int fd = sys_socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         return sys_error(errno);
     }
-    if (bind(fd, (struct sockaddr*)&a, sizeof a) != 0) {
+    if (sys_bind(fd, (struct sockaddr*)&a, sizeof a) != 0) {
         int e = errno;
         close(fd);
         return sys_error(e);
     }
     // The mode is set before listen(): until then every connect is
     // refused, so nobody gets in through the umask's mode.
-    bool mode_ok = access == LocAccess::kDefault || chmod(name, access == LocAccess::kUser ? 0600 : 0666) == 0;
-    if (!mode_ok || listen(fd, SOMAXCONN) != 0) {
+    bool mode_ok = access == LocAccess::kDefault || sys_chmod(name, access == LocAccess::kUser ? 0600 : 0666) == 0;
+    if (!mode_ok || sys_listen(fd, SOMAXCONN) != 0) {
         int e = errno;
         close(fd);
         unlink(name);
@@ -250,7 +251,7 @@ vek_s32 loc_peer(const SockSys* s, VekSockPeer* peer) {
 #ifdef SO_PEERCRED
     struct ucred cr;
     socklen_t n = sizeof cr;
-    if (getsockopt((int)s->h, SOL_SOCKET, SO_PEERCRED, &cr, &n) != 0) {
+    if (sys_getsockopt((int)s->h, SOL_SOCKET, SO_PEERCRED, &cr, &n) != 0) {
         return sys_error(errno);
     }
     peer->pid = cr.pid;
@@ -270,7 +271,7 @@ vek_s32 sock_accept(SockSys* l, vek_s32 tmo, SockSys* out) {
         if (w < 0) {
             return w;
         }
-        int fd = accept4((int)l->h, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        int fd = sys_accept4((int)l->h, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         if (fd >= 0) {
             out->h = fd;
             out->local = l->local;
@@ -287,7 +288,7 @@ vek_s32 sock_accept(SockSys* l, vek_s32 tmo, SockSys* out) {
 
 vek_s32 hnd_adopt(vek_s64 h, SockSys* out) {
     int fd = h >= 0 && h <= INT32_MAX ? (int)h : -1;
-    int fl = fd >= 0 ? fcntl(fd, F_GETFL) : -1;
+    int fl = fd >= 0 ? sys_fcntl(fd, F_GETFL) : -1;
     if (fl < 0) {
         return VEK_ERR_BAD_ARG;
     }
@@ -308,7 +309,7 @@ bool dev_gone(const SockSys* s, vek_s32 r) {
  * a busy link, and it then costs one system call instead of a wait. When
  * it is not, the abortable wait decides (and a cancel is seen there). */
 vek_s32 sock_read(SockSys* s, void* buf, vek_s32 len, vek_s32 tmo) {
-    ssize_t n = read((int)s->h, buf, (size_t)len);
+    ssize_t n = sys_read((int)s->h, buf, (size_t)len);
     vek_s32 r;
     if (n > 0) {
         return (vek_s32)n;
@@ -322,7 +323,7 @@ vek_s32 sock_read(SockSys* s, void* buf, vek_s32 len, vek_s32 tmo) {
 
 vek_s32 sock_write(SockSys* s, const void* data, vek_s32 len, vek_s32 tmo) {
     int fd = (int)s->h;
-    ssize_t n = s->dev ? write(fd, data, (size_t)len) : send(fd, data, (size_t)len, MSG_NOSIGNAL | MSG_DONTWAIT);
+    ssize_t n = s->dev ? sys_write(fd, data, (size_t)len) : sys_send(fd, data, (size_t)len, MSG_NOSIGNAL | MSG_DONTWAIT);
     if (n == len) {
         return len;
     }

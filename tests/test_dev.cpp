@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 #include "DevWatch.h"
+#include "OsFault.h"
 #include "ToolRun.h"
 
 class Dev : public VekTest {};
@@ -38,9 +39,10 @@ void link(const std::string& target, const std::string& at) {
     ASSERT_EQ(0, symlink(target.c_str(), at.c_str())) << at;
 }
 
-} // namespace
-
-TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsAndTheWatchNamesThemOnRemoval) {
+/* A sysfs tree with a USB modem (an ACM and a usb-serial interface), an
+ * on-board UART and a reserved 8250 port, a console and a PCIe modem's
+ * wwan ports: four serial devices. */
+std::string fake_tree() {
     std::string r = vektest::temp_dir("dev_sysfs");
     std::string usb = r + "/devices/pci0000:00/0000:00:14.0/usb1/1-1";
     file(usb, "idVendor", "2c7c");
@@ -69,7 +71,13 @@ TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsAndTheWatchNamesThemOnRemoval) {
                                  r + "/bus/platform/drivers/serial8250", mhi}) {
         mkdirs(d);
     }
+    return r;
+}
 
+} // namespace
+
+TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsAndTheWatchNamesThemOnRemoval) {
+    std::string r = fake_tree();
     EXPECT_EQ(4, vek_dev_list_serial(r.c_str(), nullptr, 0));
     std::vector<VekDevInfo> d(8);
     ASSERT_EQ(4, vek_dev_list_serial(r.c_str(), d.data(), 8));
@@ -131,6 +139,52 @@ TEST_F(Dev, AFakeSysfsTreeListsTheRealPortsAndTheWatchNamesThemOnRemoval) {
         EXPECT_EQ(10, ev.dev.iface);
         vek_dev_watch_close(w);
     }
+    vektest::remove_tree(r);
+}
+
+// Every read of the tree failing in turn: the list is the whole list or
+// -850, never one with a port or a modem's ids missing; the watch opens or
+// says why not.
+TEST_F(Dev, EachFailingReadOfTheTreeFailsTheListNotItsContent) {
+    vektest::OsIoDisarm disarm;
+    std::string r = fake_tree();
+    std::vector<VekDevInfo> want(8), got(8);
+    ASSERT_EQ(4, vek_dev_list_serial(r.c_str(), want.data(), 8));
+    int runs = vektest::os_io_sweep([&](int k) -> vek_s32 {
+        vek_s32 n = vek_dev_list_serial(r.c_str(), got.data(), 8);
+        if (n < 0) {
+            EXPECT_EQ(VEK_ERR_IO, n) << k;
+            return n;
+        }
+        EXPECT_EQ(4, n) << k;
+        EXPECT_EQ(0, std::memcmp(want.data(), got.data(), 4 * sizeof(VekDevInfo))) << k;
+        return n == 4 ? 0 : -1;
+    });
+    EXPECT_GE(runs, 20);
+    // The watch: the kernel's socket refused (no notifications here, or a
+    // plain failure), its larger buffer refused (it goes on), the list.
+    VekDevWatch* w = nullptr;
+    if (vek_dev_watch_open(r.c_str(), &w) != 0) {
+        vektest::remove_tree(r);
+        GTEST_SKIP() << "no kernel uevents here: the watch's failures are not swept";
+    }
+    vek_dev_watch_close(w);
+    runs = vektest::os_io_sweep([&](int k) -> vek_s32 {
+        VekDevWatch* w = nullptr;
+        vek_s32 rc = vek_dev_watch_open(r.c_str(), &w);
+        if (rc < 0) {
+            EXPECT_TRUE(vektest::one_of(rc, {VEK_ERR_IO, VEK_ERR_NO_WATCH})) << k << " " << rc;
+            return rc;
+        }
+        VekDevEvent ev;
+        rc = vek_dev_watch_next(w, &ev, 0, 0);
+        vek_dev_watch_close(w);
+        return rc == VEK_ERR_TIMEOUT || rc == 0 ? 0 : rc;  // 0: a real device came or went just now
+    });
+    EXPECT_GE(runs, 2);
+    vek_os_fail_at__(VEK_OS_IO, 1);
+    vek_os_fail_errno__(EAFNOSUPPORT);
+    EXPECT_EQ(VEK_ERR_NO_WATCH, vek_dev_watch_open(r.c_str(), &w));
     vektest::remove_tree(r);
 }
 #endif

@@ -1086,7 +1086,7 @@ TEST_F(OsFaults, CodePageTimeZoneAndFileOwner) {
     }
     EXPECT_EQ(1u, files);
     vektest::remove_tree(dir);
-    EXPECT_EQ(VEK_ERR_BAD_ARG, vek_os_fail_at__(5, 1));
+    EXPECT_EQ(VEK_ERR_BAD_ARG, vek_os_fail_at__(VEK_OS_IO + 1, 1));
 }
 
 // Trace, monitors, loadable libraries and downloads.

@@ -12,17 +12,23 @@
 #include <cstring>
 #include <string>
 #include <vector>
-#include "VekTest.h"
+#include "OsFault.h"
 #ifdef _WIN32
 #include <windows.h>
 #include <cstdlib>
 #else
+#include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/file.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 #endif
 
+using vektest::one_of;
+using vektest::os_io_sweep;
 using vektest::spawn;
 
 namespace {
@@ -59,6 +65,24 @@ vek_s32 cancelled_after(vek_u32 ms, std::function<vek_s32()> f, vek_u32* took) {
     *took = end - t0;
     return res;
 }
+
+#ifndef _WIN32
+/* A private runtime folder for the endpoints of one test. */
+struct RuntimeDir {
+    std::string dir = vektest::temp_dir("sock_rt");
+    const char* had = std::getenv("XDG_RUNTIME_DIR");
+    std::string old = had ? had : "";
+    RuntimeDir() { setenv("XDG_RUNTIME_DIR", dir.c_str(), 1); }
+    ~RuntimeDir() {
+        if (had) {
+            setenv("XDG_RUNTIME_DIR", old.c_str(), 1);
+        } else {
+            unsetenv("XDG_RUNTIME_DIR");
+        }
+        vektest::remove_tree(dir);
+    }
+};
+#endif
 
 /* A connected pair through a listener: {client, server side}. */
 void tcp_pair(const char* host, SockPtr* cli, SockPtr* srv) {
@@ -278,6 +302,206 @@ TEST_F(Sock, ADescriptorOfThePipeKindIsASocketToo) {
     EXPECT_EQ(nullptr, HndSock_xcreate__(-1, 1, __FILE__, __LINE__));
 }
 
+// Every system call of a TCP session failing in turn (listening on one
+// family, on both through "::" with IPv4 as the fallback, connecting,
+// accepting, a byte each way): a documented code each time, no descriptor
+// or port kept (the run after the last failure works), nothing leaked.
+TEST_F(Sock, EverySystemCallOfATcpSessionFailingInTurn) {
+    vektest::OsIoDisarm disarm;
+    for (const char* host : {"127.0.0.1", "::1", ""}) {
+        const char* to = *host ? host : "127.0.0.1";
+        int runs = os_io_sweep([&](int k) -> vek_s32 {
+            vek_s32 err = 0;
+            SockPtr lis(TcpSock_xlisten__(host, 0, VEK_TCP_NUMERIC | VEK_TCP_NODELAY, &err, __FILE__, __LINE__));
+            if (!lis.s) {
+                EXPECT_TRUE(one_of(err, {VEK_ERR_IO, VEK_ERR_ADDR_IN_USE})) << host << k << " " << err;
+                return err;
+            }
+            vek_s32 port = TcpSock_port(lis);
+            if (port <= 0) {
+                EXPECT_EQ(VEK_ERR_IO, port) << host << k;
+                return port;
+            }
+            SockPtr cli(TcpSock_xconnect__(to, port, VEK_TCP_NUMERIC | VEK_TCP_NODELAY, 5000, &err, __FILE__, __LINE__));
+            if (!cli.s) {
+                EXPECT_TRUE(one_of(err, {VEK_ERR_IO, VEK_ERR_REFUSED})) << host << k << " " << err;
+                return err;
+            }
+            SockPtr srv;
+            vek_s32 r = ISock_accept(lis, &srv.s, 5000);
+            if (r < 0) {
+                EXPECT_EQ(VEK_ERR_IO, r) << host << k;
+                return r;
+            }
+            r = TcpSock_setNoDelay(srv, 0);
+            if (r < 0) {
+                EXPECT_EQ(VEK_ERR_IO, r) << host << k;
+                return r;
+            }
+            r = ISock_write(cli, "ping", 4, 5000);
+            if (r != 4) {
+                EXPECT_EQ(VEK_ERR_PEER_CLOSED, r) << host << k;
+                return r;
+            }
+            return read_n(srv, 4) == "ping" ? 0 : -1;
+        });
+        EXPECT_GE(runs, 8) << host;
+    }
+    // Name lookup failing outright is the host not found, never a crash.
+    vek_os_fail_at__(VEK_OS_IO, 1);
+    vek_os_fail_errno__(ENOMEM);
+    vek_s32 err = 0;
+    EXPECT_EQ(nullptr, TcpSock_xconnect__("localhost", 1, 0, 1000, &err, __FILE__, __LINE__));
+    EXPECT_EQ(VEK_ERR_IO, err);
+}
+
+// The same for local sockets, by path and through endpoints by name (the
+// private folder, its lock, a stale socket a dead server left behind):
+// a failure never removes a live server's socket nor leaves one behind.
+TEST_F(Sock, EverySystemCallOfALocalSessionFailingInTurn) {
+    vektest::OsIoDisarm disarm;
+    RuntimeDir rt;
+    const std::string& dir = rt.dir;
+    std::string path = dir + "/s";
+    std::string stale;
+    {
+        char addr[512];
+        ASSERT_GT(VekPipe_addr("stale", addr, sizeof addr), 0);
+        stale = addr;
+    }
+    for (bool byName : {false, true}) {
+        int runs = os_io_sweep([&](int k) -> vek_s32 {
+            vek_s32 err = 0;
+            if (byName) {
+                // A socket file nobody listens on, as a killed server leaves it.
+                int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+                struct sockaddr_un a = {};
+                a.sun_family = AF_UNIX;
+                std::snprintf(a.sun_path, sizeof a.sun_path, "%s", stale.c_str());
+                unlink(stale.c_str());
+                EXPECT_EQ(0, bind(fd, (struct sockaddr*)&a, sizeof a));
+                close(fd);
+            }
+            VekPipe* ep = nullptr;
+            SockPtr lis;
+            if (byName) {
+                ep = VekPipe_xlisten__("stale", 0, &err, __FILE__, __LINE__);
+            } else {
+                lis.s = LocSock_xlisten__(path.c_str(), &err, __FILE__, __LINE__);
+            }
+            if (!ep && !lis.s) {
+                EXPECT_TRUE(one_of(err, {VEK_ERR_IO, VEK_ERR_ADDR_IN_USE, VEK_ERR_UNSAFE_DIR})) << k << " " << err;
+                return err;
+            }
+            SockPtr cli(byName ? VekPipe_xconnect__("stale", 0, 5000, &err, __FILE__, __LINE__)
+                               : LocSock_xconnect__(path.c_str(), 5000, &err, __FILE__, __LINE__));
+            SockPtr srv;
+            vek_s32 r = cli.s ? 0 : err;
+            if (r == 0) {
+                VekSockPeer peer;
+                r = byName ? VekPipe_accept(ep, &srv.s, &peer, 5000) : ISock_accept(lis, &srv.s, 5000);
+                if (r == 0 && !byName) {
+                    r = LocSock_peer(srv, &peer);
+                }
+            }
+            if (r == 0) {
+                r = ISock_write(srv, "pong", 4, 5000);
+                r = r == 4 ? (read_n(cli, 4) == "pong" ? 0 : -1) : r;
+            }
+            EXPECT_TRUE(one_of(r, {0, VEK_ERR_IO, VEK_ERR_REFUSED, VEK_ERR_UNSAFE_DIR, VEK_ERR_PEER_REFUSED,
+                                   VEK_ERR_PEER_CLOSED}))
+                << byName << k << " " << r;
+            if (ep) {
+                VekPipe_delete(ep);
+            }
+            return r;
+        });
+        EXPECT_GE(runs, 8) << byName;
+        EXPECT_NE(0, access(path.c_str(), F_OK));
+    }
+}
+
+// What a connect or an accept meets, named so the caller can act on it:
+// a time-out, another failure; a client that gave up before it was taken, or a
+// local listener's full backlog, is waited past.
+TEST_F(Sock, SystemErrorsOfConnectAndAcceptAreNamedOrWaitedPast) {
+    vektest::OsIoDisarm disarm;
+    vek_s32 err;
+    SockPtr lis(TcpSock_xlisten__("127.0.0.1", 0, VEK_TCP_NUMERIC, &err, __FILE__, __LINE__));
+    ASSERT_TRUE(lis.s) << err;
+    vek_s32 port = TcpSock_port(lis);
+    // A numeric connect: the lookup, the socket, the connect.
+    const struct {
+        int err;
+        vek_s32 code;
+    } kConnect[] = {{ETIMEDOUT, VEK_ERR_TIMEOUT}, {ENETUNREACH, VEK_ERR_IO}};
+    for (const auto& c : kConnect) {
+        vek_os_fail_at__(VEK_OS_IO, 3);
+        vek_os_fail_errno__(c.err);
+        EXPECT_EQ(nullptr, TcpSock_xconnect__("127.0.0.1", port, VEK_TCP_NUMERIC, 5000, &err, __FILE__, __LINE__));
+        EXPECT_EQ(c.code, err) << c.err;
+        EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_IO, 0));
+    }
+    SockPtr cli(TcpSock_xconnect__("127.0.0.1", port, VEK_TCP_NUMERIC, 5000, &err, __FILE__, __LINE__));
+    ASSERT_TRUE(cli.s) << err;
+    SockPtr srv;
+    vek_os_fail_at__(VEK_OS_IO, 1);
+    vek_os_fail_errno__(ECONNABORTED);
+    EXPECT_EQ(0, ISock_accept(lis, &srv.s, 5000));
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_IO, 0));
+
+    RuntimeDir rt;
+    std::string path = rt.dir + "/s";
+    SockPtr loc(LocSock_xlisten__(path.c_str(), &err, __FILE__, __LINE__));
+    ASSERT_TRUE(loc.s) << err;
+    // The socket, then the connect the full backlog refuses for now.
+    vek_os_fail_at__(VEK_OS_IO, 2);
+    vek_os_fail_errno__(EAGAIN);
+    SockPtr c1(LocSock_xconnect__(path.c_str(), 5000, &err, __FILE__, __LINE__));
+    EXPECT_TRUE(c1.s) << err;
+    vek_os_fail_at__(VEK_OS_IO, 2);
+    vek_os_fail_errno__(EAGAIN);
+    EXPECT_EQ(nullptr, LocSock_xconnect__(path.c_str(), 0, &err, __FILE__, __LINE__));
+    EXPECT_EQ(VEK_ERR_TIMEOUT, err);
+    std::string tooLong = rt.dir + "/" + std::string(200, 'n');
+    EXPECT_EQ(nullptr, LocSock_xconnect__(tooLong.c_str(), 0, &err, __FILE__, __LINE__));
+    EXPECT_EQ(VEK_ERR_BAD_ARG, err);
+    EXPECT_EQ(nullptr, LocSock_xlisten__(tooLong.c_str(), &err, __FILE__, __LINE__));
+    EXPECT_EQ(VEK_ERR_BAD_ARG, err);
+}
+
+// A server starting while another one takes its name waits for the
+// folder's lock, and a cancel ends that wait; a folder that cannot be
+// locked at all does not keep a server from starting.
+TEST_F(Sock, AnEndpointWaitsForTheFoldersLockUntilCancelled) {
+    vektest::OsIoDisarm disarm;
+    RuntimeDir rt;
+    char addr[512];
+    ASSERT_GT(VekPipe_addr("locked", addr, sizeof addr), 0);
+    int held = open((rt.dir + "/vek").c_str(), O_RDONLY | O_DIRECTORY);
+    ASSERT_EQ(0, flock(held, LOCK_EX));
+    vek_u32 took;
+    vek_s32 r = cancelled_after(50, [&] {
+        vek_s32 err = 0;
+        VekPipe* ep = VekPipe_xlisten__("locked", 0, &err, __FILE__, __LINE__);
+        if (ep) {
+            VekPipe_delete(ep);
+        }
+        return err;
+    }, &took);
+    EXPECT_EQ(VEK_ERR_ABORTED, r);
+    EXPECT_LT(took, 2000u);
+    // The folder's checks (made, looked at), its opening, its lock.
+    vek_os_fail_at__(VEK_OS_IO, 4);
+    vek_os_fail_errno__(ENOLCK);
+    vek_s32 err = 0;
+    VekPipe* ep = VekPipe_xlisten__("locked", 0, &err, __FILE__, __LINE__);
+    EXPECT_TRUE(ep) << err;
+    EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_IO, 0));
+    VekPipe_delete(ep);
+    close(held);
+}
+
 /* ---- serial ports over a pseudo-terminal: the master plays the device ---- */
 
 class Serial : public Sock {
@@ -334,9 +558,15 @@ TEST_F(Serial, SettingsAreReadBackAndABadOneChangesNothing) {
     // No modem lines on a pseudo-terminal: those calls say so, the rest work.
     EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_getLines(s));
     EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_setLines(s, VEK_LINE_DTR, VEK_LINE_DTR));
+    EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_setLines(s, VEK_LINE_RTS, 0));
+    EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_setLines(s, 0, 0));  // changes nothing, still tells
     EXPECT_EQ(0, ISock_drain(s, 1000));
     EXPECT_EQ(0, ISock_purge(s, VEK_PURGE_IN | VEK_PURGE_OUT));
+    EXPECT_EQ(0, ISock_purge(s, VEK_PURGE_OUT));
+    EXPECT_EQ(0, ISock_purge(s, 0));
     EXPECT_EQ(0, ISock_sendBreak(s, 20));
+    VekSerCfg odd = {9600, 8, VEK_PAR_ODD, 1, VEK_FLOW_NONE};
+    EXPECT_EQ(VEK_ERR_BAD_SETTING, ISock_setCfg(s, &odd));
 }
 
 TEST_F(Serial, ReadsTakeChunksAsTheyComeAndAHangUpIsFinal) {
@@ -352,6 +582,9 @@ TEST_F(Serial, ReadsTakeChunksAsTheyComeAndAHangUpIsFinal) {
     vek_u32 took;
     EXPECT_EQ(VEK_ERR_ABORTED, cancelled_after(50, [&] { return ISock_read(s, b, sizeof b, 20000); }, &took));
     EXPECT_LT(took, 2000u);
+    // A long break ends at a cancel, and the port goes on working.
+    EXPECT_EQ(VEK_ERR_ABORTED, cancelled_after(50, [&] { return ISock_sendBreak(s, 20000); }, &took));
+    EXPECT_LT(took, 2000u);
     EXPECT_EQ(4, write(master_, "OK\r\n", 4));
     EXPECT_EQ(4, ISock_read(s, b, sizeof b, 1000));
     // The hang-up is final: no call mistakes it for a time-out again.
@@ -362,6 +595,86 @@ TEST_F(Serial, ReadsTakeChunksAsTheyComeAndAHangUpIsFinal) {
     EXPECT_EQ(0, ISock_close(s));
     EXPECT_EQ(VEK_ERR_NOT_OPEN, ISock_read(s, b, sizeof b, 0));
     EXPECT_EQ(-1, ISock_native(s));
+}
+
+// What the system says when a port cannot be had is what the caller can
+// act on: not there, held by someone else, not a terminal, a setting the
+// driver refused, gone. The open makes its calls in this order: open, the
+// terminal check, the lock, then the settings (read, write, read back).
+TEST_F(Serial, EachRefusalOfThePortGivesItsOwnCode) {
+    vektest::OsIoDisarm disarm;
+    const struct {
+        int call, err;
+        vek_s32 code;
+    } kCases[] = {
+        {1, ENXIO, VEK_ERR_NOT_FOUND},     {1, EBUSY, VEK_ERR_BUSY},       {1, EACCES, VEK_ERR_IO},
+        {2, ENOTTY, VEK_ERR_UNSUPPORTED},  {3, EWOULDBLOCK, VEK_ERR_BUSY}, {3, ENOLCK, VEK_ERR_IO},
+        {4, EIO, VEK_ERR_DEV_GONE},        {5, EINVAL, VEK_ERR_BAD_SETTING}, {5, ENOTTY, VEK_ERR_UNSUPPORTED},
+        {5, EPERM, VEK_ERR_IO},            {6, ENODEV, VEK_ERR_DEV_GONE},
+    };
+    vek_s32 err;
+    for (const auto& c : kCases) {
+        vek_os_fail_at__(VEK_OS_IO, c.call);
+        vek_os_fail_errno__(c.err);
+        EXPECT_EQ(nullptr, SerSock_xopen__(path_.c_str(), nullptr, &err, __FILE__, __LINE__)) << c.call;
+        EXPECT_EQ(c.code, err) << "call " << c.call << " errno " << c.err;
+        EXPECT_EQ(1, vek_os_fail_at__(VEK_OS_IO, 0)) << c.call;
+    }
+    // None of them kept the port: it opens, and a failing line or queue
+    // call on it is "not supported" or "gone" as the errno says.
+    SockPtr s(SerSock_xopen__(path_.c_str(), nullptr, &err, __FILE__, __LINE__));
+    ASSERT_TRUE(s.s) << err;
+    vek_os_fail_at__(VEK_OS_IO, 1);
+    vek_os_fail_errno__(EINVAL);
+    EXPECT_EQ(VEK_ERR_UNSUPPORTED, ISock_purge(s, VEK_PURGE_IN));
+    VekSerCfg got;
+    vek_os_fail_at__(VEK_OS_IO, 1);
+    EXPECT_EQ(VEK_ERR_DEV_GONE, ISock_getCfg(s, &got));
+    EXPECT_EQ(VEK_ERR_DEV_GONE, ISock_drain(s, 0));  // final: no system call decides it again
+}
+
+// Every system call of a serial session failing in turn: each failure is
+// a code its call documents, a removal stays final until the close,
+// nothing leaks, and the port is free for the next open.
+TEST_F(Serial, EverySystemCallFailingInTurnLeavesThePortUsable) {
+    vektest::OsIoDisarm disarm;
+    const VekSerCfg cfg = {57600, 8, VEK_PAR_NONE, 1, VEK_FLOW_NONE};
+    int runs = os_io_sweep([&](int k) -> vek_s32 {
+        vek_s32 err = 0;
+        SockPtr s(SerSock_xopen__(path_.c_str(), &cfg, &err, __FILE__, __LINE__));
+        if (!s.s) {
+            EXPECT_TRUE(one_of(err, {VEK_ERR_BUSY, VEK_ERR_IO, VEK_ERR_UNSUPPORTED, VEK_ERR_DEV_GONE})) << k << " " << err;
+            return err;
+        }
+        vek_s32 bad = 0;
+        auto check = [&](vek_s32 r, std::initializer_list<vek_s32> ok) {
+            if (bad == VEK_ERR_DEV_GONE) {
+                EXPECT_EQ(VEK_ERR_DEV_GONE, r) << k;  // final until the close
+            } else if (r < 0 && !one_of(r, ok)) {
+                bad = r;
+                EXPECT_TRUE(one_of(r, {VEK_ERR_DEV_GONE, VEK_ERR_IO})) << k << " " << r;
+            }
+        };
+        VekSerCfg got;
+        char b[8];
+        check(ISock_setCfg(s, &cfg), {VEK_ERR_UNSUPPORTED});
+        check(ISock_getCfg(s, &got), {VEK_ERR_UNSUPPORTED});
+        check(ISock_setLines(s, VEK_LINE_DTR | VEK_LINE_RTS, VEK_LINE_DTR), {VEK_ERR_UNSUPPORTED});
+        check(ISock_getLines(s), {VEK_ERR_UNSUPPORTED});
+        check(ISock_write(s, "AT\r", 3, 1000), {});
+        check(ISock_drain(s, 1000), {VEK_ERR_UNSUPPORTED});
+        check(ISock_purge(s, VEK_PURGE_IN | VEK_PURGE_OUT), {VEK_ERR_UNSUPPORTED});
+        check(ISock_sendBreak(s, 1), {VEK_ERR_UNSUPPORTED});
+        EXPECT_EQ(2, write(master_, "OK", 2));
+        vek_s32 r = ISock_read(s, b, sizeof b, 1000);
+        check(r, {});
+        EXPECT_EQ(0, ISock_close(s));
+        char drop[64];
+        while (vek_fd_swait(master_, VEK_FD_IN, 0, 0) > 0 && read(master_, drop, sizeof drop) > 0) {
+        }
+        return bad ? bad : r == 2 ? 0 : -1;
+    });
+    EXPECT_GE(runs, 10);
 }
 
 #else

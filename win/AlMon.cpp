@@ -21,7 +21,7 @@
 using vek::MonEvt;
 using vek::MonQue;
 using vek::VString;
-using vek::PathSet;
+using vek::ListedPaths;
 using vek::mon_push;
 
 namespace {
@@ -69,9 +69,7 @@ struct FileWatch {
     bool armed = false;
     bool gone = false;
     WString root;
-    // Paths the listing of new folders reported, in this read and the one
-    // before: an event for one of them is a duplicate.
-    PathSet listed, listedBefore;
+    ListedPaths listed;
     alignas(DWORD) char buf[kBufSize];
 
     /* A folder that appears in a recursive watch may bring a tree with it
@@ -95,8 +93,7 @@ struct FileWatch {
             VString path = rel + "\\" + utf8(fd.cFileName, wcslen(fd.cFileName));
             bool isDir = (fd.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 &&
                          !(fd.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
-            mon_push(q, VEK_MON_ADDED, VEK_MON_SCANNED | (isDir ? VEK_MON_DIR : 0), path);
-            listed.insert(path);
+            listed.found(q, path, isDir);
             if (isDir) {
                 list_tree(path, q);
             }
@@ -104,8 +101,8 @@ struct FileWatch {
     }
 
     void appeared(const VString& name, MonQue& q) {
-        if (listed.erase(name) || listedBefore.erase(name)) {
-            return;  // the listing of its folder reported it already
+        if (listed.repeats(name)) {
+            return;
         }
         bool d = is_dir(name);
         mon_push(q, VEK_MON_ADDED, d ? VEK_MON_DIR : 0, name);
@@ -212,8 +209,7 @@ vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
     size_t before = q.size();
     vek_u32 start = vek_msec();
     try {
-        w->listedBefore.swap(w->listed);
-        w->listed.clear();
+        w->listed.next_read();
         while (q.size() == before) {
             if (w->gone) {
                 return VEK_ERR_EOF;
@@ -245,7 +241,7 @@ vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
             }
             DWORD e = GetLastError();
             if (r == 0 || e == ERROR_NOTIFY_ENUM_DIR) {
-                mon_push(q, VEK_MON_RESCAN, VEK_MON_DIR, VString());  // the system's buffer overflowed
+                vek::mon_rescan(q);  // the system's buffer overflowed
                 continue;
             }
             // The folder went away (or its handle broke).
@@ -253,7 +249,7 @@ vek_s32 filewatch_read(FileWatch* w, MonQue& q, vek_s32 tmo, vek_s32 flags) {
                 mon_push(q, VEK_MON_REMOVED, VEK_MON_DIR, VString());
                 w->gone = true;
             } else {
-                mon_push(q, VEK_MON_RESCAN, VEK_MON_DIR, VString());
+                vek::mon_rescan(q);
             }
         }
         if (!w->gone && !w->armed) {
