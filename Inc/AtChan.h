@@ -20,11 +20,13 @@
  *
  * Time-outs and resynchronisation. A command that times out or is
  * cancelled leaves the modem's reply unaccounted for. Before the next
- * command the channel resynchronises: it sends "ATE1", then "ATE0" and
- * takes the first final result after the echo of "ATE0" as the probe's
- * own (a late reply cannot hold that echo), discarding everything before.
- * So a late reply never answers a later command; the channel works with
- * echo off afterwards. deadAfter consecutive time-outs raise
+ * command (and in AtChan_open) the channel resynchronises: it sends
+ * "ATE1V1" ("ATE1V0" with AT_CHAN_NUMERIC), then "ATE0" and takes the
+ * first final result after the echo of "ATE0" as the probe's own (a late
+ * reply cannot hold that echo), discarding everything before. So a late
+ * reply never answers a later command; the channel works with echo off
+ * afterwards, and with the result form it was made for, whatever form a
+ * reset or another program left the modem in. deadAfter consecutive time-outs raise
  * AT_CHAN_EVT_NOT_ANSWERING (once per run of time-outs).
  *
  * Default time-outs come from a table of command names (the text after

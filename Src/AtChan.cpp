@@ -9,20 +9,28 @@
  * Whatever a timed-out command leaves behind therefore lands while the
  * channel is IDLE or in the probe's discarding phase, never in the next
  * command's reply.
+ *
+ * Memory: the texts are VStrings on the tracked heap. Running out while
+ * sorting a line loses a URC (as a notification may be lost) but never
+ * shortens a reply silently: the command then ends with VEK_ERR_FULL.
  */
 #include <atomic>
 #include <cstring>
 #include <mutex>
 #include <new>
-#include <string>
+#include <string_view>
 #include "AtChan.h"
 #include "VekCore.h"
 #include "VekCall.h"
 #include "VekErp.h"
 #include "VekLex.h"
 #include "VekVosx.h"
+#include "VekAlloc.h"
 
 namespace {
+
+using vek::VString;
+using Text = std::string_view;
 
 enum Mode { IDLE, CMD, PROMPT_WAIT, PROBE_ANY, PROBE_ECHO, PROBE_FINAL };
 
@@ -47,23 +55,38 @@ const NameTmo kDefaultTimeouts[] = {
     {"+CFUN", 30000},  {"+CGACT", 60000}, {"+CPWD", 30000}, {"+CMGW", 10000},
 };
 
+constexpr int kMaxName = 32;
+
 // The command's name: after "AT" up to "=", "?" or the end ("+COPS", "D", "I").
-std::string name_of(const char* cmd) {
+void name_of(const char* cmd, char (&n)[kMaxName]) {
     const char* p = cmd;
     if ((p[0] == 'A' || p[0] == 'a') && (p[1] == 'T' || p[1] == 't')) {
         p += 2;
     }
-    std::string n;
+    auto upper = [](char c) { return (char)((c >= 'a' && c <= 'z') ? c - 32 : c); };
+    int k = 0;
     if (*p == '+' || *p == '^' || *p == '#' || *p == '$' || *p == '%' || *p == '*') {
-        n += *p++;
-        while (*p && *p != '=' && *p != '?' && *p != ';' && n.size() < 31) {
-            n += (char)((*p >= 'a' && *p <= 'z') ? *p - 32 : *p);
-            p++;
+        n[k++] = *p++;
+        while (*p && *p != '=' && *p != '?' && *p != ';' && k < kMaxName - 1) {
+            n[k++] = upper(*p++);
         }
     } else if (*p) {
-        n += (char)((*p >= 'a' && *p <= 'z') ? *p - 32 : *p);
+        n[k++] = upper(*p);
     }
-    return n;
+    n[k] = 0;
+}
+
+// Appends a text and a line end; false when memory ran out.
+bool append(VString& s, Text a, bool nl) {
+    try {
+        s.append(a.data(), a.size());
+        if (nl) {
+            s += '\n';
+        }
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 struct CmeText {
@@ -131,7 +154,7 @@ struct Post {
     AtChanEvtFn evt;
     void* ctx;
     vek_s32 event, code;
-    std::string line, data;
+    VString line, data;
     bool hasData;
 };
 
@@ -165,13 +188,14 @@ struct AtChan {
     std::mutex lk;
     // under lk
     Mode mode;
-    std::string cmdName;   // "+CREG": its own lines are not URCs
-    std::string reply;
-    std::string final;
+    char cmdName[kMaxName];  // "+CREG": its own lines are not URCs
+    VString reply;
+    VString final;
     vek_s32 result;
     bool finished;         // the final (or prompt) the command waits for arrived
     bool promptSeen;
     bool sawLong;          // a reply line was cut at maxLine
+    bool lost;             // a reply line was lost to memory
     bool desynced;
     vek_s32 gone;          // 0, or the socket's final code
     vek_s32 timeouts;      // consecutive
@@ -183,8 +207,10 @@ struct AtChan {
     vek_s32 nTmos;
     vek_s32 defTmo;
     // a two-line URC waiting for its data
-    std::string urcLine;
-    std::string urcData;
+    bool urcPending;
+    bool urcDrop;          // lost to memory: its data lines are only swallowed
+    VString urcLine;
+    VString urcData;
     vek_s32 urcOwed;
 };
 
@@ -195,7 +221,7 @@ void post(AtChan* ch, Post&& p) {
     if (!mem) {
         return;  // out of memory: the notification is lost, the channel goes on
     }
-    Post* q = new (mem) Post(std::move(p));
+    Post* q = new (mem) Post(std::move(p));  // moves: nothing to allocate
     if (vek_erp_postf(ch->owner, run_post, q, drop_post) != 0) {
         drop_post(q);
     }
@@ -212,7 +238,7 @@ void post_event(AtChan* ch, vek_s32 event, vek_s32 code) {
     }
 }
 
-const Handler* handler_for(AtChan* ch, const std::string& line) {
+const Handler* handler_for(AtChan* ch, Text line) {
     const Handler* best = nullptr;
     for (vek_s32 i = 0; i < ch->nHandlers; i++) {
         const Handler& h = ch->handlers[i];
@@ -220,39 +246,46 @@ const Handler* handler_for(AtChan* ch, const std::string& line) {
             if (!best) {
                 best = &h;
             }
-        } else if (line.compare(0, (size_t)h.len, h.prefix) == 0 && (!best || best->len < h.len)) {
+        } else if (line.substr(0, (size_t)h.len) == h.prefix && (!best || best->len < h.len)) {
             best = &h;
         }
     }
     return best;
 }
 
-void deliver_urc(AtChan* ch, const std::string& line, const std::string* data) {
+void deliver_urc(AtChan* ch, Text line, const VString* data) {
     const Handler* h = handler_for(ch, line);
     if (h && h->fn) {
         Post p{};
         p.urc = h->fn;
         p.ctx = h->ctx;
-        p.line = line;
         p.hasData = data != nullptr;
-        if (data) {
-            p.data = *data;
+        if (!append(p.line, line, false) || (data && !append(p.data, *data, false))) {
+            return;  // out of memory: the notification is lost, the channel goes on
         }
         post(ch, std::move(p));
     }
 }
 
+// Hands on the two-line URC being collected: with its data when all of
+// it came, alone when another line cut it short.
 void flush_urc(AtChan* ch) {
-    if (!ch->urcLine.empty()) {
-        std::string line;
-        line.swap(ch->urcLine);
-        deliver_urc(ch, line, ch->urcOwed == 0 ? &ch->urcData : nullptr);
+    if (ch->urcPending) {
+        if (!ch->urcDrop) {
+            deliver_urc(ch, ch->urcLine, ch->urcOwed == 0 ? &ch->urcData : nullptr);
+        }
+        ch->urcLine.clear();
         ch->urcData.clear();
         ch->urcOwed = 0;
+        ch->urcPending = false;
+        ch->urcDrop = false;
     }
 }
 
 void finish(AtChan* ch, vek_s32 result) {
+    // Lines after the final belong to no reply, though the commanding
+    // thread takes the reply only when it wakes: they are sorted as idle.
+    ch->mode = IDLE;
     ch->result = result;
     ch->finished = true;
     vek_evt_set(ch->done);
@@ -260,7 +293,7 @@ void finish(AtChan* ch, vek_s32 result) {
 
 // A modem's text lines are printable: a line with other control bytes is
 // line noise (a glitch, a baud-rate mismatch) and belongs to no reply.
-bool noise(const std::string& line) {
+bool noise(Text line) {
     for (char c : line) {
         if ((unsigned char)c < 0x20 && c != '\t') {
             return true;
@@ -271,9 +304,11 @@ bool noise(const std::string& line) {
 
 // Sorts one token (under lk).
 void take(AtChan* ch, const VekLexTok& t) {
-    std::string text(t.text, (size_t)t.len);
-    if (t.kind == VEK_LEX_URC_DATA && !ch->urcLine.empty()) {
-        ch->urcData += text;
+    Text text(t.text, (size_t)t.len);
+    if (t.kind == VEK_LEX_URC_DATA && ch->urcPending) {
+        if (!ch->urcDrop && !append(ch->urcData, text, false)) {
+            ch->urcDrop = true;
+        }
         if (--ch->urcOwed == 0) {
             flush_urc(ch);
         }
@@ -283,10 +318,11 @@ void take(AtChan* ch, const VekLexTok& t) {
     bool own = ch->mode == CMD || ch->mode == PROMPT_WAIT;
     if (t.kind == VEK_LEX_URC || (t.kind == VEK_LEX_URC_DATA)) {
         // The command's own name makes the line part of its reply.
-        if (own && !ch->cmdName.empty() && text.compare(0, ch->cmdName.size(), ch->cmdName) == 0) {
-            ch->reply += text + "\n";
+        if (own && ch->cmdName[0] && text.substr(0, std::strlen(ch->cmdName)) == ch->cmdName) {
+            ch->lost |= !append(ch->reply, text, true);
         } else if (t.lines > 0) {
-            ch->urcLine = text;
+            ch->urcPending = true;
+            ch->urcDrop = !append(ch->urcLine, text, false);
             ch->urcOwed = t.lines;
         } else {
             deliver_urc(ch, text, nullptr);
@@ -314,8 +350,8 @@ void take(AtChan* ch, const VekLexTok& t) {
         return;
     case PROBE_FINAL:
         if (VEK_LEX_IS_FINAL(t.kind)) {
-            ch->final = text;
-            finish(ch, result_of(t));
+            ch->final.clear();
+            finish(ch, append(ch->final, text, false) ? result_of(t) : VEK_ERR_FULL);
         }
         return;
     case CMD:
@@ -333,15 +369,16 @@ void take(AtChan* ch, const VekLexTok& t) {
         return;
     }
     if (VEK_LEX_IS_FINAL(t.kind)) {
-        ch->final = text;
+        ch->final.clear();
+        ch->lost |= !append(ch->final, text, false);
         vek_s32 r = result_of(t);
-        finish(ch, r == 0 && ch->sawLong ? VEK_ERR_LINE_LONG : r);
+        finish(ch, ch->lost ? VEK_ERR_FULL : r == 0 && ch->sawLong ? VEK_ERR_LINE_LONG : r);
         return;
     }
     if (t.kind == VEK_LEX_LONG) {
         ch->sawLong = true;  // reported with the final: the reply goes on to its end
     }
-    ch->reply += text + "\n";
+    ch->lost |= !append(ch->reply, text, true);
 }
 
 vek_u32 reader_main(void* arg) {
@@ -372,7 +409,7 @@ vek_u32 reader_main(void* arg) {
 }
 
 // Writes the whole text; the socket's code when it failed.
-vek_s32 send_all(AtChan* ch, const std::string& s, vek_s32 tmo) {
+vek_s32 send_all(AtChan* ch, Text s, vek_s32 tmo) {
     vek_s32 r = ISock_write(ch->sock, s.data(), (vek_s32)s.size(), tmo < 0 ? 5000 : tmo);
     if (r == (vek_s32)s.size()) {
         return 0;
@@ -381,17 +418,18 @@ vek_s32 send_all(AtChan* ch, const std::string& s, vek_s32 tmo) {
 }
 
 // Sets up a wait (under lk): what counts, the echo expected, the prompt.
-void arm(AtChan* ch, Mode mode, const std::string& echo, const std::string& name) {
+void arm(AtChan* ch, Mode mode, const char* echo, const char* cmd) {
     ch->mode = mode;
-    ch->cmdName = name;
+    name_of(cmd, ch->cmdName);
     ch->reply.clear();
     ch->final.clear();
     ch->result = 0;
     ch->finished = false;
     ch->promptSeen = false;
     ch->sawLong = false;
+    ch->lost = false;
     vek_evt_reset(ch->done);
-    VekLex_setEcho(ch->lex, echo.c_str());
+    VekLex_setEcho(ch->lex, echo);
     vek_s32 f = VekLex_getFlags(ch->lex) & ~VEK_LEX_EXPECT_PROMPT;
     VekLex_setFlags(ch->lex, f | (mode == PROMPT_WAIT ? VEK_LEX_EXPECT_PROMPT : 0));
 }
@@ -414,7 +452,7 @@ vek_s32 wait_done(AtChan* ch, vek_u32 start, vek_s32 tmo) {
 void disarm(AtChan* ch) {
     std::lock_guard<std::mutex> g(ch->lk);
     ch->mode = IDLE;
-    ch->cmdName.clear();
+    ch->cmdName[0] = 0;
     VekLex_setEcho(ch->lex, nullptr);
     VekLex_setFlags(ch->lex, VekLex_getFlags(ch->lex) & ~VEK_LEX_EXPECT_PROMPT);
 }
@@ -430,7 +468,9 @@ void given_up(AtChan* ch, vek_s32 r) {
 
 // "ATE1" (its answer does not matter), then "ATE0": with echo now on, the
 // echo of "ATE0" marks where the modem is, and the final after it is the
-// probe's own.
+// probe's own. The first command also sets the result form the lexer
+// reads (V1 words, V0 digits): a modem left in the other form would
+// answer every probe in finals the channel cannot see.
 vek_s32 resync(AtChan* ch, vek_u32 start, vek_s32 tmo) {
     vek_s32 probe = ch->opts.probeTmo > 0 ? ch->opts.probeTmo : 1000;
     for (int attempt = 0; attempt < 3; attempt++) {
@@ -438,7 +478,7 @@ vek_s32 resync(AtChan* ch, vek_u32 start, vek_s32 tmo) {
             std::lock_guard<std::mutex> g(ch->lk);
             arm(ch, PROBE_ANY, "", "");
         }
-        vek_s32 r = send_all(ch, "ATE1\r", probe);
+        vek_s32 r = send_all(ch, (ch->opts.flags & AT_CHAN_NUMERIC) ? "ATE1V0\r" : "ATE1V1\r", probe);
         if (r == 0) {
             r = wait_done(ch, vek_msec(), probe);
         }
@@ -491,6 +531,17 @@ vek_s32 run(AtChan* ch, const char* cmd, const char* payload, VekStr* lines, vek
     if (tmo < 0) {
         tmo = AtChan_timeout(ch, cmd);
     }
+    // What goes on the wire, made before the turn is taken: a command that
+    // cannot be built leaves the channel as it was.
+    VString wire, body;
+    try {
+        wire.assign(cmd).push_back('\r');
+        if (payload) {
+            body.assign(payload).push_back('\x1a');
+        }
+    } catch (const std::bad_alloc&) {
+        return VEK_ERR_FULL;
+    }
     vek_u32 start = vek_msec();
     vek_s32 r = vek_evt_swait__(ch->turn, tmo, 0);
     if (r != 0) {
@@ -512,9 +563,9 @@ vek_s32 run(AtChan* ch, const char* cmd, const char* payload, VekStr* lines, vek
     if (r == 0) {
         {
             std::lock_guard<std::mutex> g(ch->lk);
-            arm(ch, payload ? PROMPT_WAIT : CMD, cmd, name_of(cmd));
+            arm(ch, payload ? PROMPT_WAIT : CMD, cmd, cmd);
         }
-        r = send_all(ch, std::string(cmd) + "\r", tmo);
+        r = send_all(ch, wire, tmo);
         if (r == 0) {
             r = wait_done(ch, start, tmo);
         }
@@ -526,9 +577,9 @@ vek_s32 run(AtChan* ch, const char* cmd, const char* payload, VekStr* lines, vek
         if (prompted) {
             {
                 std::lock_guard<std::mutex> g(ch->lk);
-                arm(ch, CMD, std::string(payload) + "\x1a", name_of(cmd));
+                arm(ch, CMD, body.c_str(), cmd);
             }
-            r = send_all(ch, std::string(payload) + "\x1a", tmo);
+            r = send_all(ch, body, tmo);
             if (r == 0) {
                 r = wait_done(ch, start, tmo);
             }
@@ -541,8 +592,9 @@ vek_s32 run(AtChan* ch, const char* cmd, const char* payload, VekStr* lines, vek
             std::lock_guard<std::mutex> g(ch->lk);
             r = ch->result;
             ch->timeouts = 0;
-            if (lines) {
-                VekStr_setStrx(lines, ch->reply.data(), (vek_s32)ch->reply.size());
+            if (lines && VekStr_len(VekStr_setStrx(lines, ch->reply.data(), (vek_s32)ch->reply.size())) !=
+                             (vek_s32)ch->reply.size()) {
+                r = VEK_ERR_FULL;
             }
         } else if (r == VEK_ERR_ABORTED || r == VEK_ERR_TIMEOUT) {
             given_up(ch, r);
@@ -682,10 +734,11 @@ VEK_API vek_s32 AtChan_setTimeout(AtChan* ch, const char* name, vek_s32 ms) {
 }
 
 VEK_API vek_s32 AtChan_timeout(AtChan* ch, const char* cmd) {
-    std::string n = name_of(cmd ? cmd : "");
+    char n[kMaxName];
+    name_of(cmd ? cmd : "", n);
     std::lock_guard<std::mutex> g(ch->lk);
     for (vek_s32 i = 0; i < ch->nTmos; i++) {
-        if (n == ch->tmos[i].name) {
+        if (std::strcmp(n, ch->tmos[i].name) == 0) {
             return ch->tmos[i].ms;
         }
     }

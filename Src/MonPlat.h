@@ -24,8 +24,6 @@
 
 namespace vek {
 
-using VString = std::basic_string<char, std::char_traits<char>, HeapAllocator<char>>;
-
 /* One event as a monitor keeps it. */
 struct MonEvt {
     vek_s32 type = 0;

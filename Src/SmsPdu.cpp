@@ -6,11 +6,11 @@
  * in a read outside the buffer. The encoder first turns the text into
  * units (one character each: its septets, or its UTF-16 units) and then
  * cuts parts on unit boundaries, which is what keeps escape pairs and
- * surrogate pairs whole.
+ * surrogate pairs whole. Neither side allocates: every field has a bound
+ * (a PDU is at most 176 octets, a text at most 160 characters), so the
+ * work is done in fixed buffers and the caller's structures.
  */
 #include <cstring>
-#include <string>
-#include <vector>
 #include "GsmUtil.h"
 #include "SmsPdu.h"
 #include "VekCore.h"
@@ -46,21 +46,38 @@ vek_u16 be_unit(vek_u32 ch) {
     return (vek_u16)(((ch >> 8) & 0xff) | ((ch & 0xff) << 8));
 }
 
-void put_utf8(std::string& out, vek_u32 c) {
+// Text written into a caller's field; `over` once it did not fit (the
+// field then holds what did, NUL-terminated).
+struct Out {
+    char* p;
+    size_t cap;  // including the NUL
+    size_t n = 0;
+    bool over = false;
+    void put(char c) {
+        if (n + 1 < cap) {
+            p[n++] = c;
+            p[n] = 0;
+        } else {
+            over = true;
+        }
+    }
+};
+
+void put_utf8(Out& out, vek_u32 c) {
     if (c < 0x80) {
-        out += (char)c;
+        out.put((char)c);
     } else if (c < 0x800) {
-        out += (char)(0xc0 | (c >> 6));
-        out += (char)(0x80 | (c & 0x3f));
+        out.put((char)(0xc0 | (c >> 6)));
+        out.put((char)(0x80 | (c & 0x3f)));
     } else if (c < 0x10000) {
-        out += (char)(0xe0 | (c >> 12));
-        out += (char)(0x80 | ((c >> 6) & 0x3f));
-        out += (char)(0x80 | (c & 0x3f));
+        out.put((char)(0xe0 | (c >> 12)));
+        out.put((char)(0x80 | ((c >> 6) & 0x3f)));
+        out.put((char)(0x80 | (c & 0x3f)));
     } else {
-        out += (char)(0xf0 | (c >> 18));
-        out += (char)(0x80 | ((c >> 12) & 0x3f));
-        out += (char)(0x80 | ((c >> 6) & 0x3f));
-        out += (char)(0x80 | (c & 0x3f));
+        out.put((char)(0xf0 | (c >> 18)));
+        out.put((char)(0x80 | ((c >> 12) & 0x3f)));
+        out.put((char)(0x80 | ((c >> 6) & 0x3f)));
+        out.put((char)(0x80 | (c & 0x3f)));
     }
 }
 
@@ -90,7 +107,7 @@ vek_s32 next_utf8(const char* s, vek_s32 n, vek_s32* i) {
 // Septets to UTF-8: extension pairs through the library's table, the
 // standard form-feed pair as form feed, an unknown pair as its second
 // septet's character (as handsets show it).
-void septets_to_utf8(std::string& out, const vek_u8* s, vek_s32 n) {
+void septets_to_utf8(Out& out, const vek_u8* s, vek_s32 n) {
     for (vek_s32 i = 0; i < n; i++) {
         if (s[i] == 0x1b && i + 1 < n) {
             vek_u16 u[3];
@@ -108,7 +125,7 @@ void septets_to_utf8(std::string& out, const vek_u8* s, vek_s32 n) {
     }
 }
 
-void utf16be_to_utf8(std::string& out, const vek_u8* b, vek_s32 n) {
+void utf16be_to_utf8(Out& out, const vek_u8* b, vek_s32 n) {
     for (vek_s32 i = 0; i + 1 < n; i += 2) {
         vek_u32 c = (vek_u32)(b[i] << 8 | b[i + 1]);
         if (c >= 0xd800 && c < 0xdc00 && i + 3 < n) {
@@ -134,7 +151,11 @@ bool read_addr(Cursor& c, char* out, size_t size) {
     if (!d || digits > 40) {
         return false;
     }
-    std::string s;
+    if (size == 0) {
+        return false;
+    }
+    out[0] = 0;
+    Out s{out, size};
     if ((toa & 0x70) == 0x50) {
         vek_u8 sept[48];
         vek_s32 n = GsmUtil_dec7BitStr(sept, sizeof sept, d, (digits + 1) / 2, 0);
@@ -142,18 +163,14 @@ bool read_addr(Cursor& c, char* out, size_t size) {
         septets_to_utf8(s, sept, n);
     } else {
         if ((toa & 0x70) == 0x10) {
-            s += '+';
+            s.put('+');
         }
         for (vek_s32 i = 0; i < digits; i++) {
             vek_s32 nib = (i & 1) ? d[i / 2] >> 4 : d[i / 2] & 15;
-            s += "0123456789*#abc"[nib < 15 ? nib : 0];
+            s.put("0123456789*#abc"[nib < 15 ? nib : 0]);
         }
     }
-    if (s.size() >= size) {
-        return false;
-    }
-    std::memcpy(out, s.c_str(), s.size() + 1);
-    return true;
+    return !s.over;
 }
 
 bool read_time(Cursor& c, VekDt* dt) {
@@ -214,7 +231,10 @@ bool read_ud(Cursor& c, SmsMsg* m, bool udhi) {
         }
         read_udh(m, ud + 1, hdr - 1);
     }
-    std::string text;
+    // 160 septets of at most 3 UTF-8 bytes each, or 70 UTF-16 units: the
+    // field always has room.
+    m->text[0] = 0;
+    Out text{m->text, sizeof m->text};
     if (m->coding == SMS_CODING_7BIT) {
         vek_s32 skip = (hdr * 8 + 6) / 7;  // septets the header and its fill take
         vek_u8 sept[168];
@@ -233,57 +253,138 @@ bool read_ud(Cursor& c, SmsMsg* m, bool udhi) {
             utf16be_to_utf8(text, m->data, m->dataLen);
         }
     }
-    std::memcpy(m->text, text.c_str(), text.size() + 1);
-    m->textLen = (vek_s32)text.size();
-    return true;
+    m->textLen = (vek_s32)text.n;
+    return !text.over;
 }
 
 // ---- encoding ----
 
 struct Unit {
-    vek_u8 sept[2];  // 7-bit: the septets (1 or 2)
+    vek_u8 sept[2];  // 7-bit: the septets (1 or 2), none when it has no place there
     vek_u16 u16[2];  // UCS-2: the units (1 or 2)
     vek_s32 n7, n16;
 };
 
-// The text as characters; 7-bit when every one has a safe place there.
-bool units_of(const char* s, vek_s32 n, std::vector<Unit>& out, bool* seven) {
-    *seven = true;
-    for (vek_s32 i = 0; i < n;) {
-        vek_s32 c = next_utf8(s, n, &i);
-        if (c < 0) {
-            return false;
-        }
-        Unit u{};
-        if (c >= 0x10000) {
-            u.u16[0] = (vek_u16)(0xd800 + ((c - 0x10000) >> 10));
-            u.u16[1] = (vek_u16)(0xdc00 + ((c - 0x10000) & 0x3ff));
-            u.n16 = 2;
-        } else {
-            u.u16[0] = (vek_u16)c;
-            u.n16 = 1;
-        }
-        vek_s32 kind = 0;
-        if (c < 0x10000 && c != 0xb9 && c != 0x0c && SmsAlph_is7BitChar(be_unit((vek_u32)c), &kind)) {
-            vek_u16 one = be_unit((vek_u32)c);
-            vek_u8 sept[4];
-            u.n7 = SmsAlph_to7BitStr(&one, 1, sept, sizeof sept);
-            u.sept[0] = sept[0];
-            u.sept[1] = sept[1];
-        } else {
-            *seven = false;
-        }
-        out.push_back(u);
+// The character at *i as a unit (its septets only when want7: the
+// alphabet lookup is the costly part); false for malformed UTF-8.
+bool unit_at(const char* s, vek_s32 n, vek_s32* i, Unit* u, bool want7) {
+    vek_s32 c = next_utf8(s, n, i);
+    if (c < 0) {
+        return false;
+    }
+    *u = Unit{};
+    if (c >= 0x10000) {
+        u->u16[0] = (vek_u16)(0xd800 + ((c - 0x10000) >> 10));
+        u->u16[1] = (vek_u16)(0xdc00 + ((c - 0x10000) & 0x3ff));
+        u->n16 = 2;
+    } else {
+        u->u16[0] = (vek_u16)c;
+        u->n16 = 1;
+    }
+    vek_s32 kind = 0;
+    if (want7 && c < 0x10000 && c != 0xb9 && c != 0x0c && SmsAlph_is7BitChar(be_unit((vek_u32)c), &kind)) {
+        vek_u16 one = be_unit((vek_u32)c);
+        vek_u8 sept[4];
+        u->n7 = SmsAlph_to7BitStr(&one, 1, sept, sizeof sept);
+        u->sept[0] = sept[0];
+        u->sept[1] = sept[1];
     }
     return true;
 }
 
-void hex_of(std::string& out, const vek_u8* b, size_t n) {
+// What every part shares.
+struct Plan {
+    SmsSubmit o;
+    vek_u8 da[16];
+    vek_s32 daLen;
+    bool seven;
+    vek_s32 count;
+};
+
+// One part's TPDU, from its body (septets, or UTF-16BE octets), as hex.
+void put_part(SmsPart* part, const Plan& pl, vek_s32 p, const vek_u8* body, vek_s32 bodyLen) {
     static const char* kHex = "0123456789ABCDEF";
-    for (size_t i = 0; i < n; i++) {
-        out += kHex[b[i] >> 4];
-        out += kHex[b[i] & 15];
+    const SmsSubmit& o = pl.o;
+    bool concat = pl.count > 1;
+    vek_u8 t[176];
+    vek_s32 n = 0;
+    t[n++] = (vek_u8)(0x01 | (o.validity >= 0 ? 0x10 : 0) | ((o.flags & SMS_SUBMIT_REPORT) ? 0x20 : 0) |
+                      (concat ? 0x40 : 0));
+    t[n++] = 0;  // message reference: the modem sets it
+    std::memcpy(t + n, pl.da, (size_t)pl.daLen);
+    n += pl.daLen;
+    t[n++] = 0;  // TP-PID
+    t[n++] = pl.seven ? 0x00 : 0x08;
+    if (o.validity >= 0) {
+        t[n++] = (vek_u8)o.validity;
     }
+    vek_u8 udh[7];
+    vek_s32 hn = 0;
+    if (concat && (o.flags & SMS_SUBMIT_REF16)) {
+        const vek_u8 h[] = {6, 0x08, 4, (vek_u8)(o.ref >> 8), (vek_u8)o.ref, (vek_u8)pl.count, (vek_u8)(p + 1)};
+        std::memcpy(udh, h, hn = sizeof h);
+    } else if (concat) {
+        const vek_u8 h[] = {5, 0x00, 3, (vek_u8)o.ref, (vek_u8)pl.count, (vek_u8)(p + 1)};
+        std::memcpy(udh, h, hn = sizeof h);
+    }
+    vek_s32 udlAt = n++;
+    std::memcpy(t + n, udh, (size_t)hn);
+    n += hn;
+    if (pl.seven) {
+        // The header is padded to a septet boundary; the text's septets
+        // are packed after it with that fill.
+        vek_s32 hdrSept = (hn * 8 + 6) / 7;
+        vek_s32 fill = hdrSept * 7 - hn * 8;
+        n += GsmUtil_enc7BitStr(t + n, (vek_s32)sizeof t - n, body, bodyLen, fill);
+        t[udlAt] = (vek_u8)(hdrSept + bodyLen);
+    } else {
+        std::memcpy(t + n, body, (size_t)bodyLen);
+        n += bodyLen;
+        t[udlAt] = (vek_u8)(hn + bodyLen);
+    }
+    char* h = part->hex;
+    *h++ = '0';
+    *h++ = '0';
+    for (vek_s32 i = 0; i < n; i++) {
+        *h++ = kHex[t[i] >> 4];
+        *h++ = kHex[t[i] & 15];
+    }
+    *h = 0;
+    part->tpduLen = n;
+}
+
+// Cuts the text into parts on character boundaries; puts them when parts
+// is given. Returns the number of parts.
+vek_s32 cut_parts(const char* text, vek_s32 n, const Plan& pl, bool split, vek_s32 each, SmsPart* parts) {
+    vek_u8 body[160];
+    vek_s32 bodyLen = 0, used = 0, count = 0;
+    for (vek_s32 i = 0; i < n;) {
+        Unit u;
+        unit_at(text, n, &i, &u, pl.seven);
+        vek_s32 w = pl.seven ? u.n7 : u.n16;
+        if (split && used + w > each) {
+            if (parts) {
+                put_part(parts + count, pl, count, body, bodyLen);
+            }
+            count++;
+            bodyLen = used = 0;
+        }
+        used += w;
+        if (pl.seven) {
+            for (vek_s32 k = 0; k < u.n7; k++) {
+                body[bodyLen++] = u.sept[k];
+            }
+        } else {
+            for (vek_s32 k = 0; k < u.n16; k++) {
+                body[bodyLen++] = (vek_u8)(u.u16[k] >> 8);
+                body[bodyLen++] = (vek_u8)u.u16[k];
+            }
+        }
+    }
+    if (parts) {
+        put_part(parts + count, pl, count, body, bodyLen);
+    }
+    return count + 1;
 }
 
 } // namespace
@@ -308,8 +409,10 @@ VEK_API vek_s32 SmsPdu_dec(SmsMsg* m, const char* hex, vek_s32 len, vek_s32 with
             return VEK_ERR_MALFORMED;
         }
     }
-    std::string z(hex, hn);
-    vek_s32 n = ira_dec_str_to_buf(z.c_str(), buf, (vek_s32)sizeof buf);
+    char z[2 * sizeof buf + 1];
+    std::memcpy(z, hex, hn);
+    z[hn] = 0;
+    vek_s32 n = ira_dec_str_to_buf(z, buf, (vek_s32)sizeof buf);
     if (n != (vek_s32)(hn / 2)) {
         return VEK_ERR_MALFORMED;
     }
@@ -373,95 +476,38 @@ VEK_API vek_s32 SmsPdu_encSubmit(SmsPart* parts, vek_s32 maxParts, const char* n
     if (!parts || maxParts < 1 || !number || !text) {
         return VEK_ERR_BAD_ARG;
     }
-    SmsSubmit o = opts ? *opts : SmsSubmit{0, 0, -1};
+    Plan pl{};
+    pl.o = opts ? *opts : SmsSubmit{0, 0, -1};
     // The destination: digits, "+" first when international.
     const char* digits = number[0] == '+' ? number + 1 : number;
     size_t nd = std::strlen(digits);
     if (nd == 0 || nd > 20 || std::strspn(digits, "0123456789") != nd) {
         return VEK_ERR_BAD_ARG;
     }
-    vek_u8 da[16];
-    vek_s32 daLen = GsmUtil_encNo(da, sizeof da, number, 1);
-    std::vector<Unit> units;
-    bool seven;
-    if (!units_of(text, len < 0 ? (vek_s32)std::strlen(text) : len, units, &seven)) {
-        return VEK_ERR_BAD_ARG;
-    }
-    seven = seven && !(o.flags & SMS_SUBMIT_UCS2);
-    // Cut into parts on character boundaries.
-    vek_s32 whole = seven ? 160 : 70;
-    vek_s32 each = seven ? ((o.flags & SMS_SUBMIT_REF16) ? 152 : 153) : ((o.flags & SMS_SUBMIT_REF16) ? 66 : 67);
-    vek_s32 total = 0;
-    for (const Unit& u : units) {
-        total += seven ? u.n7 : u.n16;
-    }
-    std::vector<size_t> cuts{0};
-    if (total > whole) {
-        vek_s32 used = 0;
-        for (size_t i = 0; i < units.size(); i++) {
-            vek_s32 w = seven ? units[i].n7 : units[i].n16;
-            if (used + w > each) {
-                cuts.push_back(i);
-                used = 0;
-            }
-            used += w;
+    pl.daLen = GsmUtil_encNo(pl.da, sizeof pl.da, number, 1);
+    // One pass for the alphabet and the length, the cutting after it.
+    vek_s32 n = len < 0 ? (vek_s32)std::strlen(text) : len;
+    bool seven = true;
+    vek_s32 n7 = 0, n16 = 0;
+    for (vek_s32 i = 0; i < n;) {
+        Unit u;
+        if (!unit_at(text, n, &i, &u, seven)) {
+            return VEK_ERR_BAD_ARG;
         }
+        seven = seven && u.n7 > 0;
+        n7 += u.n7;
+        n16 += u.n16;
     }
-    cuts.push_back(units.size());
-    vek_s32 count = (vek_s32)cuts.size() - 1;
-    if (count > 255 || count > maxParts) {
+    pl.seven = seven && !(pl.o.flags & SMS_SUBMIT_UCS2);
+    bool ref16 = (pl.o.flags & SMS_SUBMIT_REF16) != 0;
+    vek_s32 each = pl.seven ? (ref16 ? 152 : 153) : (ref16 ? 66 : 67);
+    bool split = pl.seven ? n7 > 160 : n16 > 70;
+    pl.count = cut_parts(text, n, pl, split, each, nullptr);
+    if (pl.count > 255 || pl.count > maxParts) {
         return VEK_ERR_FULL;
     }
-    for (vek_s32 p = 0; p < count; p++) {
-        std::vector<vek_u8> t;
-        bool concat = count > 1;
-        t.push_back((vek_u8)(0x01 | (o.validity >= 0 ? 0x10 : 0) | ((o.flags & SMS_SUBMIT_REPORT) ? 0x20 : 0) |
-                             (concat ? 0x40 : 0)));
-        t.push_back(0);  // message reference: the modem sets it
-        t.insert(t.end(), da, da + daLen);
-        t.push_back(0);  // TP-PID
-        t.push_back(seven ? 0x00 : 0x08);
-        if (o.validity >= 0) {
-            t.push_back((vek_u8)o.validity);
-        }
-        std::vector<vek_u8> udh;
-        if (concat) {
-            if (o.flags & SMS_SUBMIT_REF16) {
-                udh = {6, 0x08, 4, (vek_u8)(o.ref >> 8), (vek_u8)o.ref, (vek_u8)count, (vek_u8)(p + 1)};
-            } else {
-                udh = {5, 0x00, 3, (vek_u8)o.ref, (vek_u8)count, (vek_u8)(p + 1)};
-            }
-        }
-        std::vector<vek_u8> ud(udh);
-        vek_s32 udl;
-        if (seven) {
-            std::vector<vek_u8> sept;
-            for (size_t i = cuts[p]; i < cuts[p + 1]; i++) {
-                sept.insert(sept.end(), units[i].sept, units[i].sept + units[i].n7);
-            }
-            vek_s32 hdrSept = ((vek_s32)udh.size() * 8 + 6) / 7;
-            vek_s32 fill = hdrSept * 7 - (vek_s32)udh.size() * 8;
-            vek_u8 packed[160];
-            vek_s32 pn = GsmUtil_enc7BitStr(packed, sizeof packed, sept.data(), (vek_s32)sept.size(), fill);
-            ud.insert(ud.end(), packed, packed + pn);
-            udl = hdrSept + (vek_s32)sept.size();
-        } else {
-            for (size_t i = cuts[p]; i < cuts[p + 1]; i++) {
-                for (vek_s32 k = 0; k < units[i].n16; k++) {
-                    ud.push_back((vek_u8)(units[i].u16[k] >> 8));
-                    ud.push_back((vek_u8)units[i].u16[k]);
-                }
-            }
-            udl = (vek_s32)ud.size();
-        }
-        t.push_back((vek_u8)udl);
-        t.insert(t.end(), ud.begin(), ud.end());
-        std::string h = "00";
-        hex_of(h, t.data(), t.size());
-        std::memcpy(parts[p].hex, h.c_str(), h.size() + 1);
-        parts[p].tpduLen = (vek_s32)t.size();
-    }
-    return count;
+    cut_parts(text, n, pl, split, each, parts);
+    return pl.count;
 }
 
 } // extern "C"

@@ -25,18 +25,19 @@ bool final_status(vek_s32 st) {
 }
 
 // Numbers compared by their digits, so "+4670..." and "004670..." or a
-// national form that differs only by its prefix still match: the shorter
-// one must end the longer one, with at least 6 digits in common.
+// national form that differs only by its prefix ("0708...") still match:
+// leading zeros (international and trunk prefixes) are dropped, and the
+// shorter one must end the longer one, with at least 6 digits in common.
 bool same_number(const char* a, const char* b) {
     char da[48], db[48];
     size_t na = 0, nb = 0;
     for (; *a && na < sizeof da; a++) {
-        if (*a >= '0' && *a <= '9') {
+        if (*a >= '0' && *a <= '9' && (na > 0 || *a != '0')) {
             da[na++] = *a;
         }
     }
     for (; *b && nb < sizeof db; b++) {
-        if (*b >= '0' && *b <= '9') {
+        if (*b >= '0' && *b <= '9' && (nb > 0 || *b != '0')) {
             db[nb++] = *b;
         }
     }

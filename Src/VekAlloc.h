@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <new>
+#include <string>
 #include "AlOs.h"
 #include "MemUtil.h"
 
@@ -43,6 +44,9 @@ template <class T>
 using AlAllocator = BasicAllocator<T, al_malloc, al_free>;
 template <class T>
 using HeapAllocator = BasicAllocator<T, vek_malloc__, vek_free__>;
+
+/* A string whose block is counted like any other of the library's. */
+using VString = std::basic_string<char, std::char_traits<char>, HeapAllocator<char>>;
 
 } // namespace vek
 

@@ -1,18 +1,22 @@
 /*
  * VekLex.cpp - the modem-response lexer.
  *
- * One pass over the bytes. For the line being read the lexer keeps:
- *   line[0..kept)   the bytes kept (at most maxLine), NUL-terminated on output
- *   len             the line's real length (kept < len once it overflowed)
- *   [lo, hi)        the prefix entries whose first len bytes equal the line's
- *   best            the longest prefix entry (not whole-line) already matched
- *   echoOk          the line so far equals the expected echo's start
- * so that when the line ends, its kind is known without looking at it again.
- * The table is sorted bytewise; the entries sharing a line's first k bytes
- * are one contiguous range, and an entry of exactly k bytes sorts first in
- * it, which is what the narrowing below relies on.
+ * The hot path does two things per byte: find the next NUL or line end
+ * (eight bytes at a time) and copy the run before it into the line. A
+ * line's kind is decided once, when it ends, from the kept bytes: a line
+ * longer than maxLine is LONG whatever it starts with, and a shorter one
+ * is kept whole, so nothing needs matching while bytes arrive. Only the
+ * first byte of a line is looked at on its own (the "> " prompt).
+ *
+ * The prefix table is bounded (kMaxEntries of at most kMaxPrefix bytes)
+ * and chained in buckets by its entries' first three bytes, so naming a
+ * line costs a few comparisons, bounded by the table's size whatever the
+ * line holds. Entries shorter than three bytes ("OK") sit on a list of
+ * their own that every line checks.
  */
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstring>
 #include "VekCore.h"
 #include "VekLex.h"
@@ -21,6 +25,8 @@ namespace {
 
 constexpr int kMaxPrefix = 63;
 constexpr int kMaxEntries = 128;
+constexpr int kBuckets = 256;
+constexpr int kKeyLen = 3;
 
 struct Entry {
     char text[kMaxPrefix + 1];
@@ -28,6 +34,7 @@ struct Entry {
     vek_u8 kind;
     vek_u8 lines;
     vek_u8 whole;
+    vek_s16 next;  // the next entry of its bucket, -1 at the end
 };
 
 struct Builtin {
@@ -83,8 +90,10 @@ const Builtin kBuiltins[] = {
     {"+STIN:", VEK_LEX_URC, 0, 0},
 };
 
-bool entry_less(const Entry& a, const Entry& b) {
-    return std::memcmp(a.text, b.text, (size_t)std::min(a.len, b.len) + 1) < 0;
+// The bucket of a text's first kKeyLen bytes.
+int bucket_of(const char* t) {
+    unsigned h = (unsigned char)t[0] * 961u + (unsigned char)t[1] * 31u + (unsigned char)t[2];
+    return (int)((h ^ (h >> 8)) & (kBuckets - 1));
 }
 
 } // namespace
@@ -96,11 +105,12 @@ struct VekLex {
     vek_s32 flags;
     vek_s32 len;       // the line's length so far (saturates at INT32_MAX)
     vek_s32 echoLen;   // -1: no echo expected
-    bool echoOk;
+    bool echoOk;       // the echo was expected when the line began
     bool promptPending;  // the line so far is ">" at a line start, prompt expected
     vek_s32 dataLines; // data lines still owed to a two-line URC
-    vek_s32 lo, hi, best;
     vek_s32 count;
+    vek_s16 shortHead;  // entries shorter than kKeyLen
+    vek_s16 head[kBuckets];
     Entry table[kMaxEntries];
 };
 
@@ -108,45 +118,75 @@ namespace {
 
 void start_line(VekLex* x) {
     x->len = 0;
-    x->lo = 0;
-    x->hi = x->count;
-    x->best = -1;
     x->echoOk = x->echoLen >= 0;
     x->promptPending = false;
 }
 
-// The entries of [lo, hi) that go on with byte c at position k.
-void narrow(VekLex* x, vek_s32 k, unsigned char c) {
-    vek_s32 lo = x->lo, hi = x->hi;
-    if (lo < hi && x->table[lo].len == k) {
-        if (!x->table[lo].whole) {
-            x->best = lo;
-        }
-        lo++;
+// Appends n bytes of the line's body; past maxLine only the length grows.
+void keep(VekLex* x, const unsigned char* p, vek_s32 n) {
+    if (x->len < x->maxLine) {
+        std::memcpy(x->line + x->len, p, (size_t)std::min(n, x->maxLine - x->len));
     }
-    const Entry* t = x->table;
-    auto byte_at = [&](vek_s32 i) { return (unsigned char)t[i].text[k]; };
-    vek_s32 a = lo, b = hi;
-    while (a < b) {  // first entry with text[k] >= c
-        vek_s32 m = a + (b - a) / 2;
-        if (byte_at(m) < c) {
-            a = m + 1;
-        } else {
-            b = m;
+    x->len = (vek_s32)std::min<vek_s64>((vek_s64)x->len + n, 0x7fffffff);
+}
+
+// Where the first NUL, CR or LF of p[0..n) is (n when none). Eight bytes
+// at a time: a word with no byte below 0x0E holds none of them; the lowest
+// flagged byte of a little-endian word is exact (a borrow only runs
+// upwards), so it is checked and the scan goes on after it when it is
+// another control byte.
+vek_s32 stop_at(const unsigned char* p, vek_s32 n) {
+    auto stop = [](unsigned char c) { return c == 0 || c == '\r' || c == '\n'; };
+    vek_s32 i = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+        constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+        constexpr std::uint64_t kHigh = 0x8080808080808080ull;
+        while (i + 8 <= n) {
+            std::uint64_t v;
+            std::memcpy(&v, p + i, 8);
+            std::uint64_t low = (v - kOnes * 0x0e) & ~v & kHigh;
+            if (!low) {
+                i += 8;
+                continue;
+            }
+            i += std::countr_zero(low) >> 3;
+            if (stop(p[i])) {
+                return i;
+            }
+            i++;
         }
     }
-    vek_s32 first = a;
-    b = hi;
-    while (a < b) {  // first entry with text[k] > c
-        vek_s32 m = a + (b - a) / 2;
-        if (byte_at(m) <= c) {
-            a = m + 1;
-        } else {
-            b = m;
-        }
+    while (i < n && !stop(p[i])) {
+        i++;
     }
-    x->lo = first;
-    x->hi = a;
+    return i;
+}
+
+// The entry naming a line of n bytes: the one equal to it, else the
+// longest that is not a whole-line entry and starts it; -1 for none.
+vek_s32 match(const VekLex* x, const char* s, vek_s32 n) {
+    vek_s32 best = -1, bestLen = 0;
+    auto scan = [&](vek_s32 i) {
+        for (; i >= 0; i = x->table[i].next) {
+            const Entry& e = x->table[i];
+            if (e.len > n || std::memcmp(e.text, s, e.len) != 0) {
+                continue;
+            }
+            if (e.len == n) {
+                return i;
+            }
+            if (!e.whole && e.len > bestLen) {
+                best = i;
+                bestLen = e.len;
+            }
+        }
+        return (vek_s32)-1;
+    };
+    vek_s32 exact = scan(x->shortHead);
+    if (exact < 0 && n >= kKeyLen) {
+        exact = scan(x->head[bucket_of(s)]);
+    }
+    return exact >= 0 ? exact : best;
 }
 
 // The number after a prefix (": 14", " 9600"), or -1 when none leads the text.
@@ -205,17 +245,12 @@ void classify(VekLex* x, VekLexTok* tok) {
         tok->code = x->len;
         return;
     }
-    if (x->echoOk && x->len == x->echoLen) {
+    if (x->echoOk && x->len == x->echoLen && std::memcmp(x->line, x->echo, (size_t)x->len) == 0) {
         tok->kind = VEK_LEX_ECHO;
         x->echoLen = -1;
         return;
     }
-    vek_s32 hit = -1;
-    if (x->lo < x->hi && x->table[x->lo].len == x->len) {
-        hit = x->lo;
-    } else {
-        hit = x->best;
-    }
+    vek_s32 hit = match(x, x->line, x->len);
     if (hit < 0) {
         if (!((x->flags & VEK_LEX_NUMERIC) && numeric(tok))) {
             tok->kind = x->dataLines > 0 ? VEK_LEX_URC_DATA : VEK_LEX_INFO;
@@ -257,6 +292,19 @@ void clear_tok(VekLexTok* tok) {
     tok->arg = "";
 }
 
+// Rebuilds the buckets after the table changed (add_entry leaves that to
+// its callers, so that the built-ins are chained once).
+void chain(VekLex* x) {
+    x->shortHead = -1;
+    std::fill(x->head, x->head + kBuckets, (vek_s16)-1);
+    for (vek_s32 i = x->count - 1; i >= 0; i--) {
+        Entry& e = x->table[i];
+        vek_s16& h = e.len < kKeyLen ? x->shortHead : x->head[bucket_of(e.text)];
+        e.next = h;
+        h = (vek_s16)i;
+    }
+}
+
 vek_s32 add_entry(VekLex* x, const char* prefix, vek_s32 kind, vek_s32 lines, vek_s32 whole) {
     size_t n = std::strlen(prefix);
     if (n == 0 || n > (size_t)kMaxPrefix || lines < 0 || lines > 4) {
@@ -268,18 +316,15 @@ vek_s32 add_entry(VekLex* x, const char* prefix, vek_s32 kind, vek_s32 lines, ve
     e.kind = (vek_u8)kind;
     e.lines = (vek_u8)lines;
     e.whole = whole ? 1 : 0;
-    Entry* end = x->table + x->count;
-    Entry* at = std::lower_bound(x->table, end, e, entry_less);
-    if (at != end && at->len == e.len && std::memcmp(at->text, e.text, n) == 0) {
-        *at = e;
-        return 0;
+    vek_s32 i = 0;
+    while (i < x->count && !(x->table[i].len == e.len && std::memcmp(x->table[i].text, e.text, n) == 0)) {
+        i++;
     }
-    if (x->count == kMaxEntries) {
+    if (i == kMaxEntries) {
         return VEK_ERR_FULL;
     }
-    std::memmove(at + 1, at, (size_t)(end - at) * sizeof(Entry));
-    *at = e;
-    x->count++;
+    x->table[i] = e;
+    x->count = std::max(x->count, i + 1);
     return 0;
 }
 
@@ -309,6 +354,7 @@ VEK_API VekLex* VekLex_new(vek_s32 maxLine, vek_s32 flags) {
     for (const Builtin& b : kBuiltins) {
         add_entry(x, b.text, b.kind, b.lines, b.whole);
     }
+    chain(x);
     VekLex_reset(x);
     return x;
 }
@@ -339,8 +385,10 @@ VEK_API vek_s32 VekLex_addPrefix(VekLex* x, const char* prefix, vek_s32 kind, ve
         (kind == VEK_LEX_VENDOR_ERR && lines != 0)) {
         return VEK_ERR_BAD_ARG;
     }
+    // Lines are named when they end, so a line in progress is named
+    // with the new entry too.
     vek_s32 r = add_entry(x, prefix, kind, lines, whole);
-    start_line(x);  // indexes into the table moved; the line in progress is rematched from its start
+    chain(x);
     return r;
 }
 
@@ -362,73 +410,51 @@ VEK_API vek_s32 VekLex_feed(VekLex* x, const void* data, vek_s32 len, VekLexTok*
     }
     clear_tok(tok);
     const unsigned char* p = (const unsigned char*)data;
-    for (vek_s32 i = 0; i < len; i++) {
-        // Inside a line that can no longer be a prefix, the echo or the
-        // prompt, bytes are only kept: copy the run up to the next NUL or
-        // line end in one go (most of a PDU listing is such runs).
-        if (x->len > 0 && x->lo >= x->hi && !x->echoOk && !x->promptPending) {
-            vek_s32 j = i;
-            while (j < len && p[j] != '\r' && p[j] != '\n' && p[j] != 0) {
-                j++;
-            }
-            vek_s32 n = j - i;
-            if (x->len < x->maxLine) {
-                vek_s32 keep = std::min(n, x->maxLine - x->len);
-                std::memcpy(x->line + x->len, p + i, (size_t)keep);
-            }
-            x->len = (vek_s32)std::min<vek_s64>((vek_s64)x->len + n, 0x7fffffff);
-            i = j;
-            if (i == len) {
-                break;
-            }
-        }
-        unsigned char c = p[i];
-        if (c == 0) {
-            continue;
-        }
-        if (c == '\r' || c == '\n') {
-            if (x->len == 0) {
+    vek_s32 i = 0;
+    while (i < len) {
+        if (x->len == 0 || x->promptPending) {
+            // A line's first byte: empty lines and NULs between lines are
+            // dropped, and ">" may be the start of a prompt, which has no
+            // line end to wait for.
+            unsigned char c = p[i];
+            if (c == 0 || (x->len == 0 && (c == '\r' || c == '\n'))) {
+                i++;
                 continue;
             }
-            x->line[std::min(x->len, x->maxLine)] = 0;
-            classify(x, tok);
-            start_line(x);
-            return i + 1;
-        }
-        vek_s32 k = x->len;
-        if (x->promptPending) {
-            x->promptPending = false;
-            if (c == ' ') {
+            if (x->promptPending) {
+                x->promptPending = false;
+                if (c == ' ') {
+                    x->line[0] = '>';
+                    x->line[1] = ' ';
+                    x->line[2] = 0;
+                    tok->kind = VEK_LEX_PROMPT;
+                    tok->text = x->line;
+                    tok->len = 2;
+                    tok->arg = x->line + 2;
+                    start_line(x);
+                    return i + 1;
+                }
+            } else if (c == '>' && (x->flags & VEK_LEX_EXPECT_PROMPT)) {
                 x->line[0] = '>';
-                x->line[1] = ' ';
-                x->line[2] = 0;
-                clear_tok(tok);
-                tok->kind = VEK_LEX_PROMPT;
-                tok->text = x->line;
-                tok->len = 2;
-                tok->arg = x->line + 2;
-                start_line(x);
-                return i + 1;
-            }
-        } else if (k == 0 && c == '>' && (x->flags & VEK_LEX_EXPECT_PROMPT)) {
-            x->promptPending = true;
-        }
-        if (k < x->maxLine) {
-            x->line[k] = (char)c;
-        }
-        if (x->echoOk && (k >= x->echoLen || x->echo[k] != (char)c)) {
-            x->echoOk = false;
-        }
-        if (x->lo < x->hi) {
-            if (k < kMaxPrefix) {
-                narrow(x, k, c);
-            } else {
-                x->lo = x->hi;
+                x->len = 1;
+                x->promptPending = true;
+                i++;
+                continue;
             }
         }
-        if (x->len < 0x7fffffff) {
-            x->len++;
+        vek_s32 j = i + stop_at(p + i, len - i);
+        keep(x, p + i, j - i);
+        if (j == len) {
+            break;
         }
+        i = j + 1;
+        if (p[j] == 0) {
+            continue;
+        }
+        x->line[std::min(x->len, x->maxLine)] = 0;
+        classify(x, tok);
+        start_line(x);
+        return i;
     }
     return len;
 }

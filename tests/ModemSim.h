@@ -161,8 +161,9 @@ class ModemSim {
             vek_sleep((vek_u32)p_.lateMs);
         }
         bool hang = once(p_.hangupCmd, cmd);
-        if (cmd == "ATE0" || cmd == "ATE1") {
-            p_.echo = cmd == "ATE1";
+        if (cmd == "ATE0" || cmd == "ATE1" || cmd == "ATE1V0" || cmd == "ATE1V1") {
+            p_.echo = cmd[3] == '1';
+            p_.numeric = cmd.size() == 6 ? cmd[5] == '0' : p_.numeric;
             answer({}, "OK", hang);
         } else if (cmd == "AT" || cmd == "AT+CMEE=1" || cmd == "AT+CMGF=0") {
             answer({}, "OK", hang);
@@ -179,6 +180,15 @@ class ModemSim {
             answer({"+CREG: 0,1"}, "OK", hang);
         } else if (cmd == "AT+SLOW") {
             answer({"+SLOW: late"}, "OK", hang);
+        } else if (cmd.rfind("AT+FINAL=", 0) == 0) {
+            answer({}, cmd.substr(9), hang);
+        } else if (cmd == "AT+EMIT") {
+            // A two-line URC inside the reply, and a line no table knows
+            // right behind the final.
+            answer({"Emitted", "+CMT: ,24",
+                    "07911326040000F0040B911346610089F60000208062917314080CC8F71D14969741F977FD07"},
+                   "OK", hang);
+            out(line("^NEWURC: 5"));
         } else if (cmd == "AT+CGMI") {
             answer({"Simulated", "Modem Inc."}, "OK", hang);
         } else if (cmd == "AT+CMGL=4") {

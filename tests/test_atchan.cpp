@@ -130,13 +130,34 @@ TEST_F(AtChanTest, UrcsGoToTheirHandlers) {
     p.urcInside = true;
     ModemSim sim(p);
     AtChan* ch = open(sim);
-    Urcs cmti;
+    Urcs cmti, cmt;
     ASSERT_EQ(AtChan_onUrc(ch, "+CMTI:", 0, Urcs::take, &cmti), 0);
+    ASSERT_EQ(AtChan_onUrc(ch, "+CMT:", 1, Urcs::take, &cmt), 0);
     EXPECT_EQ(cmd(ch, "AT+CGMI").lines, "Simulated\nModem Inc.\n");
     EXPECT_EQ(cmd(ch, "AT+CSQ").lines, "+CSQ: 20,99\n");
+    EXPECT_EQ(cmd(ch, "AT+EMIT").lines, "Emitted\n");
     dispatch(100);
-    EXPECT_EQ(cmti.lines, std::vector<std::string>({"+CMTI: \"SM\",1", "+CMTI: \"SM\",1"}));
-    EXPECT_EQ(urcs.lines, std::vector<std::string>({"^RSSI: 17"}));
+    EXPECT_EQ(cmti.lines, std::vector<std::string>(3, "+CMTI: \"SM\",1"));
+    EXPECT_EQ(cmt.lines, std::vector<std::string>({"+CMT: ,24|07911326040000F0040B911346610089F60000208062917314080CC8F71D"
+                                                   "14969741F977FD07"}));
+    EXPECT_EQ(urcs.lines, std::vector<std::string>({"^RSSI: 17", "^RSSI: 17", "^NEWURC: 5"}));
+    AtChan_delete(ch);
+}
+
+// Every final gives its result, the +CME text form the numbered code.
+TEST_F(AtChanTest, FinalsGiveTheirResults) {
+    ModemSim sim(SimProfile{});
+    AtChan* ch = open(sim);
+    const std::pair<const char*, vek_s32> cases[] = {
+        {"+CME ERROR: SIM busy", VEK_AT_CME_BASE - 14},     {"+CME ERROR: 10", VEK_AT_CME_BASE - 10},
+        {"+CME ERROR: no such thing", VEK_ERR_AT_CME_TEXT}, {"+CMS ERROR: 500", VEK_AT_CMS_BASE - 500},
+        {"+CMS ERROR: unknown error", VEK_ERR_AT_CMS_TEXT}, {"NO CARRIER", VEK_ERR_AT_NO_CARRIER},
+        {"CONNECT 9600", VEK_AT_CONNECT},                   {"COMMAND NOT SUPPORT", VEK_ERR_AT_VENDOR},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(cmd(ch, ("AT+FINAL=" + std::string(c.first)).c_str()).r, c.second) << c.first;
+        EXPECT_STREQ(AtChan_lastFinal(ch), c.first);
+    }
     AtChan_delete(ch);
 }
 

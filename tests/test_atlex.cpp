@@ -77,6 +77,10 @@ TEST_F(AtLex, EchoUrcAndLineEnds) {
     EXPECT_EQ(t[2].arg, "17");
     EXPECT_EQ(t[3].arg, "\"SM\",4");
     EXPECT_EQ(t[4].text, "more");
+    // Other control bytes are text: the line goes on past them.
+    t = lex(std::string("+CUSD: 0,\"12345\t\x0b\x1b\x01 balance\",15\r\nOK\r\n"));
+    ASSERT_EQ(kinds(t), "URC|OK");
+    EXPECT_EQ(t[0].arg, "0,\"12345\t\x0b\x1b\x01 balance\",15");
     // Without the expectation the same line is an ordinary one; the
     // expectation is spent once seen.
     EXPECT_EQ(kinds(lex("AT+CPMS?\r\nAT+CPMS?\r\n")), "INFO|INFO");
@@ -133,14 +137,19 @@ TEST_F(AtLex, OverLongLineIsReportedAndBounded) {
 
 TEST_F(AtLex, CallerPrefixes) {
     VekLex* l = VekLex_new(0, 0);
-    EXPECT_EQ(VekLex_addPrefix(l, "#STN:", VEK_LEX_URC, 0, 0), 0);
     EXPECT_EQ(VekLex_addPrefix(l, "NA", VEK_LEX_VENDOR_ERR, 0, 1), 0);
+    EXPECT_EQ(VekLex_addPrefix(l, "*", VEK_LEX_URC, 0, 0), 0);
     EXPECT_EQ(VekLex_addPrefix(l, "+CMTI:", VEK_LEX_URC, 1, 0), 0);  // replaces the built-in
     EXPECT_EQ(VekLex_addPrefix(l, "", VEK_LEX_URC, 0, 0), VEK_ERR_BAD_ARG);
     EXPECT_EQ(VekLex_addPrefix(l, "X", VEK_LEX_OK, 0, 0), VEK_ERR_BAD_ARG);
     EXPECT_EQ(VekLex_addPrefix(l, std::string(64, 'x').c_str(), VEK_LEX_URC, 0, 0), VEK_ERR_BAD_ARG);
-    std::vector<Tok> t = lex_chunked(l, "#STN: 37\r\nNA\r\nNAME\r\n+CMTI: \"SM\",1\r\ndata\r\n", 3);
-    EXPECT_EQ(kinds(t), "URC|VENDOR ERROR|INFO|URC|URC DATA");
+    // A prefix added while a line is arriving names that line too.
+    VekLexTok tok;
+    EXPECT_EQ(VekLex_feed(l, "#ST", 3, &tok), 3);
+    EXPECT_EQ(VekLex_addPrefix(l, "#STN:", VEK_LEX_URC, 0, 0), 0);
+    std::vector<Tok> t = lex_chunked(l, "N: 37\r\nNA\r\nNAME\r\n*EVT\r\n+CMTI: \"SM\",1\r\ndata\r\n", 3);
+    EXPECT_EQ(kinds(t), "URC|VENDOR ERROR|INFO|URC|URC|URC DATA");
+    EXPECT_EQ(t[0].text, "#STN: 37");
     vek_s32 r = 0;
     for (int i = 0; i < 200 && r == 0; i++) {
         r = VekLex_addPrefix(l, ("+X" + std::to_string(i)).c_str(), VEK_LEX_URC, 0, 0);

@@ -40,7 +40,6 @@ TEST_F(VektoolModem, AtPrintsRepliesAndExitsByTheFinal) {
     EXPECT_EQ(t.run("modem at " + sim.port() + " AT+NOSUCH AT+CSQ"), 1);
     EXPECT_EQ(err(), "ERROR\n");
     EXPECT_EQ(out(), "+CSQ: 20,99\n");
-    EXPECT_EQ(t.run("modem at --timeout 300 " + sim.port() + " AT+SILENT"), 1);  // ERROR from the sim
     EXPECT_EQ(t.run("modem at " + sim.port()), 2);                             // no command
     EXPECT_EQ(t.run("modem at /no/such/port AT"), 2);
     EXPECT_NE(err().find("/no/such/port"), std::string::npos);
@@ -72,17 +71,27 @@ TEST_F(VektoolModem, SmsSendSplitsAndPrintsReferences) {
     EXPECT_EQ(t.run("sms send " + sim.port() + " 12ab text"), 2);
 }
 
-// Parts out of order and twice, one message missing parts, one whole.
+// Parts out of order and twice, one message missing parts, one whole;
+// the same listing from a modem left in numeric form, with every line
+// fault and a SIM that is still busy for the first two questions.
 TEST_F(VektoolModem, SmsListJoinsAndDeletes) {
     SimProfile p;
     p.external = true;
     p.store = {{1, kWhole}, {3, kPart2}, {4, kPart1}, {5, kPart2}, {7, kLonely}};
+    SimProfile bad = p;
+    bad.echo = bad.noise = bad.urcBetween = bad.urcInside = bad.numeric = true;
+    bad.chunking = 2;
+    bad.simBusy = 2;
+    ModemSim faulty(bad);
     ModemSim sim(p);
-    ASSERT_EQ(t.run("sms list " + sim.port()), 0) << err();
-    EXPECT_EQ(out(), "27838890001\t1999-03-29T15:16:59+02:00\thellohello\n"
-                       "+46708251358\t1999-03-29T15:16:59+02:00\t\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"
-                       "\xF0\x9F\x98\x80!\n"
-                       "+46708251358\t1999-03-29T15:16:59+02:00\tX\xE2\x80\xA6\xE2\x80\xA6\n");
+    for (ModemSim* m : {&faulty, &sim}) {
+        ASSERT_EQ(t.run("sms list " + m->port()), 0) << err();
+        EXPECT_EQ(out(), "27838890001\t1999-03-29T15:16:59+02:00\thellohello\n"
+                         "+46708251358\t1999-03-29T15:16:59+02:00\t\xD0\x9F\xD1\x80\xD0\xB8\xD0\xB2\xD0\xB5\xD1\x82"
+                         "\xF0\x9F\x98\x80!\n"
+                         "+46708251358\t1999-03-29T15:16:59+02:00\tX\xE2\x80\xA6\xE2\x80\xA6\n");
+    }
+    EXPECT_EQ(faulty.count("AT+CPIN?"), 3);
     ASSERT_EQ(t.run("sms list --json --delete " + sim.port()), 0) << err();
     std::string j = out();
     EXPECT_NE(j.find("\"complete\":true,\"index\":[4,3]"), std::string::npos) << j;

@@ -64,6 +64,16 @@ struct Modem {
     // One command: 0, or the exit code after the message.
     int run(const char* cmd, VekStr* lines, const char* payload = nullptr) {
         vek_s32 r = payload ? AtChan_cmdPrompt(ch, cmd, payload, lines, tmo) : AtChan_cmd(ch, cmd, lines, tmo);
+        return verdict(cmd, r);
+    }
+    // The modem as the SMS commands need it, whatever an earlier program
+    // left: the channel's probe drains stale output, a SIM still starting
+    // up is waited for, and PDU mode is set.
+    int ready() {
+        int r = verdict("AT+CPIN?", AtChan_open(ch, tmo));
+        return r == vektool::kDone ? run("AT+CMGF=0", nullptr) : r;
+    }
+    int verdict(const char* cmd, vek_s32 r) {
         if (r == 0) {
             return vektool::kDone;
         }
@@ -150,7 +160,7 @@ int sms_send(const vektool::Args& a) {
     if (!m.open(a, "sms send")) {
         return vektool::kFailed;
     }
-    int r = m.run("AT+CMGF=0", nullptr);
+    int r = m.ready();
     VekStr lines;
     VekStr_new(&lines);
     for (vek_s32 i = 0; i < n && r == vektool::kDone; i++) {
@@ -188,7 +198,7 @@ int sms_list(const vektool::Args& a) {
     }
     VekStr lines;
     VekStr_new(&lines);
-    int r = m.run("AT+CMGF=0", nullptr);
+    int r = m.ready();
     if (r == vektool::kDone) {
         r = m.run("AT+CMGL=4", &lines);
     }

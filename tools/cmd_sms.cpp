@@ -422,13 +422,15 @@ const vektool::SubCommand kSms[] = {
      kSendOptions,
      "PORT is a device path (/dev/ttyUSB0, COM3) or tcp:HOST:PORT. GSM 7-bit when the text allows,\n"
      "else UCS-2; a long text goes as concatenated parts (at most 255). Exit 1 when the modem refused\n"
-     "a part (+CMS ERROR on stderr), 2 on a time-out, a port or a usage error."},
+     "a part (+CMS ERROR on stderr), 2 on a time-out, a port or a usage error. Before sending, the\n"
+     "modem is brought to a known state: ATE1V1/ATE0 drain stale output, AT+CMEE=1, AT+CPIN? asked\n"
+     "again while the SIM answers busy (up to 30 s), AT+CMGF=0."},
     {"list", "sms list [--baud N] [--timeout MS] [--delete] [--json] PORT",
      "every stored message (AT+CMGL=4), parts joined: sender, time (ISO 8601), text", atsms::sms_list, 1, 1,
      kListOptions,
      "Parts of one message are joined whatever their order; a missing part shows as U+2026 and\n"
      "complete is false. index lists the storage indexes of the parts. --delete deletes (AT+CMGD)\n"
-     "what was printed, after printing it."},
+     "what was printed, after printing it. The modem is first brought to a known state as for send."},
     {"decode", "sms decode [--json] PDU", "decode one PDU (hex, with its service-centre field) offline",
      atsms::sms_decode, 1, 1, kDecodeOptions},
 };
