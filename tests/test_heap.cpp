@@ -646,29 +646,6 @@ TEST_F(ProcessHeap, UiHeapIsSeparate) {
     EXPECT_EQ(vek_leak_chking(), ui_leak_chking());
 }
 
-TEST_F(ProcessHeap, ManyThreadsAllocateAndFree) {
-    std::vector<std::thread> ts;
-    for (int t = 0; t < 4; t++) {
-        ts.emplace_back([] {
-            std::vector<void*> v;
-            for (int i = 0; i < 2000; i++) {
-                v.push_back(vek_malloc__((size_t)(i % 97) + 1));
-                if (i % 3 == 0) {
-                    vek_free__(v[v.size() / 2]);
-                    v.erase(v.begin() + (ptrdiff_t)(v.size() / 2));
-                }
-            }
-            for (void* p : v) {
-                vek_free__(p);
-            }
-        });
-    }
-    for (auto& t : ts) {
-        t.join();
-    }
-    EXPECT_EQ(0, vek_heap_chk__());
-}
-
 TEST_F(ProcessHeap, SynchronousBlockingIsAllowedOffUiThreads) {
     EXPECT_EQ(1, vek_sblk_verify__(__FILE__, __LINE__));
 }
