@@ -96,14 +96,6 @@ TEST_F(IniLoad, ByteOrderMarkHidesTheFirstHeader) {
     EXPECT_EQ("1", doc.get("", "a"));
 }
 
-TEST_F(IniLoad, LineEndsAndTheLastLine) {
-    Doc doc("a=1\rb=2\nc=3\r\n\r\rd=4");
-    EXPECT_EQ("1", doc.get(nullptr, "a"));
-    EXPECT_EQ("2", doc.get(nullptr, "b"));
-    EXPECT_EQ("4", doc.get(nullptr, "d"));
-    EXPECT_EQ("a=1\r\nb=2\r\nc=3\r\n\r\n\r\nd=4\r\n", doc.out());
-}
-
 TEST_F(IniLoad, MessyFileRoundTripsByteForByte) {
     const std::string text =
         "; generated file, do not edit\r\n"
@@ -134,22 +126,15 @@ TEST_F(IniLoad, MessyFileRoundTripsByteForByte) {
     EXPECT_EQ("a=1\r\n[s]\r\nb=2\r\n", lf.out());
 }
 
-TEST_F(IniLoad, LineLimitIs1024Bytes) {
-    std::string ok = "k=" + std::string(1022, 'v');
-    Doc doc("[s]\r\n" + ok + "\r\n");
-    VekStr v;
-    VekStr_new(&v);
-    EXPECT_EQ(1022, IniFile_getStrx(doc.d, "s", "k", nullptr, &v));
-    VekStr_delete(&v);
+// Where the 1024-byte limit falls is pinned by the boundary sweep below;
+// here, what a failed load does to a document that already held text.
+TEST_F(IniLoad, AnOverLongLineLeavesTheDocumentEmpty) {
     IniFile* d = IniFile_new(nullptr);
     EXPECT_EQ(0, IniFile_loadBuf(d, "[keep]\r\nx=1\r\n", -1));
-    std::string tooLong = "[s]\r\n" + ok + "v\r\n";
+    std::string tooLong = "[s]\r\nk=" + std::string(1023, 'v') + "\r\n";
     EXPECT_EQ(VEK_ERR_INI_LINE_LONG, IniFile_loadBuf(d, tooLong.c_str(), (vek_s32)tooLong.size()));
-    EXPECT_EQ(0, IniFile_sectCount(d));  // the document is left empty
+    EXPECT_EQ(0, IniFile_sectCount(d));
     EXPECT_EQ(0, IniFile_moded(d));
-    vek_s32 err = 0;
-    EXPECT_EQ(nullptr, IniFile_newBuf(tooLong.c_str(), (vek_s32)tooLong.size(), &err));
-    EXPECT_EQ(VEK_ERR_INI_LINE_LONG, err);
     IniFile_delete(d);
 }
 
