@@ -64,20 +64,10 @@ TEST_F(QueTest, PtrQueIsABoundedFifo) {
     EXPECT_EQ(3, PtrQue_capa(&local));
     EXPECT_EQ(nullptr, PtrQue_get(&local));
     EXPECT_EQ(nullptr, PtrQue_peek(&local));
-    for (size_t round = 0; round < 5; round++) {  // the indices walk round the ring
-        EXPECT_EQ(1, PtrQue_put(&local, ptr(1)));
-        EXPECT_EQ(1, PtrQue_put(&local, ptr(2)));
-        EXPECT_EQ(1, PtrQue_put(&local, ptr(3)));
-        EXPECT_EQ(0, PtrQue_put(&local, ptr(4)));
-        EXPECT_EQ(3, PtrQue_size(&local));
-        EXPECT_EQ(ptr(1), PtrQue_peek(&local));
-        EXPECT_EQ(ptr(1), PtrQue_get(&local));
-        EXPECT_EQ(1, PtrQue_put(&local, ptr(4)));
-        EXPECT_EQ(ptr(2), PtrQue_get(&local));
-        EXPECT_EQ(ptr(3), PtrQue_get(&local));
-        EXPECT_EQ(ptr(4), PtrQue_get(&local));
-        EXPECT_EQ(0, PtrQue_size(&local));
-    }
+    // Order, fullness and the walk round the ring are the model test's.
+    EXPECT_EQ(1, PtrQue_put(&local, ptr(1)));
+    EXPECT_EQ(ptr(1), PtrQue_peek(&local));
+    EXPECT_EQ(ptr(1), PtrQue_get(&local));
     PtrQue_put(&local, ptr(7));
     PtrQue_put(&local, ptr(8));
     g_deleted.clear();
@@ -129,22 +119,6 @@ TEST_F(QueTest, ByteQueQueueEmptyIsNotADataByte) {
         EXPECT_EQ(b, ByteQue_get(q));
     }
     EXPECT_EQ(VEK_ERR_QUEUE_EMPTY, ByteQue_get(q));
-
-    // Partial against all-or-nothing writes.
-    const std::string ten = pattern(10, 1);
-    EXPECT_EQ(0, ByteQue_putf(q, ten.data(), 10));
-    EXPECT_EQ(0, ByteQue_size(q));
-    EXPECT_EQ(4, ByteQue_puts(q, ten.data(), 10));
-    EXPECT_EQ(0, ByteQue_puts(q, ten.data(), 10));
-    EXPECT_EQ(0, ByteQue_put(q, 1));
-    char out[16] = {};
-    EXPECT_EQ(2, ByteQue_skip(q, 2));
-    EXPECT_EQ(2, ByteQue_putf(q, "xy", 2));
-    EXPECT_EQ(4, ByteQue_peeks(q, out, 16));
-    EXPECT_EQ(ten.substr(2, 2) + "xy", std::string(out, 4));
-    EXPECT_EQ(4, ByteQue_gets(q, out, 16));
-    EXPECT_EQ(0, ByteQue_gets(q, out, 16));
-    EXPECT_EQ(0, ByteQue_skip(q, 3));
     ByteQue_delete(q);
 }
 

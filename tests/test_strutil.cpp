@@ -342,8 +342,6 @@ TEST_F(Formatter, SinkErrorsStopTheOutput) {
     struct Fail {
         static vek_s32 sink(void*, const char*, vek_s32) { return -94; }
     };
-    va_list none{};
-    (void)none;
     auto run = [](const char* f, ...) {
         va_list va;
         va_start(va, f);
@@ -469,7 +467,6 @@ TEST_F(Formatter, NegativeStarWidthAlignsLeft) {
                  1.5, -6, 3, 7, -5, 42, -4, "ab", -3, 'z');
     std::snprintf(want, sizeof want, "[%*d][%*x][%*.2f][%*.*d][%0*d][%*s][%*c]", -5, 42, -4, 255, -7,
                   1.5, -6, 3, 7, -5, 42, -4, "ab", -3, 'z');
-    EXPECT_STREQ("[42   ][ff  ][1.50   ][007   ][42   ][ab  ][z  ]", want);
     EXPECT_STREQ(want, buf);
     VekWcs w;
     VekWcs_new(&w);
