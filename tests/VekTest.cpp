@@ -220,6 +220,9 @@ void VekTest::SetUp() {
 }
 
 void VekTest::TearDown() {
+    // A test that cancelled the main thread must not leave the abort pending
+    // for the waits of the next one.
+    vek_thrd_abort_clear();
     // An asynchronous operation the test cancelled may still be on its way
     // out of a worker (the cancel does not wait for it): let it end first.
     EXPECT_EQ(0, TaskSvr_drain(TaskSvr_def(), 10000)) << "a task of the test never ended";

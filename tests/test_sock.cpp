@@ -112,13 +112,7 @@ std::string read_n(ISock* s, size_t n) {
 
 } // namespace
 
-class Sock : public VekTest {
-  protected:
-    void TearDown() override {
-        vek_thrd_abort_clear();
-        VekTest::TearDown();
-    }
-};
+using Sock = VekTest;
 
 TEST_F(Sock, TcpOverBothFamiliesReadsWhatArrivedAndReportsTheClosedPeer) {
     for (const char* host : {"127.0.0.1", "::1"}) {

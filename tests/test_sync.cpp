@@ -122,13 +122,7 @@ void on_thread(const std::function<void()>& f) {
 
 } // namespace
 
-class Sync : public VekTest {
-  protected:
-    void TearDown() override {
-        vek_thrd_abort_clear();
-        VekTest::TearDown();
-    }
-};
+using Sync = VekTest;
 
 TEST_F(Sync, EventsManualAndAutomatic) {
     vek_handle manual = vek_evt_create__(1, 1);

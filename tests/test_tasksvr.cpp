@@ -48,13 +48,7 @@ struct Gate {
 
 } // namespace
 
-class Task : public VekTest {
-  protected:
-    void TearDown() override {
-        vek_thrd_abort_clear();
-        VekTest::TearDown();
-    }
-};
+using Task = VekTest;
 
 TEST_F(Task, TasksRunInOrderLaterOnesOnTimeAndPoolsDoNotStarveEachOther) {
     TaskSvr* one = TaskSvr_new("one", 1, 1);

@@ -34,13 +34,7 @@ void settle() {
 } // namespace
 
 /* Every test leaves the primary thread unaborted. */
-class Thrd : public VekTest {
-  protected:
-    void TearDown() override {
-        vek_thrd_abort_clear();
-        VekTest::TearDown();
-    }
-};
+using Thrd = VekTest;
 
 TEST_F(Thrd, CancelEndsEachKindOfBlockedWait) {
     VekSem sem;

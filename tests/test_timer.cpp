@@ -40,13 +40,7 @@ VekTimer svc_timer(Cb* cb) {
 
 } // namespace
 
-class Timer : public VekTest {
-  protected:
-    void TearDown() override {
-        vek_thrd_abort_clear();
-        VekTest::TearDown();
-    }
-};
+using Timer = VekTest;
 
 TEST_F(Timer, OneShotsFireInDueOrderNeverEarlyAndPeriodicKeepsItsPhase) {
     std::mutex mu;
