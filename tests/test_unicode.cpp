@@ -321,43 +321,6 @@ TEST_F(Utf8Buffers, VectorRunsAgreeWithTheScalarRules) {
     }
 }
 
-// Every sequence at every place in a block and across blocks, and every
-// target size around where the text ends: the edges where the blocks hand
-// over to the scalar code.
-TEST_F(Utf8Buffers, VectorBlockEdges) {
-    const std::string cases[] = {"\xC3\xA9",     "\xE4\xB8\xAD", "\xF0\x9F\x98\x80", "\x80",
-                                 "\xE4\xB8",     "\xC0\x80",     "\xE0\x80\x80",     std::string(1, '\0'),
-                                 "\xC3\x41",     "\xF8"};
-    std::string tail;
-    for (int i = 0; i < 12; i++) {
-        tail += "\xC3\xA9\xE4\xB8\xAD" "a";
-    }
-    for (const std::string& c : cases) {
-        for (size_t at = 0; at < 34; at++) {
-            std::string text = tail.substr(0, at) + c + tail;
-            SCOPED_TRACE(testing::Message() << "at " << at << ", " << c.size() << " bytes");
-            for (vek_s32 cap : {(vek_s32)text.size() + 1, (vek_s32)at + 1, (vek_s32)at + 2, 17, 18}) {
-                ASSERT_NO_FATAL_FAILURE(decoders_agree(text, cap));
-                ASSERT_NO_FATAL_FAILURE(decoders_agree(text.substr(0, at + c.size() / 2 + 16), cap));
-            }
-        }
-    }
-    // Units of each length at every place, and three-byte ones only;
-    // targets around every room limit.
-    std::u16string mixed, cjk(40, u'\u4E2D');
-    for (int i = 0; i < 8; i++) {
-        mixed += u"a\u00E9\u4E2D\uFFFF\u07FF\u0800";
-        mixed += (char16_t)0xD800;  // surrogates are units like any other
-    }
-    for (const std::u16string& w : {mixed, cjk}) {
-        for (size_t n = 8; n < w.size(); n += 7) {
-            for (vek_s32 cap = 1; cap < 3 * (vek_s32)n + 8; cap++) {
-                ASSERT_NO_FATAL_FAILURE(encoders_agree(w.substr(0, n), cap, cap & 1));
-            }
-        }
-    }
-}
-
 using Utf8Streams = VekTest;
 
 TEST_F(Utf8Streams, CharactersFromAStream) {
