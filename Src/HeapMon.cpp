@@ -58,6 +58,7 @@
 #include "AlPlat.h"
 #include "AlSync.h"
 #include "ObjModel.h"
+#include "SpinWait.h"
 #include "VekCore.h"
 
 namespace {
@@ -210,19 +211,7 @@ struct Registry {
 };
 Registry g_reg;
 
-inline void cpu_relax() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#endif
-}
-
-void spin_wait(unsigned& spin) {
-    if (++spin < 64) {
-        cpu_relax();
-    } else {
-        std::this_thread::yield();
-    }
-}
+using vek::spin_wait;
 
 void reg_lock() {
     for (unsigned spin = 0; g_reg.lock.exchange(1, std::memory_order_acquire);) {

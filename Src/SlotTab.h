@@ -28,11 +28,17 @@
  *
  * T provides vek_u32 slotGen and vek_u32 slotNext (the free-list link; a
  * free record is on no other list, so T may share it with one of its own
- * links). Not thread-safe: the owner's lock guards the table.
+ * links). Not thread-safe: the owner's lock guards the table, but for
+ * release_async, which a thread that owns a live record may call without
+ * that lock: its id goes stale at once, and the record waits on a list of
+ * its own (pushed without a lock) until an alloc that finds no free record
+ * takes the whole list back. A table whose records end on other threads
+ * than they start on thereby keeps its lock to the threads that start them.
  */
 #ifndef VEK_SLOTTAB_H
 #define VEK_SLOTTAB_H
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -58,7 +64,7 @@ class SlotTab {
     /* The index of a free record, now live (its fields as they were left),
      * or kNone when no memory is left. */
     vek_u32 alloc() {
-        if (free_ == kNone && !grow()) {
+        if (free_ == kNone && !adopt() && !grow()) {
             return kNone;
         }
         vek_u32 idx = free_;
@@ -66,7 +72,24 @@ class SlotTab {
         free_ = r->slotNext;
         r->slotGen++;  // odd: live
         live_++;
+        if (free_ != kNone) {
+            __builtin_prefetch(at(free_), 1);  // for the next alloc of a burst
+        }
         return idx;
+    }
+
+    /* Without the owner's lock, by the thread that owns live record idx
+     * (see above). */
+    void release_async(vek_u32 idx) {
+        T* r = at(idx);
+        __atomic_store_n(&r->slotGen, r->slotGen + 1, __ATOMIC_RELAXED);  // even: free
+        vek_u64 head = retired_.load(std::memory_order_relaxed);
+        vek_u64 next;
+        do {  // the list's head index, and in the high half its length
+            r->slotNext = (vek_u32)head;
+            next = ((head >> 32) + 1) << 32 | idx;
+        } while (!retired_.compare_exchange_weak(head, next, std::memory_order_release,
+                                                 std::memory_order_relaxed));
     }
 
     void release(vek_u32 idx) {
@@ -92,6 +115,7 @@ class SlotTab {
 
     /* No record lives: keeps the first chunk only. */
     void compact() {
+        adopt();
         if (live_ != 0 || nDir_ <= 1) {
             return;
         }
@@ -120,11 +144,11 @@ class SlotTab {
         if ((idx >> kChunkBits) >= nDir_) {
             return kNone;
         }
-        T* r = at(idx);
-        return (r->slotGen & 1) && r->slotGen == (vek_u32)(id >> 32) ? idx : kNone;
+        vek_u32 gen = __atomic_load_n(&at(idx)->slotGen, __ATOMIC_RELAXED);
+        return (gen & 1) && gen == (vek_u32)(id >> 32) ? idx : kNone;
     }
 
-    vek_u64 id(vek_u32 idx) const { return (vek_u64)at(idx)->slotGen << 32 | idx; }
+    vek_u64 id(vek_u32 idx) const { return (vek_u64)gen(idx) << 32 | idx; }
 
     vek_u32 live() const { return live_; }
 
@@ -132,7 +156,7 @@ class SlotTab {
     template <class F>
     void each(F f) const {
         for (vek_u32 idx = 0; idx < nDir_ << kChunkBits; idx++) {
-            if (at(idx)->slotGen & 1) {
+            if (gen(idx) & 1) {
                 f(idx);
             }
         }
@@ -148,9 +172,37 @@ class SlotTab {
         nDir_ = capDir_ = 0;
         free_ = kNone;
         live_ = 0;
+        retired_.store(kNone, std::memory_order_relaxed);  // empty: no length, no index
     }
 
   private:
+    /* A slot's generation; release_async may change it meanwhile. */
+    vek_u32 gen(vek_u32 idx) const { return __atomic_load_n(&at(idx)->slotGen, __ATOMIC_RELAXED); }
+
+    /* Called when no record is free: the records of release_async become
+     * the free list as they stand (their list ends as a free list does),
+     * without a walk over records that other cores have just written.
+     * Their generations need not reach maxGen_: it matters only for chunks
+     * made again after compact, which reads every record it frees. False
+     * when there were none. */
+    bool adopt() {
+        vek_u64 list = retired_.exchange(kNone, std::memory_order_acquire);
+        if ((vek_u32)list == kNone) {
+            return false;
+        }
+        live_ -= (vek_u32)(list >> 32);
+        vek_u32 idx = (vek_u32)list;
+        if (free_ != kNone) {  // compact's call, which may find free ones: join them
+            vek_u32 last = idx;
+            while (at(last)->slotNext != kNone) {
+                last = at(last)->slotNext;
+            }
+            at(last)->slotNext = free_;
+        }
+        free_ = idx;
+        return true;
+    }
+
     struct Chunk {
         void* raw;  // as allocated; the arrays start on a 64-byte boundary
         T* hot;
@@ -204,13 +256,18 @@ class SlotTab {
         vek_free__(ch.raw);
     }
 
+    // Read by every call, changed only as chunks come and go.
     const bool autoCompact_;
     Chunk* dir_ = nullptr;
     vek_u32 nDir_ = 0;
     vek_u32 capDir_ = 0;
+    char pad0_[64];
     vek_u32 free_ = kNone;
     vek_u32 live_ = 0;
     vek_u32 maxGen_ = 0;  // the highest generation a freed record had
+    // release_async's list, away from the fields alloc changes
+    char pad1_[64];
+    std::atomic<vek_u64> retired_{kNone};
 };
 
 } // namespace vek

@@ -3,14 +3,30 @@
  * in FIFO order, tasks posted for later through the timer service, and
  * cancellation before and while a task runs.
  *
- * One lock guards every pool and the table of tasks (ids that go stale,
- * SlotTab.h); it is held only to move records between lists, never while
- * a task, a clean-up, a wait or a thread cancel runs. Each pool keeps:
+ * One lock guards every pool; it is held only to move records between
+ * lists, never while a task, a clean-up, a wait or a thread cancel runs.
+ * The table of tasks (ids that go stale, SlotTab.h) has a spin lock of its
+ * own, taken inside the pool lock or alone, for a few stores at a time.
+ * Each pool keeps:
  *
+ *   inbox  - tasks just posted, newest first, pushed without the pool lock
  *   sched  - tasks posted for later (each with a one-shot service timer)
  *   queue  - tasks waiting for a worker, oldest first
  *   idle   - a stack of idle workers; a post wakes the top one, whose
  *            cache is the warmest, through its own condition variable
+ *
+ * A post takes no pool lock while every worker is busy: in a burst the
+ * workers would otherwise fight the posting thread for the lock on every
+ * task, and each lost fight costs both a sleep and a wake-up in the
+ * kernel. The inbox moves into the queue (oldest first again) whenever a
+ * holder of the pool lock needs to see it: a worker out of work, a cancel
+ * or wait naming a task still there, drain, stat, deletion. A post whose
+ * task made the inbox non-empty takes the lock only when the pool has
+ * spare capacity (an idle worker or room for a new one: the counter
+ * spare), to wake or start a worker. A worker counts itself spare before
+ * its last look at the inbox and a post pushes before it reads spare, so
+ * one of the two always sees the other. A worker that takes a task and
+ * leaves more queued than workers on their way wakes the next idle one.
  *
  * A running task is cancelled by cancelling its worker thread. That must
  * never hit the worker's next task: the canceller counts itself on the
@@ -32,6 +48,7 @@
 #include <new>
 #include "EvtWait.h"
 #include "SlotTab.h"
+#include "SpinWait.h"
 #include "TaskSvr.h"
 #include "TimerSvc.h"
 #include "VekCore.h"
@@ -42,7 +59,7 @@ constexpr vek_u32 kSvrMark = 0x7A5C53;
 constexpr auto kIdleLeave = std::chrono::seconds(30);
 constexpr vek_s32 kDefMaxThrds = 128;
 
-enum : vek_u8 { kScheduled, kQueued, kRunning, kEnding };
+enum : vek_u8 { kScheduled, kInbox, kQueued, kRunning, kEnding };
 
 struct Worker;
 
@@ -52,7 +69,7 @@ struct TaskRec {
     vek_u32 idx;  // its index in the table
     vek_u8 state;
     TaskRec* prev;  // links of the pool's sched or queue list
-    TaskRec* next;
+    TaskRec* next;  // and of its inbox
     TaskSvr* svr;
     TaskFn fn;
     TaskCleanFn clean;
@@ -100,18 +117,27 @@ struct Worker {
 } // namespace
 
 struct TaskSvr {
+    // What a post reads, apart from what the workers change under the lock
+    // (the paddings keep each group on cache lines of its own).
     vek_u32 hdr;  // kSvrMark
-    TaskSvr* nextSvr;
-    char* name;
+    std::atomic<bool> stopping;
     vek_s32 minThrds;
     vek_s32 maxThrds;
+    char* name;
+    TaskSvr* nextSvr;
+    char pad0[64];
+    std::atomic<TaskRec*> inbox;
+    char pad1[64];
+    // idle + (maxThrds - thrds), read by posts without the lock
+    std::atomic<vek_s32> spare;
+    char pad2[64];
     vek_s32 thrds;     // workers started and not left
     vek_s32 idle;      // on the idle stack
     vek_s32 starting;  // started, not yet in their loop
     vek_s32 waking;    // woken for work, not yet back in their loop
     vek_s32 ending;    // in a clean-up: idle as soon as it returns
     vek_s32 trimming;  // TaskSvr_trim calls waiting for ending to reach 0
-    vek_s32 tasks;     // posted and not ended
+    vek_s32 tasks;     // posted and not ended, but those in the inbox
     vek_s32 scheduled;
     vek_s32 queued;
     vek_s32 running;
@@ -130,13 +156,15 @@ struct TaskSvr {
     // the woken worker may meanwhile run its task and leave, so no worker
     // record is freed before they have (see kick, join_left).
     std::atomic<vek_s32> notifying;
-    bool stopping;
 };
 
 namespace {
 
 struct TaskMgr {
     std::mutex lk;
+    char pad0[64];
+    std::atomic<bool> tabBusy{false};  // the table's spin lock
+    char pad1[64];
     // Compacted when a pool calms down (a worker leaves for lack of work,
     // TaskSvr_trim), not whenever the last task ends: pools empty and fill
     // in bursts.
@@ -156,10 +184,61 @@ TaskMgr* mgr() {
     return m;
 }
 
-/* Under the lock: the live task of id, or null. */
+/* The table's lock: held for a few stores, so a waiter spins a little
+ * before it lets the holder's core run. */
+class TabGuard {
+  public:
+    explicit TabGuard(TaskMgr* m) : m_(m) {
+        for (unsigned spin = 0; m_->tabBusy.exchange(true, std::memory_order_acquire);) {
+            vek::spin_wait(spin);
+        }
+    }
+    ~TabGuard() { m_->tabBusy.store(false, std::memory_order_release); }
+    TabGuard(const TabGuard&) = delete;
+    TabGuard& operator=(const TabGuard&) = delete;
+
+  private:
+    TaskMgr* m_;
+};
+
+void enqueue(TaskSvr* svr, TaskRec* t, vek_u64 now);
+
+/* Under the lock: moves svr's inbox into its queue, oldest first. False
+ * when the inbox was empty. */
+bool take_inbox(TaskSvr* svr) {
+    TaskRec* t = svr->inbox.exchange(nullptr, std::memory_order_acquire);
+    if (!t) {
+        return false;
+    }
+    TaskRec* oldest = nullptr;
+    while (t) {
+        TaskRec* next = t->next;
+        t->next = oldest;
+        oldest = t;
+        t = next;
+    }
+    while (oldest) {
+        TaskRec* next = oldest->next;
+        svr->tasks++;
+        enqueue(svr, oldest, oldest->queuedUs);
+        oldest = next;
+    }
+    return true;
+}
+
+/* Under the lock: the live task of id, or null. A task still in its
+ * pool's inbox is queued first, so that the caller finds it on a list. */
 TaskRec* find(TaskMgr* m, VekTask id) {
-    vek_u32 idx = m->tab.find(id);
-    return idx == m->tab.kNone ? nullptr : m->tab.at(idx);
+    TaskRec* t;
+    {
+        TabGuard tg(m);
+        vek_u32 idx = m->tab.find(id);
+        t = idx == m->tab.kNone ? nullptr : m->tab.at(idx);
+    }
+    if (t && t->state == kInbox) {
+        take_inbox(t->svr);
+    }
+    return t;
 }
 
 TaskSvr* self(TaskSvr* svr, vek_s32 line) {
@@ -189,7 +268,7 @@ bool own_worker(TaskSvr* svr) {
 /* Under the lock: a task has ended; wake its waiters and free it. */
 void finish(TaskMgr* m, TaskSvr* svr, TaskRec* t) {
     vek::wake_all(&t->waiters);
-    m->tab.release(t->idx);
+    m->tab.release_async(t->idx);  // the posting thread needs the table's lock
     if (--svr->tasks == 0) {
         vek::wake_all(&svr->drainers);
     }
@@ -216,6 +295,7 @@ Worker* add_worker(TaskSvr* svr) {
     w->next = svr->workers;
     svr->workers = w;
     svr->thrds++;
+    svr->spare.fetch_sub(1, std::memory_order_relaxed);
     svr->starting++;
     return w;
 }
@@ -261,6 +341,27 @@ void join_left(TaskSvr* svr, Worker* w) {
 
 vek_u32 worker_main(void* p);
 
+/* Under the lock: takes the top idle worker off the stack for work, or
+ * null; wake it with notify once the lock is let go. */
+Worker* pop_idle(TaskSvr* svr) {
+    Worker* w = svr->idleTop;
+    if (w) {
+        svr->idleTop = w->idleNext;
+        svr->idle--;
+        svr->spare.fetch_sub(1, std::memory_order_relaxed);
+        svr->waking++;
+        w->waking = true;
+        w->wake = true;
+        svr->notifying.fetch_add(1, std::memory_order_relaxed);
+    }
+    return w;
+}
+
+void notify(TaskSvr* svr, Worker* w) {
+    w->cv.notify_one();
+    svr->notifying.fetch_sub(1, std::memory_order_release);
+}
+
 /* Called with g locked, returns with it locked: starts the thread of a
  * record from add_worker and joins the workers that left meanwhile. False
  * when no thread could be started (the record is gone then). */
@@ -275,6 +376,7 @@ bool start_worker(TaskSvr* svr, Worker* w, Guard& g) {
     }
     unlink_worker(svr, w);
     svr->thrds--;
+    svr->spare.fetch_add(1, std::memory_order_relaxed);
     svr->starting--;
     svr->settle.notify_all();
     w->~Worker();
@@ -297,17 +399,10 @@ bool kick(TaskSvr* svr, Guard& g, bool* unlocked) {
     if (svr->waking >= svr->queued) {
         return true;  // the workers on their way take this task too
     }
-    if (Worker* w = svr->idleTop) {
-        svr->idleTop = w->idleNext;
-        svr->idle--;
-        svr->waking++;
-        w->waking = true;
-        w->wake = true;
-        svr->notifying.fetch_add(1, std::memory_order_relaxed);
+    if (Worker* w = pop_idle(svr)) {
         g.unlock();
         *unlocked = true;
-        w->cv.notify_one();
-        svr->notifying.fetch_sub(1, std::memory_order_release);
+        notify(svr, w);
         return true;
     }
     if (svr->thrds < svr->maxThrds && svr->queued > svr->starting) {
@@ -328,7 +423,11 @@ void run(TaskMgr* m, TaskSvr* svr, Worker* w, Guard& g) {
     t->worker = w;
     t->runTid = w->tid;
     w->task = t;
+    Worker* next = svr->queue.head && svr->waking < svr->queued ? pop_idle(svr) : nullptr;
     g.unlock();
+    if (next) {
+        notify(svr, next);
+    }
     vek_u64 started = now_us();
     vek_s32 res = t->fn(t->ctx);
     g.lock();
@@ -371,12 +470,17 @@ vek_u32 worker_main(void* p) {
     svr->starting--;
     svr->settle.notify_all();
     while (!w->leave) {
-        if (svr->queue.head) {
+        if (svr->queue.head || take_inbox(svr)) {
             run(m, svr, w, g);
             continue;
         }
-        if (svr->stopping) {
+        if (svr->stopping.load(std::memory_order_relaxed)) {
             break;
+        }
+        svr->spare.fetch_add(1, std::memory_order_seq_cst);
+        if (svr->inbox.load(std::memory_order_seq_cst)) {  // a post that saw no spare worker
+            svr->spare.fetch_sub(1, std::memory_order_relaxed);
+            continue;
         }
         w->wake = false;
         w->idleNext = svr->idleTop;
@@ -391,8 +495,9 @@ vek_u32 worker_main(void* p) {
                     pp = &(*pp)->idleNext;
                 }
                 *pp = w->idleNext;
-                svr->idle--;
+                svr->idle--;  // and thrds at the exit: spare stays
                 w->leave = true;
+                TabGuard tg(m);
                 m->tab.compact();
                 break;
             }
@@ -464,6 +569,7 @@ void fire_scheduled(vek_u64 id) {
     t->timer = 0;
     svr->sched.remove(t);
     svr->scheduled--;
+    take_inbox(svr);  // posted before it came due: queued before it
     enqueue(svr, t, now_us());
     bool unlocked;
     if (!kick(svr, g, &unlocked) && find(m, id) == t && t->state == kQueued) {
@@ -477,12 +583,14 @@ void fire_scheduled(vek_u64 id) {
  * and frees it. */
 void destroy(TaskMgr* m, TaskSvr* svr, bool report) {
     Guard g(m->lk);
-    svr->stopping = true;
+    svr->stopping.store(true, std::memory_order_seq_cst);
+    take_inbox(svr);
     if (report && svr->tasks) {
         TinyStr t;
         TinyStr_new(&t);
         TinyStr_appdf(&t, "detect %d task leak in task svr \"%s\", the bug MUST be fixed", svr->tasks,
                       svr->name);
+        TabGuard tg(m);
         m->tab.each([&](vek_u32 idx) {
             TaskRec* r = m->tab.at(idx);
             if (r->svr == svr) {
@@ -514,6 +622,12 @@ void destroy(TaskMgr* m, TaskSvr* svr, bool report) {
     while (svr->starting || svr->thrds) {
         svr->settle.wait(g);
     }
+    // A task of this pool may have posted to it before it saw it stopping.
+    while (take_inbox(svr)) {
+        while (TaskRec* t = svr->queue.head) {
+            remove_unstarted(m, t, g);
+        }
+    }
     Worker* left = take_left(svr, true);
     for (TaskSvr** pp = &m->svrs; *pp; pp = &(*pp)->nextSvr) {
         if (*pp == svr) {
@@ -532,6 +646,57 @@ void destroy(TaskMgr* m, TaskSvr* svr, bool report) {
     vek_free__(svr);
 }
 
+/* Under the lock, after a post found no worker for its task: removes
+ * every queued task, since the pool has no worker and none could be
+ * started. The caller's own task (mine) goes silently, as its post fails;
+ * those posted at the same moment by others, whose posts succeeded, end as
+ * cancelled with a trace. */
+void remove_unrunnable(TaskMgr* m, TaskSvr* svr, TaskRec* mine, Guard& g) {
+    while (TaskRec* t = svr->queue.head) {
+        if (t == mine) {
+            svr->queue.remove(t);
+            svr->queued--;
+            svr->tasks--;
+            TabGuard tg(m);
+            m->tab.release(t->idx);
+            continue;
+        }
+        vek_u64 id;
+        {
+            TabGuard tg(m);
+            id = m->tab.id(t->idx);
+        }
+        vek_printf("task svr \"%s\": no worker for task %llx, removed", svr->name,
+                   (unsigned long long)id);
+        remove_unstarted(m, t, g);
+    }
+}
+
+/* A new live record in the table for a task of svr, its id in *id; null
+ * without memory. */
+TaskRec* new_task(TaskMgr* m, TaskSvr* svr, vek_u8 state, TaskFn fn, TaskCleanFn clean, void* ctx,
+                  vek_u64 now, VekTask* id) {
+    TabGuard tg(m);
+    vek_u32 idx = m->tab.alloc();
+    if (idx == m->tab.kNone) {
+        return nullptr;
+    }
+    TaskRec* t = m->tab.at(idx);
+    t->idx = idx;
+    t->state = state;
+    t->svr = svr;
+    t->fn = fn;
+    t->clean = clean;
+    t->ctx = ctx;
+    t->waiters = nullptr;
+    t->timer = 0;
+    t->queuedUs = now;
+    t->worker = nullptr;
+    t->runTid = 0;
+    *id = m->tab.id(idx);
+    return t;
+}
+
 /* TaskSvr_post and TaskSvr_postAt (dueMs >= 0). */
 VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ctx) {
     TaskMgr* m = mgr();
@@ -544,46 +709,49 @@ VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ct
         return 0;
     }
     vek_u64 now = now_us();
-    Guard g(m->lk);
-    if (svr->stopping) {
-        return 0;
-    }
-    vek_u32 idx = m->tab.alloc();
-    if (idx == m->tab.kNone) {
-        return 0;
-    }
-    TaskRec* t = m->tab.at(idx);
-    t->idx = idx;
-    t->svr = svr;
-    t->fn = fn;
-    t->clean = clean;
-    t->ctx = ctx;
-    t->waiters = nullptr;
-    t->timer = 0;
-    t->worker = nullptr;
-    t->runTid = 0;
-    VekTask id = m->tab.id(idx);
-    svr->tasks++;
+    VekTask id;
     if (dueMs >= 0) {
-        t->state = kScheduled;
-        t->timer = vek::timer_start_cookie(dueMs, fire_scheduled, id);
-        if (!t->timer) {
-            svr->tasks--;
-            m->tab.release(idx);
+        Guard g(m->lk);
+        if (svr->stopping.load(std::memory_order_relaxed)) {
             return 0;
         }
+        TaskRec* t = new_task(m, svr, kScheduled, fn, clean, ctx, now, &id);
+        if (!t) {
+            return 0;
+        }
+        t->timer = vek::timer_start_cookie(dueMs, fire_scheduled, id);
+        if (!t->timer) {
+            TabGuard tg(m);
+            m->tab.release(t->idx);
+            return 0;
+        }
+        svr->tasks++;
         svr->sched.push(t);
         svr->scheduled++;
         return id;
     }
-    enqueue(svr, t, now);
-    bool unlocked;
-    if (!kick(svr, g, &unlocked) && find(m, id) == t && t->state == kQueued) {
-        svr->queue.remove(t);  // nobody would ever run it
-        svr->queued--;
-        svr->tasks--;
-        m->tab.release(idx);
+    if (svr->stopping.load(std::memory_order_acquire)) {
         return 0;
+    }
+    TaskRec* t = new_task(m, svr, kInbox, fn, clean, ctx, now, &id);
+    if (!t) {
+        return 0;
+    }
+    TaskRec* head = svr->inbox.load(std::memory_order_relaxed);
+    do {
+        t->next = head;
+    } while (!svr->inbox.compare_exchange_weak(head, t, std::memory_order_seq_cst,
+                                               std::memory_order_relaxed));
+    if (head || svr->spare.load(std::memory_order_seq_cst) <= 0) {
+        return id;  // whoever made the inbox non-empty saw to it; or every worker is busy
+    }
+    Guard g(m->lk);
+    take_inbox(svr);
+    bool unlocked;
+    if (!kick(svr, g, &unlocked)) {
+        bool mine = find(m, id) == t && t->state == kQueued;
+        remove_unrunnable(m, svr, t, g);
+        return mine ? 0 : id;
     }
     return id;
 }
@@ -668,6 +836,7 @@ VEK_API TaskSvr* TaskSvr_new(const char* name, vek_s32 minThrds, vek_s32 maxThrd
     svr->name = copy;
     svr->minThrds = minThrds;
     svr->maxThrds = maxThrds;
+    svr->spare.store(maxThrds, std::memory_order_relaxed);
     Guard g(m->lk);
     svr->nextSvr = m->svrs;
     m->svrs = svr;
@@ -777,6 +946,7 @@ VEK_API vek_s32 TaskSvr_drain(TaskSvr* svr, vek_s32 tmo) {
         vek_assert__("!own worker", __FILE__, __LINE__);
         return VEK_ERR_BAD_ARG;
     }
+    take_inbox(svr);
     return svr->tasks ? vek::wait_on(&svr->drainers, g, tmo) : 0;
 }
 
@@ -814,7 +984,10 @@ VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr) {
             svr->settle.wait(g);
         }
     }
-    m->tab.compact();
+    {
+        TabGuard tg(m);
+        m->tab.compact();
+    }
     Worker* left = take_left(svr, false);
     while (Worker* w = mine) {  // another trim may wait for its own
         mine = w->idleNext;
@@ -835,6 +1008,7 @@ VEK_API vek_s32 TaskSvr_stat(TaskSvr* svr, TaskSvrStat* st) {
     }
     self(svr, __LINE__);
     Guard g(m->lk);
+    take_inbox(svr);
     st->thrds = svr->thrds;
     st->idle = svr->idle;
     st->scheduled = svr->scheduled;

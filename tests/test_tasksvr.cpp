@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <vector>
 #include "VekTest.h"
 
@@ -179,6 +180,83 @@ TEST_F(Task, ATaskIsCancelledAtEveryStage) {
     vek_evt_set(gate.evt);
     EXPECT_EQ(0, TaskSvr_wait(g, -1));
     TaskSvr_delete(svr);
+}
+
+TEST_F(Task, PostsFromManyThreadsRunOnceInEachThreadsOrderWhileOthersCancelAndWait) {
+    constexpr int kPosters = 4, kEach = 3000;
+    struct Rec {
+        std::atomic<int>* last;  // its poster's latest sequence number run
+        std::atomic<bool>* disorder;
+        int seq;
+        std::atomic<int> ran{0}, cleaned{0};
+        std::atomic<vek_s32> res{1};
+    };
+    for (vek_s32 workers : {1, 3}) {
+        TaskSvr* svr = TaskSvr_new("many", workers, workers);
+        std::vector<Rec> recs(kPosters * kEach);
+        std::vector<std::atomic<VekTask>> ids(recs.size());
+        std::atomic<int> last[kPosters];
+        std::atomic<bool> disorder{false};
+        std::vector<std::thread> thrds;
+        for (int p = 0; p < kPosters; p++) {
+            last[p] = -1;
+            thrds.emplace_back([&, p] {
+                for (int i = 0; i < kEach; i++) {
+                    Rec& r = recs[p * kEach + i];
+                    r.last = &last[p];
+                    r.disorder = &disorder;
+                    r.seq = i;
+                    ids[p * kEach + i] = TaskSvr_post(
+                        svr,
+                        [](void* c) -> vek_s32 {
+                            Rec* r = (Rec*)c;
+                            r->ran++;
+                            if (r->last->exchange(r->seq) >= r->seq) {
+                                *r->disorder = true;  // with one worker, runs follow posts
+                            }
+                            return 0;
+                        },
+                        [](void* c, vek_s32 res) {
+                            ((Rec*)c)->cleaned++;
+                            ((Rec*)c)->res = res;
+                        },
+                        &r);
+                }
+            });
+        }
+        auto each = [&](int step, auto fn) {  // every step-th task, as soon as it is posted
+            for (size_t i = 0; i < ids.size(); i += step) {
+                while (!ids[i]) {
+                    std::this_thread::yield();
+                }
+                fn(ids[i].load());
+            }
+        };
+        thrds.emplace_back([&] { each(7, [](VekTask t) { TaskSvr_cancel(t, 0); }); });
+        thrds.emplace_back([&] {
+            each(5, [](VekTask t) { EXPECT_EQ(0, TaskSvr_wait(t, -1)); });
+            vek_thrd_end();  // it waited: its abort event goes
+        });
+        for (auto& t : thrds) {
+            t.join();
+        }
+        EXPECT_EQ(0, TaskSvr_drain(svr, -1));
+        for (Rec& r : recs) {
+            ASSERT_EQ(1, r.cleaned.load());
+            ASSERT_EQ(r.res == VEK_ERR_ABORTED ? 0 : 1, r.ran.load());
+        }
+        if (workers == 1) {
+            EXPECT_FALSE(disorder.load());
+        }
+        TaskSvr_delete(svr);
+    }
+
+    // A pool that has no worker and cannot start one takes no task.
+    TaskSvr* none = TaskSvr_new("none", 0, 1);
+    vek_os_fail_at__(VEK_OS_THREAD, 1);
+    EXPECT_ASSERT("thrdHnd", EXPECT_EQ(0u, TaskSvr_post(none, [](void*) -> vek_s32 { return 0; },
+                                                          nullptr, nullptr)));
+    TaskSvr_delete(none);
 }
 
 TEST_F(Task, DeletingAPoolEndsEveryTaskAndTrimLetsIdleWorkersGo) {
