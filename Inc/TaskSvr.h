@@ -86,7 +86,10 @@ VEK_API const char* TaskSvr_name(TaskSvr* svr);
 /* Queues fn(ctx) with its clean-up (may be null). Returns the task's id;
  * 0 when the pool is being deleted, without memory, when fn is null
  * (assertion "fn"), or when the pool has no worker and none can be
- * started; clean is not called then. */
+ * started; clean is not called then. In that last case the tasks that
+ * other threads posted to the pool at the same moment are removed as well
+ * (their clean-ups run with -5 and a trace says so). The call takes no
+ * lock of the pool while all its workers are busy. */
 VEK_API VekTask TaskSvr_post(TaskSvr* svr, TaskFn fn, TaskCleanFn clean, void* ctx);
 /* As TaskSvr_post, but the task is queued dueMs ms from now (through the
  * timer service; a negative dueMs counts as 0). Should the pool then have
@@ -111,7 +114,9 @@ VEK_API vek_s32 TaskSvr_wait(VekTask task, vek_s32 tmo);
 VEK_API vek_s32 TaskSvr_drain(TaskSvr* svr, vek_s32 tmo);
 /* Lets the idle workers beyond the pool's minimum leave now and waits for
  * them to end; returns how many left. Workers still in a task's clean-up
- * count as idle: the call waits for those clean-ups to return. When no
+ * count as idle: the call waits for those clean-ups to return; so does a
+ * worker that, after a burst, watches for more work for some 20 us before
+ * it sleeps. When no
  * task is left in any pool, the memory of past bursts goes back too (as it
  * does when a worker leaves for lack of work). */
 VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr);

@@ -26,7 +26,9 @@
  * spare), to wake or start a worker. A worker counts itself spare before
  * its last look at the inbox and a post pushes before it reads spare, so
  * one of the two always sees the other. A worker that takes a task and
- * leaves more queued than workers on their way wakes the next idle one.
+ * leaves more queued than workers on their way wakes the next idle one,
+ * and a worker out of work watches the inbox a little before it sleeps
+ * (kSpinUs).
  *
  * A running task is cancelled by cancelling its worker thread. That must
  * never hit the worker's next task: the canceller counts itself on the
@@ -58,12 +60,23 @@ namespace {
 constexpr vek_u32 kSvrMark = 0x7A5C53;
 constexpr auto kIdleLeave = std::chrono::seconds(30);
 constexpr vek_s32 kDefMaxThrds = 128;
+// How long a worker that ran out of work in a burst (it ran more than one
+// task since it last slept) watches the inbox before it sleeps, one worker
+// of a pool at a time. When the workers are faster than the thread that
+// posts, each would otherwise sleep after every batch and be woken by the
+// next post: a round trip through the kernel per batch, and posts that
+// must take the lock to wake them. After a lone task it sleeps at once: a
+// worker that has just spun is slower to win a core back when woken.
+constexpr vek_u64 kSpinUs = 20;
 
 enum : vek_u8 { kScheduled, kInbox, kQueued, kRunning, kEnding };
 
 struct Worker;
 
-struct TaskRec {
+// On cache lines of its own (the table's chunks start on a line): in a
+// burst the posting thread fills one record while a worker ends the one
+// before it.
+struct alignas(64) TaskRec {
     vek_u32 slotGen;
     vek_u32 slotNext;
     vek_u32 idx;  // its index in the table
@@ -76,7 +89,7 @@ struct TaskRec {
     void* ctx;
     vek::EvtWaiter* waiters;  // TaskSvr_wait
     VekTimer timer;           // scheduled: the timer that queues it
-    vek_u64 queuedUs;         // when it was queued, for the statistics
+    vek_u64 queuedAt;         // when it was posted (stamp), for the statistics
     Worker* worker;           // running: its worker
     vek_u32 runTid;           // the thread running fn or the clean-up
 };
@@ -130,6 +143,7 @@ struct TaskSvr {
     char pad1[64];
     // idle + (maxThrds - thrds), read by posts without the lock
     std::atomic<vek_s32> spare;
+    std::atomic<bool> spinning;  // a worker watches the inbox (watch_inbox)
     char pad2[64];
     vek_s32 thrds;     // workers started and not left
     vek_s32 idle;      // on the idle stack
@@ -144,8 +158,8 @@ struct TaskSvr {
     vek_s32 maxQueued;
     vek_u64 done;
     vek_u64 cancelled;
-    vek_u64 waitUs;
-    vek_u32 maxWaitUs;
+    vek_u64 waitTicks;  // stamp's units
+    vek_u64 maxWaitTicks;
     TaskList sched;
     TaskList queue;
     Worker* workers;
@@ -160,6 +174,24 @@ struct TaskSvr {
 
 namespace {
 
+vek_u64 now_ns() {
+    return (vek_u64)std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+/* The clock of the wait statistics, read twice per task: the processor's
+ * time-stamp counter where there is one (a few cycles, where the system's
+ * steady clock costs a call), else the steady clock in ns. TaskSvr_stat
+ * turns it into us at the rate measured since the server started. */
+vek_u64 stamp() {
+#if defined(__x86_64__) || defined(__i386__)
+    return __builtin_ia32_rdtsc();
+#else
+    return now_ns();
+#endif
+}
+
 struct TaskMgr {
     std::mutex lk;
     char pad0[64];
@@ -171,6 +203,8 @@ struct TaskMgr {
     vek::SlotTab<TaskRec> tab{false};
     TaskSvr* svrs = nullptr;
     TaskSvr* def = nullptr;
+    vek_u64 stamp0 = stamp();  // the statistics' clock and the steady clock at the start
+    vek_u64 ns0 = now_ns();
 };
 
 TaskMgr* g_mgr;
@@ -206,7 +240,7 @@ void enqueue(TaskSvr* svr, TaskRec* t, vek_u64 now);
 /* Under the lock: moves svr's inbox into its queue, oldest first. False
  * when the inbox was empty. */
 bool take_inbox(TaskSvr* svr) {
-    TaskRec* t = svr->inbox.exchange(nullptr, std::memory_order_acquire);
+    TaskRec* t = svr->inbox.exchange(nullptr, std::memory_order_seq_cst);
     if (!t) {
         return false;
     }
@@ -220,7 +254,7 @@ bool take_inbox(TaskSvr* svr) {
     while (oldest) {
         TaskRec* next = oldest->next;
         svr->tasks++;
-        enqueue(svr, oldest, oldest->queuedUs);
+        enqueue(svr, oldest, oldest->queuedAt);
         oldest = next;
     }
     return true;
@@ -249,9 +283,7 @@ TaskSvr* self(TaskSvr* svr, vek_s32 line) {
 }
 
 vek_u64 now_us() {
-    return (vek_u64)std::chrono::duration_cast<std::chrono::microseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
+    return now_ns() / 1000;
 }
 
 /* Under the lock: true when the caller is one of svr's workers. */
@@ -276,7 +308,7 @@ void finish(TaskMgr* m, TaskSvr* svr, TaskRec* t) {
 
 void enqueue(TaskSvr* svr, TaskRec* t, vek_u64 now) {
     t->state = kQueued;
-    t->queuedUs = now;
+    t->queuedAt = now;
     svr->queue.push(t);
     if (++svr->queued > svr->maxQueued) {
         svr->maxQueued = svr->queued;
@@ -428,13 +460,14 @@ void run(TaskMgr* m, TaskSvr* svr, Worker* w, Guard& g) {
     if (next) {
         notify(svr, next);
     }
-    vek_u64 started = now_us();
+    vek_u64 started = stamp();
     vek_s32 res = t->fn(t->ctx);
     g.lock();
-    vek_u64 waited = started - t->queuedUs;
-    svr->waitUs += waited;
-    if (waited > svr->maxWaitUs) {
-        svr->maxWaitUs = (vek_u32)(waited > 0xFFFFFFFFu ? 0xFFFFFFFFu : waited);
+    // Another core's counter may lag a little behind the posting one's.
+    vek_u64 waited = started > t->queuedAt ? started - t->queuedAt : 0;
+    svr->waitTicks += waited;
+    if (waited > svr->maxWaitTicks) {
+        svr->maxWaitTicks = waited;
     }
     while (w->cancels) {  // a cancel of this task must land before the clear
         svr->settle.wait(g);
@@ -460,6 +493,19 @@ void run(TaskMgr* m, TaskSvr* svr, Worker* w, Guard& g) {
     finish(m, svr, t);
 }
 
+/* Without the lock: a worker out of work watches the inbox for a while
+ * before it sleeps (see kSpinUs), yielding its core to any thread that
+ * wants it. */
+void watch_inbox(TaskSvr* svr) {
+    vek_u64 until = now_us() + kSpinUs;
+    for (unsigned i = 1; !svr->inbox.load(std::memory_order_relaxed); i++) {
+        if (i % 16 == 0 && now_us() > until) {
+            return;
+        }
+        std::this_thread::yield();
+    }
+}
+
 vek_u32 worker_main(void* p) {
     Worker* w = (Worker*)p;
     TaskSvr* svr = w->svr;
@@ -469,14 +515,34 @@ vek_u32 worker_main(void* p) {
     w->tid = al_thrd_id();
     svr->starting--;
     svr->settle.notify_all();
+    vek_u32 streak = 0;  // tasks run since it last slept
+    bool spun = false;
     while (!w->leave) {
         if (svr->queue.head || take_inbox(svr)) {
             run(m, svr, w, g);
+            streak++;
+            spun = false;
             continue;
         }
         if (svr->stopping.load(std::memory_order_relaxed)) {
             break;
         }
+        if (streak > 1 && !spun && !svr->spinning.load(std::memory_order_relaxed)) {
+            spun = true;  // once, then to sleep
+            svr->spinning.store(true, std::memory_order_relaxed);
+            g.unlock();
+            watch_inbox(svr);
+            g.lock();
+            // Before its next look at the inbox: a post that saw it
+            // watching woke nobody.
+            svr->spinning.store(false, std::memory_order_seq_cst);
+            if (svr->trimming) {
+                svr->settle.notify_all();
+            }
+            continue;  // the pool may have changed meanwhile: look again
+        }
+        spun = false;
+        streak = 0;
         svr->spare.fetch_add(1, std::memory_order_seq_cst);
         if (svr->inbox.load(std::memory_order_seq_cst)) {  // a post that saw no spare worker
             svr->spare.fetch_sub(1, std::memory_order_relaxed);
@@ -570,7 +636,7 @@ void fire_scheduled(vek_u64 id) {
     svr->sched.remove(t);
     svr->scheduled--;
     take_inbox(svr);  // posted before it came due: queued before it
-    enqueue(svr, t, now_us());
+    enqueue(svr, t, stamp());
     bool unlocked;
     if (!kick(svr, g, &unlocked) && find(m, id) == t && t->state == kQueued) {
         vek_printf("task svr \"%s\": no worker for task %llx, removed", svr->name,
@@ -594,7 +660,8 @@ void destroy(TaskMgr* m, TaskSvr* svr, bool report) {
         m->tab.each([&](vek_u32 idx) {
             TaskRec* r = m->tab.at(idx);
             if (r->svr == svr) {
-                static const char* const kStates[] = {"scheduled", "queued", "running", "ending"};
+                static const char* const kStates[] = {"scheduled", "queued", "queued", "running",
+                                                      "ending"};
                 TinyStr_appdf(&t, "\n    task: id=%llx, %s", (unsigned long long)m->tab.id(idx),
                               kStates[r->state]);
             }
@@ -690,7 +757,7 @@ TaskRec* new_task(TaskMgr* m, TaskSvr* svr, vek_u8 state, TaskFn fn, TaskCleanFn
     t->ctx = ctx;
     t->waiters = nullptr;
     t->timer = 0;
-    t->queuedUs = now;
+    t->queuedAt = now;
     t->worker = nullptr;
     t->runTid = 0;
     *id = m->tab.id(idx);
@@ -708,7 +775,7 @@ VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ct
         VEK_ASSERT(fn);
         return 0;
     }
-    vek_u64 now = now_us();
+    vek_u64 now = stamp();
     VekTask id;
     if (dueMs >= 0) {
         Guard g(m->lk);
@@ -742,8 +809,9 @@ VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ct
         t->next = head;
     } while (!svr->inbox.compare_exchange_weak(head, t, std::memory_order_seq_cst,
                                                std::memory_order_relaxed));
-    if (head || svr->spare.load(std::memory_order_seq_cst) <= 0) {
-        return id;  // whoever made the inbox non-empty saw to it; or every worker is busy
+    if (head || svr->spare.load(std::memory_order_seq_cst) <= 0 ||
+        svr->spinning.load(std::memory_order_seq_cst)) {
+        return id;  // whoever made the inbox non-empty saw to it, every worker is busy, or one watches
     }
     Guard g(m->lk);
     take_inbox(svr);
@@ -960,10 +1028,11 @@ VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr) {
     if (svr->stopping) {
         return 0;
     }
-    // Workers on their way in, and those in a clean-up, count as idle: the
-    // end of a task that somebody saw end must not leave its worker behind.
+    // Workers on their way in, those in a clean-up and one watching the
+    // inbox count as idle: the end of a task that somebody saw end must not
+    // leave its worker behind.
     svr->trimming++;
-    while (svr->starting || svr->ending) {
+    while (svr->starting || svr->ending || svr->spinning.load(std::memory_order_relaxed)) {
         svr->settle.wait(g);
     }
     svr->trimming--;
@@ -1017,8 +1086,12 @@ VEK_API vek_s32 TaskSvr_stat(TaskSvr* svr, TaskSvrStat* st) {
     st->maxQueued = svr->maxQueued;
     st->done = svr->done;
     st->cancelled = svr->cancelled;
-    st->waitUs = svr->waitUs;
-    st->maxWaitUs = svr->maxWaitUs;
+    // us per tick, from the ticks and the time since the server started
+    vek_u64 ticks = stamp() - m->stamp0;
+    double usPerTick = ticks ? (double)(now_ns() - m->ns0) / 1000.0 / (double)ticks : 0.001;
+    double maxUs = (double)svr->maxWaitTicks * usPerTick;
+    st->waitUs = (vek_u64)((double)svr->waitTicks * usPerTick);
+    st->maxWaitUs = maxUs >= 4294967295.0 ? 0xFFFFFFFFu : (vek_u32)maxUs;
     return 0;
 }
 

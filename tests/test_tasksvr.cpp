@@ -147,6 +147,11 @@ TEST_F(Task, ATaskIsCancelledAtEveryStage) {
     EXPECT_EQ(VEK_ERR_ABORTED, gate.job.cleaned.load());
     EXPECT_EQ(0, TaskSvr_wait(n, 5000));
     EXPECT_EQ(0, nextSleep.load());
+    TaskSvrStat st;
+    TaskSvr_stat(svr, &st);
+    EXPECT_GE(st.maxWaitUs, 19000u);  // next waited behind the gate
+    EXPECT_LT(st.maxWaitUs, 10000000u);
+    EXPECT_GE(st.waitUs, st.maxWaitUs);
 
     // In its clean-up a task can no longer be cancelled, nor wait for itself.
     std::atomic<vek_s32> selfCancel{-1}, selfWait{-1};
