@@ -282,10 +282,6 @@ TaskSvr* self(TaskSvr* svr, vek_s32 line) {
     return svr;
 }
 
-vek_u64 now_us() {
-    return now_ns() / 1000;
-}
-
 /* Under the lock: true when the caller is one of svr's workers. */
 bool own_worker(TaskSvr* svr) {
     vek_u32 me = al_thrd_id();
@@ -497,9 +493,9 @@ void run(TaskMgr* m, TaskSvr* svr, Worker* w, Guard& g) {
  * before it sleeps (see kSpinUs), yielding its core to any thread that
  * wants it. */
 void watch_inbox(TaskSvr* svr) {
-    vek_u64 until = now_us() + kSpinUs;
+    vek_u64 until = now_ns() + kSpinUs * 1000;
     for (unsigned i = 1; !svr->inbox.load(std::memory_order_relaxed); i++) {
-        if (i % 16 == 0 && now_us() > until) {
+        if (i % 16 == 0 && now_ns() > until) {
             return;
         }
         std::this_thread::yield();
@@ -817,7 +813,7 @@ VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ct
     take_inbox(svr);
     bool unlocked;
     if (!kick(svr, g, &unlocked)) {
-        bool mine = find(m, id) == t && t->state == kQueued;
+        bool mine = t->state == kQueued;  // no worker could have ended it
         remove_unrunnable(m, svr, t, g);
         return mine ? 0 : id;
     }
