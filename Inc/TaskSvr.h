@@ -15,7 +15,16 @@
  *
  *   scheduled (TaskSvr_postAt) -> queued -> running -> ended
  *
- * Tasks of one pool start in the order they were queued. The clean-up
+ * Tasks of one pool start in the order they were queued. Tasks that take
+ * about a microsecond or less run on one worker at a time: two workers
+ * sharing them would pass the queue's cache lines back and forth on every
+ * one and run them several times slower than one. While the pool's tasks
+ * are that short and a worker runs, a task that waits is left to that
+ * worker, and one idle worker watches the queue: it joins in when no task
+ * has started for 50 us (one of them blocks). Longer tasks are given an
+ * idle worker at once.
+ *
+ * The clean-up
  * callback clean(ctx, res), when given, runs exactly once for every task
  * that was posted, and the task has ended when it has returned:
  *  - after fn, on the worker, with fn's result;
@@ -115,10 +124,10 @@ VEK_API vek_s32 TaskSvr_drain(TaskSvr* svr, vek_s32 tmo);
 /* Lets the idle workers beyond the pool's minimum leave now and waits for
  * them to end; returns how many left. Workers still in a task's clean-up
  * count as idle: the call waits for those clean-ups to return; so does a
- * worker that, after a burst, watches for more work for some 20 us before
- * it sleeps. When no
- * task is left in any pool, the memory of past bursts goes back too (as it
- * does when a worker leaves for lack of work). */
+ * worker that watches for more work (for some 20 us after a burst, or the
+ * queue's watcher) before it sleeps. When no task is left in any pool, the
+ * memory of past bursts goes back too (as it does when a worker leaves for
+ * lack of work). */
 VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr);
 /* Fills st with the pool's counters; 0. */
 VEK_API vek_s32 TaskSvr_stat(TaskSvr* svr, TaskSvrStat* st);

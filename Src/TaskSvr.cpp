@@ -26,9 +26,11 @@
  * spare), to wake or start a worker. A worker counts itself spare before
  * its last look at the inbox and a post pushes before it reads spare, so
  * one of the two always sees the other. A worker that takes a task and
- * leaves more queued than workers on their way wakes the next idle one,
- * and a worker out of work watches the inbox a little before it sleeps
- * (kSpinUs).
+ * leaves more queued than workers on their way wakes the next idle one
+ * when the pool's tasks take a while; short ones stay with the worker
+ * that runs them, while an idle one watches the queue (kShareUs). A post
+ * that sees that watcher takes no lock either. A worker out of work
+ * watches the inbox a little before it sleeps (kSpinUs).
  *
  * A running task is cancelled by cancelling its worker thread. That must
  * never hit the worker's next task: the canceller counts itself on the
@@ -68,6 +70,19 @@ constexpr vek_s32 kDefMaxThrds = 128;
 // must take the lock to wake them. After a lone task it sleeps at once: a
 // worker that has just spun is slower to win a core back when woken.
 constexpr vek_u64 kSpinUs = 20;
+// Short tasks run on one worker at a time. Two workers that share a queue
+// of tasks shorter than this pass the pool's cache lines back and forth on
+// every one of them, and run them several times slower than one worker
+// alone. While the pool's tasks run at least this long (the shorter of the
+// last two that ended), a task that waits is given an idle worker at once
+// (help_for_queue). While they are shorter and a worker runs, that worker
+// comes back for it soon: an idle worker is only sent to watch the queue
+// (kWatchUs), and helps when the queue stops moving; and a worker that
+// finds another starting tasks steps aside (step_aside).
+constexpr vek_u64 kShareUs = 1;
+// How long the queue may stand still, tasks waiting and none starting,
+// before the worker watching it joins in.
+constexpr auto kWatchUs = std::chrono::microseconds(50);
 
 enum : vek_u8 { kScheduled, kInbox, kQueued, kRunning, kEnding };
 
@@ -125,6 +140,7 @@ struct Worker {
     bool leave;        // asked to leave (trim, idle time)
     bool left;         // out of the pool's loop; joinable
     bool trimmed;      // a TaskSvr_trim waits for it to leave and joins it
+    bool watch;        // woken to watch the queue (the pool's watcher)
 };
 
 } // namespace
@@ -144,6 +160,7 @@ struct TaskSvr {
     // idle + (maxThrds - thrds), read by posts without the lock
     std::atomic<vek_s32> spare;
     std::atomic<bool> spinning;  // a worker watches the inbox (watch_inbox)
+    std::atomic<Worker*> watcher;  // the worker watching the queue (watch_queue), or null
     char pad2[64];
     vek_s32 thrds;     // workers started and not left
     vek_s32 idle;      // on the idle stack
@@ -156,6 +173,11 @@ struct TaskSvr {
     vek_s32 queued;
     vek_s32 running;
     vek_s32 maxQueued;
+    vek_u64 started;  // tasks that started: the watcher sees the queue move
+    vek_u64 lastRan;    // how long the fn of the task that ended last ran (stamp's units)
+    vek_u64 runTicks;   // the shorter of the last two such times
+    vek_u64 lastStart;  // when a task last started (stamp), and on which worker
+    Worker* lastStarter;
     vek_u64 done;
     vek_u64 cancelled;
     vek_u64 waitTicks;  // stamp's units
@@ -205,6 +227,8 @@ struct TaskMgr {
     TaskSvr* def = nullptr;
     vek_u64 stamp0 = stamp();  // the statistics' clock and the steady clock at the start
     vek_u64 ns0 = now_ns();
+    vek_u64 shareTicks = 0;  // kShareUs and kWatchUs in stamp's units
+    vek_u64 watchTicks = 0;
 };
 
 TaskMgr* g_mgr;
@@ -412,28 +436,56 @@ bool start_worker(TaskSvr* svr, Worker* w, Guard& g) {
     return false;
 }
 
+/* Under the lock, with more tasks queued than workers on their way to
+ * them: the idle worker to wake (notify) for them, or null when none is
+ * needed or idle. See kShareUs: when the tasks are short and a worker
+ * runs, the one woken becomes the queue's watcher, and only the first. */
+Worker* help_for_queue(TaskSvr* svr) {
+    if (!svr->running || svr->runTicks >= g_mgr->shareTicks) {
+        return pop_idle(svr);
+    }
+    if (svr->watcher.load(std::memory_order_relaxed)) {
+        return nullptr;
+    }
+    Worker* w = pop_idle(svr);
+    if (w) {
+        w->watch = true;  // not on its way to a task: not counted as waking
+        w->waking = false;
+        svr->waking--;
+        svr->watcher.store(w, std::memory_order_seq_cst);  // a post now need not wake another
+    }
+    return w;
+}
+
+/* Under the lock: true when a worker is to start for the queued tasks:
+ * none watches, and the pool may grow beyond those starting. */
+bool may_grow(TaskSvr* svr) {
+    return !svr->watcher.load(std::memory_order_relaxed) && svr->thrds < svr->maxThrds &&
+           svr->queued > svr->starting;
+}
+
 /* Called with g locked, returns with it locked unless it says so: finds a
  * worker for a task just queued. No worker is woken while those woken
  * already are as many as the tasks queued (each runs tasks until the queue
- * is empty), so a burst of posts does not wake the pool once per task. The
- * top idle worker is woken after the lock is let go (*unlocked set), so
- * that it does not wake only to wait for the lock; it cannot go away
- * meanwhile, since it is off the idle stack and only leaves from there.
- * Otherwise a worker starts when the pool may grow. False when the pool has
- * no worker at all and none could be started: nobody would ever run the
- * task. */
+ * is empty), so a burst of posts does not wake the pool once per task. An
+ * idle worker is woken after the lock is let go (*unlocked set), so that
+ * it does not wake only to wait for the lock; it cannot go away meanwhile,
+ * since it is off the idle stack and only leaves from there. With none
+ * idle and nobody watching, a worker starts when the pool may grow. False
+ * when the pool has no worker at all and none could be started: nobody
+ * would ever run the task. */
 bool kick(TaskSvr* svr, Guard& g, bool* unlocked) {
     *unlocked = false;
     if (svr->waking >= svr->queued) {
         return true;  // the workers on their way take this task too
     }
-    if (Worker* w = pop_idle(svr)) {
+    if (Worker* w = help_for_queue(svr)) {
         g.unlock();
         *unlocked = true;
         notify(svr, w);
         return true;
     }
-    if (svr->thrds < svr->maxThrds && svr->queued > svr->starting) {
+    if (may_grow(svr)) {
         if (Worker* w = add_worker(svr)) {
             start_worker(svr, w, g);
         }
@@ -451,14 +503,31 @@ void run(TaskMgr* m, TaskSvr* svr, Worker* w, Guard& g) {
     t->worker = w;
     t->runTid = w->tid;
     w->task = t;
-    Worker* next = svr->queue.head && svr->waking < svr->queued ? pop_idle(svr) : nullptr;
+    vek_u64 started = stamp();
+    svr->started++;
+    svr->lastStart = started;
+    svr->lastStarter = w;
+    Worker* next = nullptr;
+    if (svr->queue.head && svr->waking < svr->queued) {
+        next = help_for_queue(svr);
+        if (!next && may_grow(svr)) {
+            // Nobody idle and nobody watching: a post that saw a watcher
+            // took no lock, so this may be the last look at the queue
+            // before every worker is busy.
+            if (Worker* nw = add_worker(svr)) {
+                start_worker(svr, nw, g);
+            }
+        }
+    }
     g.unlock();
     if (next) {
         notify(svr, next);
     }
-    vek_u64 started = stamp();
     vek_s32 res = t->fn(t->ctx);
+    vek_u64 ran = stamp() - started;
     g.lock();
+    svr->runTicks = ran < svr->lastRan ? ran : svr->lastRan;
+    svr->lastRan = ran;
     // Another core's counter may lag a little behind the posting one's.
     vek_u64 waited = started > t->queuedAt ? started - t->queuedAt : 0;
     svr->waitTicks += waited;
@@ -502,6 +571,51 @@ void watch_inbox(TaskSvr* svr) {
     }
 }
 
+/* Called with g locked, returns with it locked: the watcher of svr's queue
+ * and inbox looks at them every kWatchUs while tasks wait. True when none
+ * has started meanwhile: the caller is to run them. False when none
+ * waits, or the pool stops. Posts that see a watcher take no lock, so it
+ * stops watching before its last look at the inbox, as a worker that
+ * sleeps counts itself spare before its own. */
+bool watch_queue(TaskSvr* svr, Worker* w, Guard& g) {
+    w->watch = true;
+    svr->watcher.store(w, std::memory_order_seq_cst);
+    vek_u64 seen = svr->started;
+    bool stood = false;
+    while (!svr->stopping.load(std::memory_order_relaxed)) {
+        if (!svr->queue.head && !svr->inbox.load(std::memory_order_relaxed)) {
+            svr->watcher.store(nullptr, std::memory_order_seq_cst);
+            if (!svr->inbox.load(std::memory_order_seq_cst)) {
+                break;
+            }
+            svr->watcher.store(w, std::memory_order_relaxed);
+        }
+        if (w->cv.wait_for(g, kWatchUs) == std::cv_status::no_timeout) {
+            continue;  // woken early (TaskSvr_trim): look again
+        }
+        if (svr->started == seen) {
+            stood = true;
+            break;
+        }
+        seen = svr->started;
+    }
+    w->watch = false;
+    svr->watcher.store(nullptr, std::memory_order_relaxed);
+    if (svr->trimming) {
+        svr->settle.notify_all();
+    }
+    return stood;
+}
+
+/* Under the lock, for worker w that finds a task queued: true when it is
+ * to leave the task to another worker, which started one a moment ago
+ * (see kShareUs). */
+bool step_aside(TaskMgr* m, TaskSvr* svr, Worker* w) {
+    return svr->running && svr->runTicks < m->shareTicks && svr->lastStarter != w &&
+           stamp() - svr->lastStart < m->watchTicks &&
+           !svr->stopping.load(std::memory_order_relaxed);
+}
+
 vek_u32 worker_main(void* p) {
     Worker* w = (Worker*)p;
     TaskSvr* svr = w->svr;
@@ -513,17 +627,30 @@ vek_u32 worker_main(void* p) {
     svr->settle.notify_all();
     vek_u32 streak = 0;  // tasks run since it last slept
     bool spun = false;
+    bool help = false;  // it watched the queue stand still: runs the next task
     while (!w->leave) {
+        bool aside = false;
+        if (help) {
+            take_inbox(svr);  // posts that saw it watching left their tasks there
+        }
         if (svr->queue.head || take_inbox(svr)) {
-            run(m, svr, w, g);
-            streak++;
-            spun = false;
-            continue;
+            if (help || !step_aside(m, svr, w)) {
+                run(m, svr, w, g);
+                streak++;
+                spun = false;
+                help = false;
+                continue;
+            }
+            if (!svr->watcher.load(std::memory_order_relaxed)) {
+                help = watch_queue(svr, w, g);
+                continue;
+            }
+            aside = true;  // to sleep, as the worker that runs comes back for the inbox
         }
         if (svr->stopping.load(std::memory_order_relaxed)) {
             break;
         }
-        if (streak > 1 && !spun && !svr->spinning.load(std::memory_order_relaxed)) {
+        if (streak > 1 && !spun && !aside && !svr->spinning.load(std::memory_order_relaxed)) {
             spun = true;  // once, then to sleep
             svr->spinning.store(true, std::memory_order_relaxed);
             g.unlock();
@@ -540,7 +667,7 @@ vek_u32 worker_main(void* p) {
         spun = false;
         streak = 0;
         svr->spare.fetch_add(1, std::memory_order_seq_cst);
-        if (svr->inbox.load(std::memory_order_seq_cst)) {  // a post that saw no spare worker
+        if (!aside && svr->inbox.load(std::memory_order_seq_cst)) {  // a post that saw no spare worker
             svr->spare.fetch_sub(1, std::memory_order_relaxed);
             continue;
         }
@@ -567,6 +694,9 @@ vek_u32 worker_main(void* p) {
         if (w->wake && w->waking) {
             w->waking = false;
             svr->waking--;
+        }
+        if (w->watch) {
+            help = watch_queue(svr, w, g);
         }
     }
     w->left = true;
@@ -806,7 +936,8 @@ VekTask post(TaskSvr* svr, vek_s32 dueMs, TaskFn fn, TaskCleanFn clean, void* ct
     } while (!svr->inbox.compare_exchange_weak(head, t, std::memory_order_seq_cst,
                                                std::memory_order_relaxed));
     if (head || svr->spare.load(std::memory_order_seq_cst) <= 0 ||
-        svr->spinning.load(std::memory_order_seq_cst)) {
+        svr->spinning.load(std::memory_order_seq_cst) ||
+        svr->watcher.load(std::memory_order_seq_cst)) {
         return id;  // whoever made the inbox non-empty saw to it, every worker is busy, or one watches
     }
     Guard g(m->lk);
@@ -834,6 +965,14 @@ void task_svr_start(void) {
         return;
     }
     TaskMgr* m = new (mem) TaskMgr();
+    // The rate of stamp's clock, over 20 us.
+    vek_u64 n0 = now_ns();
+    vek_u64 s0 = stamp();
+    while (now_ns() - n0 < 20000) {
+    }
+    vek_u64 perUs = (stamp() - s0) / ((now_ns() - n0) / 1000);
+    m->shareTicks = perUs * kShareUs;
+    m->watchTicks = perUs * (vek_u64)kWatchUs.count();
     m->tab.prime();  // posting allocates nothing until a thousand tasks wait
     __atomic_store_n(&g_mgr, m, __ATOMIC_RELEASE);
     m->def = TaskSvr_new("default", 0, kDefMaxThrds);
@@ -1024,11 +1163,19 @@ VEK_API vek_s32 TaskSvr_trim(TaskSvr* svr) {
     if (svr->stopping) {
         return 0;
     }
-    // Workers on their way in, those in a clean-up and one watching the
-    // inbox count as idle: the end of a task that somebody saw end must not
-    // leave its worker behind.
+    // Workers on their way in, those in a clean-up and those watching the
+    // inbox, or the queue once it is empty, count as idle: the end of a task
+    // that somebody saw end must not leave its worker behind.
     svr->trimming++;
-    while (svr->starting || svr->ending || svr->spinning.load(std::memory_order_relaxed)) {
+    for (;;) {
+        Worker* watcher = svr->queue.head ? nullptr : svr->watcher.load(std::memory_order_relaxed);
+        if (!svr->starting && !svr->ending && !svr->spinning.load(std::memory_order_relaxed) &&
+            !watcher) {
+            break;
+        }
+        if (watcher) {
+            watcher->cv.notify_one();  // it need not wait out its look
+        }
         svr->settle.wait(g);
     }
     svr->trimming--;

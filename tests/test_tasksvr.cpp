@@ -111,6 +111,26 @@ TEST_F(Task, TasksRunInOrderLaterOnesOnTimeAndPoolsDoNotStarveEachOther) {
     EXPECT_EQ(0, TaskSvr_drain(TaskSvr_def(), -1));
     EXPECT_EQ(0, slow.job.cleaned.load());
     TaskSvr_delete(one);
+
+    // Short tasks run on one worker at a time, but one queued behind a
+    // task that blocks is taken by another within a moment.
+    TaskSvr* two = TaskSvr_new("two", 2, 2);
+    for (int i = 0; i < 100; i++) {
+        TaskSvr_post(two, [](void*) -> vek_s32 { return 0; }, nullptr, nullptr);
+    }
+    EXPECT_EQ(0, TaskSvr_drain(two, -1));
+    Gate blocker;
+    post(two, blocker.job);
+    ASSERT_TRUE(until([&] { return blocker.entered == 1; }));
+    Job behind[2];
+    for (Job& j : behind) {
+        j.body = [] { return 2; };
+        post(two, j);
+    }
+    EXPECT_TRUE(until([&] { return behind[0].cleaned == 2 && behind[1].cleaned == 2; }));
+    vek_evt_set(blocker.evt);
+    EXPECT_EQ(0, TaskSvr_drain(two, -1));
+    TaskSvr_delete(two);
     EXPECT_ASSERT("minThrds >= 0 && minThrds <= maxThrds && maxThrds > 0", TaskSvr_new("x", 2, 1));
     EXPECT_ASSERT("svr != TaskSvr_def()", TaskSvr_delete(TaskSvr_def()));
 }
