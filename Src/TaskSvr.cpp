@@ -457,11 +457,16 @@ Worker* help_for_queue(TaskSvr* svr) {
     return w;
 }
 
-/* Under the lock: true when a worker is to start for the queued tasks:
- * none watches, and the pool may grow beyond those starting. */
-bool may_grow(TaskSvr* svr) {
-    return !svr->watcher.load(std::memory_order_relaxed) && svr->thrds < svr->maxThrds &&
-           svr->queued > svr->starting;
+/* Called with g locked, returns with it locked: starts a worker for the
+ * queued tasks when none watches them and the pool may grow beyond those
+ * starting. */
+void grow(TaskSvr* svr, Guard& g) {
+    if (!svr->watcher.load(std::memory_order_relaxed) && svr->thrds < svr->maxThrds &&
+        svr->queued > svr->starting) {
+        if (Worker* w = add_worker(svr)) {
+            start_worker(svr, w, g);
+        }
+    }
 }
 
 /* Called with g locked, returns with it locked unless it says so: finds a
@@ -485,11 +490,7 @@ bool kick(TaskSvr* svr, Guard& g, bool* unlocked) {
         notify(svr, w);
         return true;
     }
-    if (may_grow(svr)) {
-        if (Worker* w = add_worker(svr)) {
-            start_worker(svr, w, g);
-        }
-    }
+    grow(svr, g);
     return svr->thrds > 0;
 }
 
@@ -509,14 +510,11 @@ void run(TaskMgr* m, TaskSvr* svr, Worker* w, Guard& g) {
     svr->lastStarter = w;
     Worker* next = nullptr;
     if (svr->queue.head && svr->waking < svr->queued) {
-        next = help_for_queue(svr);
-        if (!next && may_grow(svr)) {
-            // Nobody idle and nobody watching: a post that saw a watcher
-            // took no lock, so this may be the last look at the queue
-            // before every worker is busy.
-            if (Worker* nw = add_worker(svr)) {
-                start_worker(svr, nw, g);
-            }
+        // With nobody idle, nobody watching and room to grow: a post that
+        // saw a watcher took no lock, so this may be the last look at the
+        // queue before every worker is busy.
+        if (!(next = help_for_queue(svr))) {
+            grow(svr, g);
         }
     }
     g.unlock();
