@@ -322,7 +322,9 @@ TEST_F(Task, DeletingAPoolEndsEveryTaskAndTrimLetsIdleWorkersGo) {
         vek_evt_set(g->evt);
     }
     TaskSvr_drain(elastic, -1);
-    EXPECT_EQ(2, TaskSvr_trim(elastic));
+    TaskSvr_stat(elastic, &st);
+    EXPECT_GE(st.thrds, 3);  // one for each gate, and at times one more started meanwhile
+    EXPECT_EQ(st.thrds - 1, TaskSvr_trim(elastic));
     TaskSvr_stat(elastic, &st);
     EXPECT_EQ(1, st.thrds);
     TaskSvr_delete(elastic);
