@@ -1,7 +1,8 @@
 /*
  * AlSer.cpp (POSIX) - serial ports for SerSock (AlSock.h), on Linux's
  * termios2 so that any rate the driver can make is reachable (BOTHER with
- * the rate in c_ospeed) through one path for standard and other rates.
+ * the rate in c_ospeed) through one path for standard and other rates;
+ * where the system lacks termios2, the classic calls with standard rates.
  *
  * The port is opened exclusive twice over: TIOCEXCL refuses later opens
  * (except by root), and an advisory flock refuses programs that take the
@@ -70,8 +71,66 @@ int fd_of(const plat::SockSys* s) {
     return (int)s->h;
 }
 
+/* The classic termios calls stand in where the system has no termios2
+ * (user-mode emulators such as qemu-user answer ENOSYS): the same flags,
+ * and only the standard rates. */
+const struct {
+    speed_t code;
+    speed_t rate;
+} kRates[] = {{B50, 50},           {B75, 75},           {B110, 110},         {B134, 134},         {B150, 150},
+              {B200, 200},         {B300, 300},         {B600, 600},         {B1200, 1200},       {B1800, 1800},
+              {B2400, 2400},       {B4800, 4800},       {B9600, 9600},       {B19200, 19200},     {B38400, 38400},
+              {B57600, 57600},     {B115200, 115200},   {B230400, 230400},   {B460800, 460800},   {B500000, 500000},
+              {B576000, 576000},   {B921600, 921600},   {B1000000, 1000000}, {B1152000, 1152000}, {B1500000, 1500000},
+              {B2000000, 2000000}, {B2500000, 2500000}, {B3000000, 3000000}, {B3500000, 3500000}, {B4000000, 4000000}};
+
+speed_t rate_of(speed_t code) {
+    for (const auto& r : kRates) {
+        if (r.code == code) {
+            return r.rate;
+        }
+    }
+    return 0;
+}
+
 bool get2(int fd, Termios2* t) {
-    return plat::sys_ioctl(fd, TCGETS2, t) == 0;
+    if (plat::sys_ioctl(fd, TCGETS2, t) == 0) {
+        return true;
+    }
+    struct termios c;
+    if (errno != ENOSYS || tcgetattr(fd, &c) != 0) {
+        return false;
+    }
+    t->c_iflag = c.c_iflag;
+    t->c_oflag = c.c_oflag;
+    t->c_cflag = c.c_cflag;
+    t->c_lflag = c.c_lflag;
+    t->c_line = c.c_line;
+    std::copy_n(c.c_cc, std::min(sizeof t->c_cc, sizeof c.c_cc), t->c_cc);
+    t->c_ispeed = rate_of(cfgetispeed(&c));
+    t->c_ospeed = rate_of(cfgetospeed(&c));
+    return true;
+}
+
+bool set2(int fd, const Termios2* t) {
+    if (plat::sys_ioctl(fd, TCSETS2, t) == 0) {
+        return true;
+    }
+    struct termios c;
+    if (errno != ENOSYS || tcgetattr(fd, &c) != 0) {
+        return false;
+    }
+    const auto* r = std::find_if(std::begin(kRates), std::end(kRates), [&](const auto& k) { return k.rate == t->c_ospeed; });
+    if (r == std::end(kRates)) {
+        errno = EINVAL;  // a rate only termios2 can name
+        return false;
+    }
+    c.c_iflag = t->c_iflag;
+    c.c_oflag = t->c_oflag;
+    c.c_cflag = t->c_cflag & ~(tcflag_t)(CBAUD | (CBAUD << 16));
+    c.c_lflag = t->c_lflag;
+    std::copy_n(t->c_cc, std::min(sizeof t->c_cc, sizeof c.c_cc), c.c_cc);
+    return cfsetspeed(&c, r->code) == 0 && tcsetattr(fd, TCSANOW, &c) == 0;
 }
 
 /* The rate the driver made is the one asked for within 2% (what a UART
@@ -140,9 +199,9 @@ vek_s32 ser_set(SockSys* s, const VekSerCfg* cfg) {
     t.c_cc[VMIN] = 1;
     t.c_cc[VTIME] = 0;
     t.c_ispeed = t.c_ospeed = (speed_t)cfg->baud;
-    if (sys_ioctl(fd, TCSETS2, &t) != 0) {
+    if (!set2(fd, &t)) {
         int e = errno;
-        ioctl(fd, TCSETS2, &old);
+        set2(fd, &old);
         return e == EINVAL ? VEK_ERR_BAD_SETTING : ser_error(e);
     }
     Termios2 back;
@@ -151,7 +210,7 @@ vek_s32 ser_set(SockSys* s, const VekSerCfg* cfg) {
     }
     if ((back.c_cflag & kCfgBits) != (t.c_cflag & kCfgBits) || (back.c_iflag & kFlowIn) != (t.c_iflag & kFlowIn) ||
         !rate_close(back.c_ospeed, cfg->baud)) {
-        ioctl(fd, TCSETS2, &old);
+        set2(fd, &old);
         return VEK_ERR_BAD_SETTING;
     }
     return 0;
