@@ -16,6 +16,8 @@
 #                   scripts/check-packages.sh)
 #   deps.sh package-win  the main set and the Windows cross compiler
 #                   (scripts/package.sh zip)
+#   deps.sh i386-emu  qemu-i386, for 32-bit programs where the kernel
+#                   refuses them (scripts/i386-exec.sh)
 set -euo pipefail
 want=${1:-main}
 pkgs=(cmake make g++ pkg-config)
@@ -33,7 +35,8 @@ case "$want" in
   abi) pkgs+=(abigail-tools) ;;
   package) pkgs+=(dpkg-dev file man-db) ;;
   package-win) pkgs+=(mingw-w64) ;;
-  *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs, fuzz, coverage, abi, package, package-win)" >&2; exit 2 ;;
+  i386-emu) pkgs+=(qemu-user) ;;
+  *) echo "deps.sh: unknown set \"$want\" (main, test, bench, docs, fuzz, coverage, abi, package, package-win, i386-emu)" >&2; exit 2 ;;
 esac
 # vektool's peers: xxd in its tests; /usr/bin/time and xxd in bench-vektool.sh
 case "$want" in

@@ -2,7 +2,8 @@
 # Builds BaseLib on every leg and runs every test there (the test suites,
 # the fuzz targets' replay and the examples; on the clang leg also a few
 # seconds of every fuzz target under libFuzzer with ASan and UBSan):
-#   linux-x64, linux-x86 (g++ -m32), windows-x64 (mingw-w64, under wine64),
+#   linux-x64, linux-x86 (g++ -m32; under qemu-i386 on a kernel that
+#   cannot run 32-bit programs), windows-x64 (mingw-w64, under wine64),
 #   linux-asan (ASan + UBSan), linux-tsan (ThreadSanitizer),
 #   linux-clang (clang), linux-x64-static (the static library);
 # then checks the plain builds' install (shared and static: CMake package,
@@ -20,9 +21,13 @@ jobs=$(nproc)
 legs=${BASELIB_LEGS:-"linux-x64 linux-x86 windows-x64 linux-asan linux-tsan linux-clang linux-x64-static"}
 
 wine_dir=""
+i386_exec=""
 cleanup() {
   if [ -n "$wine_dir" ]; then
     bash scripts/wine.sh stop "$wine_dir"
+  fi
+  if [ -n "$i386_exec" ]; then
+    bash scripts/i386-exec.sh stop
   fi
 }
 trap cleanup EXIT
@@ -30,6 +35,10 @@ trap cleanup EXIT
 for leg in $legs; do
   start=$SECONDS
   echo "=== $leg: build"
+  if [ "$leg" = linux-x86 ]; then
+    i386_exec=1
+    bash scripts/i386-exec.sh start
+  fi
   cmake --preset "$leg" >/dev/null
   cmake --build --preset "$leg" -j "$jobs" >/dev/null
   if [ "$leg" = windows-x64 ]; then

@@ -284,6 +284,9 @@ TEST_F(VektoolCodec, LargeInputInConstantMemory) {
     }
     Tool t;
     const std::string limit = "ulimit -v 32768; ";
+    if (t.sh(limit + "$T --version > /dev/null") != 0) {
+        GTEST_SKIP() << "vektool does not start in 32 MB of address space here (an emulator?): " << t.err();
+    }
     EXPECT_EQ(0, t.sh(limit + "head -c 1100000000 /dev/zero | $T hex enc | wc -c"));
     EXPECT_EQ("2200000001", line(t.out()).substr(line(t.out()).find_first_not_of(' ')));
     ASSERT_EQ(0, t.sh("head -c 40000000 /dev/zero > z && yes 'ab,\"c d\",e' | head -c 40000004 > c"));
